@@ -1,0 +1,27 @@
+#pragma once
+
+#include "ffmpegwebcamframestream.h"
+
+namespace VCam {
+
+// A video file used as a camera: any file FFmpeg reads, played in a loop.
+// Its device name is "file:" followed by the path. Timestamps keep growing
+// across loops.
+class FFmpegFileFrameStream : public FFmpegWebcamFrameStream
+{
+public:
+    Frame read() override;
+
+protected:
+    bool openInput() override;
+    virtual std::string inputPath() const;
+
+private:
+    bool rewind();
+
+    double m_loopOffset = 0.0;
+    double m_lastTimestamp = 0.0;
+    bool m_rewound = false;
+};
+
+} // namespace VCam

@@ -1,0 +1,3 @@
+#include "framesourcelogging.h"
+
+Q_LOGGING_CATEGORY(lcFrameSource, "glint.video.framesource")
