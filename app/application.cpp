@@ -1,0 +1,163 @@
+#include "application.h"
+
+#include "keyhelper.h"
+#include "resizehelper.h"
+#include "settings.h"
+
+#include <QLoggingCategory>
+#include <QQmlApplicationEngine>
+#include <QQmlContext>
+#include <QQuickWindow>
+#include <actionprovider.h>
+#include <actiontypes.h>
+#include <applicationstore.h>
+#include <dispatcher.h>
+#include <logmiddleware.h>
+#include <metatypes.h>
+
+Q_LOGGING_CATEGORY(lcApp, "glint.app")
+
+namespace VCam {
+
+Application::Application(int &argc, char **argv) : QApplication(argc, argv)
+{
+    // Shutdown is ours: the last window's closing starts it, and the event
+    // loop ends only when every store has stopped.
+    setQuitOnLastWindowClosed(false);
+}
+
+Application::~Application()
+{
+    qCInfo(lcApp) << "Application destructed";
+}
+
+void Application::init()
+{
+    registerMetaTypes();
+    m_engine = new QQmlApplicationEngine();
+    createServices();
+    createStores();
+    m_resizeHelper = std::make_shared<ResizeHelper>();
+    connect(this, &QGuiApplication::lastWindowClosed, this, &Application::onLastWindowClosed);
+    createMiddlewares();
+    registerWithDispatcher();
+    loadSettings();
+    setupQml();
+    connect(m_engine, &QQmlApplicationEngine::objectCreated, this, &Application::onObjectCreated);
+    m_engine->load(QUrl(QStringLiteral("qrc:/qml/main.qml")));
+    m_dispatcher->start();
+}
+
+void Application::createServices()
+{
+    m_dispatcher = std::make_shared<Bureau::Dispatcher>();
+    m_actionProvider = std::make_shared<ActionProvider>(m_dispatcher);
+    m_keyHelper = std::make_shared<KeyHelper>();
+}
+
+void Application::createStores()
+{
+    // Hotkeys and the update check are not available in this build yet; the
+    // store keeps their settings untouched until they are.
+    m_applicationStore = std::make_shared<ApplicationStore>(m_dispatcher, nullptr, nullptr);
+    m_stores["settings"] = m_applicationStore;
+}
+
+void Application::createMiddlewares()
+{
+    const std::set<qint32> skip{static_cast<qint32>(ActionType::UpdateFrame),
+                                static_cast<qint32>(ActionType::GestureEvent)};
+    m_middlewares.push_back(std::make_shared<LogMiddleware>(skip));
+}
+
+void Application::registerWithDispatcher()
+{
+    for (const auto &[name, store] : m_stores)
+        m_dispatcher->addStore(store);
+    for (const auto &middleware : m_middlewares)
+        m_dispatcher->addMiddleware(middleware);
+}
+
+void Application::loadSettings()
+{
+    qCInfo(lcApp) << "Application::loadSettings";
+    m_settings = std::make_unique<Settings>(QStringLiteral("settings.json"), QStringLiteral(":/defaults/settings.json"));
+    if (!m_settings->load())
+        qCWarning(lcApp).noquote() << "App settings couldn't be loaded. Reason: " + m_settings->errorString();
+    for (const auto &[name, store] : m_stores)
+        store->loadSettings(m_settings->section(name.toStdString()));
+}
+
+void Application::saveSettings()
+{
+    if (!m_settings)
+        return;
+    for (const auto &[name, store] : m_stores)
+        m_settings->setSection(name.toStdString(), store->saveSettings());
+    if (!m_settings->save())
+        qCWarning(lcApp).noquote() << "App settings couldn't be saved. Reason: " + m_settings->errorString();
+}
+
+void Application::setupQml()
+{
+    registerQmlTypes();
+    setContextProperties();
+    connect(m_engine, &QQmlEngine::quit, this, &QCoreApplication::quit);
+}
+
+void Application::setContextProperties()
+{
+    QQmlContext *context = m_engine->rootContext();
+    context->setContextProperty(QStringLiteral("actionProvider"), m_actionProvider.get());
+    context->setContextProperty(QStringLiteral("applicationStore"), m_applicationStore.get());
+    context->setContextProperty(QStringLiteral("keyHelper"), m_keyHelper.get());
+    context->setContextProperty(QStringLiteral("resizeHelper"), m_resizeHelper.get());
+}
+
+void Application::registerQmlTypes()
+{
+    qmlRegisterUncreatableMetaObject(VCam::staticMetaObject, "VCam", 1, 0, "VCam",
+                                     QStringLiteral("VCam holds enumerations only"));
+    qmlRegisterUncreatableMetaObject(VCam::ActionContext::staticMetaObject, "VCam", 1, 0, "LensActionContext",
+                                     QStringLiteral("LensActionContext holds enumerations only"));
+    qmlRegisterSingletonType(QUrl(QStringLiteral("qrc:/qml/Style.qml")), "Style", 1, 0, "Style");
+}
+
+void Application::onObjectCreated(QObject *object, const QUrl &)
+{
+    auto *window = qobject_cast<QQuickWindow *>(object);
+    if (!window) {
+        qCCritical(lcApp) << "The main window could not be created";
+        return;
+    }
+    window->installEventFilter(m_keyHelper.get());
+}
+
+void Application::onPreviewOutputLoaded()
+{
+}
+
+void Application::onLastWindowClosed()
+{
+    if (m_closing)
+        return;
+    m_closing = true;
+    connect(m_engine, &QObject::destroyed, this, &Application::onEngineDestroyed);
+    m_engine->deleteLater();
+}
+
+void Application::onEngineDestroyed()
+{
+    qCInfo(lcApp) << "QmlEngine destroyed";
+    connect(m_dispatcher.get(), &Bureau::Dispatcher::stopped, this, &Application::onDispatcherStopped);
+    saveSettings();
+    m_dispatcher->stop();
+}
+
+void Application::onDispatcherStopped()
+{
+    qCInfo(lcApp) << "Dispatcher stopped";
+    quit();
+}
+
+} // namespace VCam

@@ -1,0 +1,72 @@
+#pragma once
+
+#include <QApplication>
+#include <QPointer>
+#include <map>
+#include <memory>
+#include <vector>
+
+#include <QQmlApplicationEngine>
+
+namespace Bureau {
+class Dispatcher;
+class Middleware;
+} // namespace Bureau
+
+namespace VCam {
+
+class ActionProvider;
+class ApplicationStore;
+class KeyHelper;
+class ResizeHelper;
+class Settings;
+class Store;
+
+// The program's spine: creates the dispatcher, the stores, the middlewares
+// and the interface in a fixed order, loads the settings into the stores,
+// and on the last window's closing saves them and stops everything in order.
+class Application : public QApplication
+{
+    Q_OBJECT
+public:
+    Application(int &argc, char **argv);
+    ~Application() override;
+
+    void init();
+    void saveSettings();
+
+    QQmlApplicationEngine *engine() const { return m_engine; }
+    std::shared_ptr<Bureau::Dispatcher> dispatcher() const { return m_dispatcher; }
+
+public slots:
+    void onPreviewOutputLoaded();
+
+private slots:
+    void onLastWindowClosed();
+    void onEngineDestroyed();
+    void onDispatcherStopped();
+    void onObjectCreated(QObject *object, const QUrl &url);
+
+private:
+    void createServices();
+    void createStores();
+    void createMiddlewares();
+    void registerWithDispatcher();
+    void loadSettings();
+    void setupQml();
+    void registerQmlTypes();
+    void setContextProperties();
+
+    QPointer<QQmlApplicationEngine> m_engine;
+    std::shared_ptr<Bureau::Dispatcher> m_dispatcher;
+    std::shared_ptr<ActionProvider> m_actionProvider;
+    std::shared_ptr<KeyHelper> m_keyHelper;
+    std::map<QByteArray, std::shared_ptr<Store>> m_stores;
+    std::shared_ptr<ApplicationStore> m_applicationStore;
+    std::shared_ptr<ResizeHelper> m_resizeHelper;
+    std::vector<std::shared_ptr<Bureau::Middleware>> m_middlewares;
+    std::unique_ptr<Settings> m_settings;
+    bool m_closing = false;
+};
+
+} // namespace VCam

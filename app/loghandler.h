@@ -1,0 +1,20 @@
+#pragma once
+
+#include <QtGlobal>
+
+namespace VCam {
+
+// Writes every log message to "Log.txt" in the per-user configuration
+// directory (started empty at each run) and to standard error. A log file
+// that cannot be opened is skipped; standard error still gets the message.
+class LogHandler
+{
+public:
+    static void install();
+    static void uninstall();
+
+private:
+    static void handle(QtMsgType type, const QMessageLogContext &context, const QString &message);
+};
+
+} // namespace VCam

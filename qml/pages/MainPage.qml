@@ -1,0 +1,38 @@
+import QtQuick 2.15
+import QtQuick.Controls 2.15
+import QtQuick.Layouts 1.15
+import Style 1.0
+import "../components"
+
+// The camera picture beside the lens panel.
+Item {
+    id: page
+    objectName: "mainPage"
+
+    RowLayout {
+        anchors.fill: parent
+        anchors.margins: Style.margin
+        spacing: Style.margin
+
+        ColumnLayout {
+            Layout.fillWidth: true
+            Layout.fillHeight: true
+            spacing: Style.spacing
+
+            PageHeader {
+                title: qsTr("Camera")
+                subtitle: qsTr("Choose \u201CGlint Camera\u201D as the camera in your call or streaming app.")
+            }
+
+            PreviewFrame {
+                Layout.fillWidth: true
+                Layout.fillHeight: true
+            }
+        }
+
+        LensPanel {
+            Layout.preferredWidth: 340
+            Layout.fillHeight: true
+        }
+    }
+}
