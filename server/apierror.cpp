@@ -1,0 +1,46 @@
+#include "apierror.h"
+
+#include <httplib.h>
+#include <nlohmann/json.hpp>
+
+namespace glint::server {
+
+namespace {
+const char *codeForStatus(int status)
+{
+    switch (status) {
+    case 400:
+        return "bad_request";
+    case 404:
+        return "not_found";
+    case 405:
+        return "method_not_allowed";
+    case 413:
+        return "body_too_large";
+    case 415:
+        return "unsupported_media_type";
+    case 429:
+        return "too_many_requests";
+    default:
+        return status >= 500 ? "server_error" : "error";
+    }
+}
+} // namespace
+
+void ApiError::send(httplib::Response &res, int status, const std::string &code, const std::string &message)
+{
+    res.status = status;
+    const nlohmann::json body = {{"error", code}, {"message", message}, {"status", status}};
+    res.set_content(body.dump(), "application/json");
+}
+
+bool ApiError::fillDefault(httplib::Response &res)
+{
+    if (res.status < 400 || !res.body.empty())
+        return false;
+    send(res, res.status, codeForStatus(res.status),
+         "request failed with HTTP status " + std::to_string(res.status));
+    return true;
+}
+
+} // namespace glint::server

@@ -1,0 +1,63 @@
+#pragma once
+
+#include "lensrecord.h"
+#include "lensurls.h"
+
+#include <cstddef>
+#include <shared_mutex>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace glint::server {
+
+// The catalogue in memory, for answering list requests without touching
+// the database: each lens's JSON object is rendered once, searches run over
+// case-folded names and authors, and the top order is kept sorted by
+// popularity (re-sorted lazily after popularity changes).
+class LensIndex
+{
+public:
+    explicit LensIndex(LensUrls urls) : m_urls(std::move(urls)) {}
+
+    void rebuild(const std::vector<LensRecord> &lenses);
+    void addPopularity(const std::string &id, int64_t delta);
+
+    bool contains(const std::string &id) const;
+    size_t size() const;
+    // The lens object of one lens; empty when unknown.
+    std::string lensJson(const std::string &id) const;
+
+    // {"lenses": [...]} of the given ids in order, unknown ids skipped.
+    std::string listJson(const std::vector<std::string> &ids) const;
+    std::string topJson(size_t offset, size_t limit);
+    std::string searchJson(const std::string &query, size_t limit) const;
+    // {"lenses": [known ones], "invalid_ids": [the others]}
+    std::string lookupJson(const std::vector<std::string> &ids) const;
+
+    // Lower-cases ASCII and the Latin-1, Greek and Cyrillic capitals of UTF-8.
+    static std::string fold(const std::string &text);
+
+private:
+    struct Entry
+    {
+        std::string id;
+        std::string json;
+        std::string foldedName;
+        std::string foldedAuthor;
+        int64_t popularity = 0;
+    };
+
+    std::string renderLens(const LensRecord &lens) const;
+    void sortTopIfNeeded();
+    static int searchRank(const Entry &entry, const std::string &query);
+
+    LensUrls m_urls;
+    mutable std::shared_mutex m_mutex;
+    std::vector<Entry> m_entries;
+    std::unordered_map<std::string, size_t> m_byId;
+    std::vector<size_t> m_top;
+    bool m_topDirty = false;
+};
+
+} // namespace glint::server

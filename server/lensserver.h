@@ -1,0 +1,62 @@
+#pragma once
+
+#include "serverconfig.h"
+
+#include <memory>
+#include <string>
+#include <thread>
+
+namespace glint::server {
+
+class Catalogue;
+class Database;
+class EventStore;
+class LensIndex;
+class LensSigner;
+class LensUrls;
+class RateLimiter;
+class TwitchTokenClient;
+struct ApiContext;
+
+// The lens backend: opens the data folder, imports the bundled lenses into
+// an empty catalogue, and serves the API under /vc/v1 plus the archives and
+// images it refers to, on a thread pool of its own.
+class LensServer
+{
+public:
+    explicit LensServer(ServerConfig config);
+    ~LensServer();
+    LensServer(const LensServer &) = delete;
+    LensServer &operator=(const LensServer &) = delete;
+
+    // Binds the port and prepares everything; then serves in the background.
+    bool start(std::string *error);
+    void stop();
+
+    int port() const { return m_port; }
+    std::string publicUrl() const;
+    // Rebuilds the in-memory catalogue from the database (after imports made
+    // by another process).
+    void reload();
+
+private:
+    bool openData(std::string *error);
+    void importBundledIfEmpty();
+    void installHandlers();
+
+    ServerConfig m_config;
+    int m_port = 0;
+    std::unique_ptr<struct HttpServerHolder> m_http;
+    std::unique_ptr<Database> m_database;
+    std::unique_ptr<Catalogue> m_catalogue;
+    std::unique_ptr<EventStore> m_events;
+    std::unique_ptr<LensSigner> m_signer;
+    std::unique_ptr<LensUrls> m_urls;
+    std::unique_ptr<LensIndex> m_index;
+    std::unique_ptr<RateLimiter> m_limiter;
+    std::unique_ptr<TwitchTokenClient> m_twitch;
+    std::unique_ptr<ApiContext> m_context;
+    std::thread m_thread;
+};
+
+} // namespace glint::server
