@@ -1,0 +1,206 @@
+// The virtual camera service: installation check, start and stop, and
+// frames handed over through the output helper, against the real sink.
+#include "framepattern.h"
+#include "sinkprocess.h"
+#include "virtualcamoutputhelper.h"
+#include "virtualcamservice.h"
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QPainter>
+#include <QTemporaryDir>
+#include <QtTest>
+#include <chrono>
+#include <future>
+
+using VCam::VirtualCamService;
+
+namespace {
+
+QStringList capturedLog;
+
+void captureLog(QtMsgType, const QMessageLogContext &, const QString &message)
+{
+    capturedLog << message;
+}
+
+VCam::VirtualCamBuffer borrow(const QByteArray &frame)
+{
+    return VCam::VirtualCamBuffer(reinterpret_cast<const uint8_t *>(frame.constData()),
+                                  [](const uint8_t *) {});
+}
+
+// Keeps writing until a write goes through, reading the frame from the sink
+// while the write is under way (the sink's output pipe is far smaller than a
+// frame). Returns the frame the sink delivered.
+QByteArray deliver(const std::function<bool()> &write, SinkProcess &sink)
+{
+    QElapsedTimer timer;
+    timer.start();
+    while (timer.elapsed() < 5000) {
+        auto attempt = std::async(std::launch::async, write);
+        if (attempt.wait_for(std::chrono::milliseconds(20)) == std::future_status::ready) {
+            if (!attempt.get())
+                continue;
+            return sink.readFrame();
+        }
+        const QByteArray frame = sink.readFrame();
+        return attempt.get() ? frame : QByteArray();
+    }
+    return {};
+}
+
+void writeDeviceName(const QString &sysfs, const QString &node, const QByteArray &name)
+{
+    QDir().mkpath(sysfs + "/" + node);
+    QFile file(sysfs + "/" + node + "/name");
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write(name + "\n");
+}
+
+} // namespace
+
+class TestVirtualCamService : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init()
+    {
+        m_runtime.reset(new QTemporaryDir);
+        QVERIFY(m_runtime->isValid());
+        qputenv("XDG_RUNTIME_DIR", m_runtime->path().toLocal8Bit());
+        const QString sysfs = m_runtime->path() + "/sysfs";
+        writeDeviceName(sysfs, "video0", "Integrated Webcam");
+        writeDeviceName(sysfs, "video4", "Glint Camera");
+        qputenv("GLINT_VIDEO4LINUX_SYSFS", sysfs.toLocal8Bit());
+        qputenv("GLINT_CAMERA_SINK", SinkProcess::program().toLocal8Bit());
+    }
+
+    void installedNeedsTheSinkAndALabelledDevice()
+    {
+        VirtualCamService service(L"/nowhere");
+        QVERIFY(service.isInstalled());
+        QVERIFY(service.isAvailable());
+
+        qputenv("GLINT_CAMERA_SINK", QByteArray("/nowhere/glint-camera-sink"));
+        QVERIFY(!service.isInstalled());
+        QVERIFY(!service.isAvailable());
+        QVERIFY2(!service.install(), "install cannot succeed without the sink program");
+        QVERIFY(!service.start());
+
+        qputenv("GLINT_CAMERA_SINK", SinkProcess::program().toLocal8Bit());
+        QFile::remove(m_runtime->path() + "/sysfs/video4/name");
+        QVERIFY(!service.isInstalled());
+    }
+
+    void sinkIsFoundBesideTheProgramOrInTheBuildTree()
+    {
+        qunsetenv("GLINT_CAMERA_SINK");
+        // An installed layout (sink beside the program) and a build tree
+        // (<build>/app beside <build>/tools/camerasink).
+        const QString root = m_runtime->path();
+        QVERIFY(QDir().mkpath(root + "/installed"));
+        QVERIFY(QDir().mkpath(root + "/build/app"));
+        QVERIFY(QDir().mkpath(root + "/build/tools/camerasink"));
+        QVERIFY(QFile::link(SinkProcess::program(), root + "/installed/glint-camera-sink"));
+        QVERIFY(QFile::link(SinkProcess::program(), root + "/build/tools/camerasink/glint-camera-sink"));
+        QVERIFY(VirtualCamService((root + "/installed").toStdWString()).isInstalled());
+        QVERIFY(VirtualCamService((root + "/build/app").toStdWString()).isInstalled());
+        QVERIFY(!VirtualCamService(root.toStdWString()).isInstalled());
+    }
+
+    void writeWithoutStartFails()
+    {
+        VirtualCamService service(L"/nowhere");
+        const QByteArray frame = FramePattern::make(0);
+        QVERIFY(!service.writeFrame(borrow(frame), frame.size()));
+    }
+
+    void stopWhileWaitingForTheSinkIsPrompt()
+    {
+        VirtualCamService service(L"/nowhere");
+        QVERIFY(service.start());
+        QTest::qWait(50);
+        QElapsedTimer timer;
+        timer.start();
+        QVERIFY(service.stop());
+        QVERIFY2(timer.elapsed() < 100, qPrintable(QString::number(timer.elapsed()) + " ms"));
+    }
+
+    void startTwiceKeepsTheFirstWriter()
+    {
+        VirtualCamService service(L"/nowhere");
+        QVERIFY(service.start());
+        SinkProcess sink(directory());
+        QVERIFY(sink.start());
+        const QByteArray first = FramePattern::make(1);
+        QCOMPARE(FramePattern::indexOf(
+                     deliver([&] { return service.writeFrame(borrow(first), first.size()); }, sink)),
+                 int64_t(1));
+
+        // With the sink no longer announcing readiness, only the writer that is
+        // already connected can deliver the next frame.
+        QVERIFY(QFile::remove(directory() + "/GlintVirtualCamEvent"));
+        QVERIFY(service.start());
+        const QByteArray second = FramePattern::make(2);
+        auto write =
+            std::async(std::launch::async, [&] { return service.writeFrame(borrow(second), second.size()); });
+        QCOMPARE(FramePattern::indexOf(sink.readFrame()), int64_t(2));
+        QVERIFY(write.get());
+    }
+
+    void largeFrameReachesThePipeAs720p()
+    {
+        VirtualCamService service(L"/nowhere");
+        QVERIFY(service.start());
+        SinkProcess sink(directory());
+        QVERIFY(sink.start());
+        QImage frame(1920, 1080, QImage::Format_RGBA8888);
+        frame.fill(Qt::red);
+        QPainter(&frame).fillRect(960, 0, 960, 1080, Qt::blue);
+
+        const QByteArray received =
+            deliver([&] { return VCam::VirtualCamOutputHelper::writeFrame(service, frame); }, sink);
+        QCOMPARE(received.size(), 2764800);
+        const QImage image(reinterpret_cast<const uchar *>(received.constData()), 1280, 720, 1280 * 3,
+                           QImage::Format_RGB888);
+        QCOMPARE(image.pixelColor(100, 360), QColor(Qt::red));
+        QCOMPARE(image.pixelColor(1180, 700), QColor(Qt::blue));
+        QCOMPARE(sink.pendingBytes(200), qint64(0));
+    }
+
+    void startingTheOutputForcesTheSizeAndLogs()
+    {
+        capturedLog.clear();
+        const auto previous = qInstallMessageHandler(captureLog);
+        VirtualCamService service(L"/nowhere");
+        VCam::VirtualCamConfig config;
+        config.width = 640;
+        config.height = 480;
+        service.setConfig(config);
+
+        qputenv("GLINT_CAMERA_SINK", QByteArray("/nowhere/glint-camera-sink"));
+        const bool startedWithoutSink = VCam::VirtualCamOutputHelper::startOutput(service);
+        qputenv("GLINT_CAMERA_SINK", SinkProcess::program().toLocal8Bit());
+        const bool started = VCam::VirtualCamOutputHelper::startOutput(service);
+        qInstallMessageHandler(previous);
+
+        QVERIFY(!startedWithoutSink);
+        QVERIFY(started);
+        QCOMPARE(capturedLog, (QStringList{"Camera is not installed", "Camera started!"}));
+        service.getConfig(config);
+        QCOMPARE(config.width, 1280u);
+        QCOMPARE(config.height, 720u);
+        QVERIFY(config.friendlyName == L"Glint Camera");
+    }
+
+private:
+    QString directory() const { return m_runtime->path() + "/glint-camera"; }
+
+    std::unique_ptr<QTemporaryDir> m_runtime;
+};
+
+QTEST_GUILESS_MAIN(TestVirtualCamService)
+#include "tst_virtualcamservice.moc"

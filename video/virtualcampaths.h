@@ -1,0 +1,25 @@
+#pragma once
+
+#include <string>
+
+namespace VCam {
+
+// Where the application and the camera sink meet on Linux, and where the
+// sink program and the loopback devices are found.
+class VirtualCamPaths
+{
+public:
+    // $XDG_RUNTIME_DIR/glint-camera, or /tmp/glint-camera-<uid> without one.
+    static std::string directory();
+    static bool ensureDirectory();
+    static std::string pipePath();
+    static std::string readyPath();
+    // $GLINT_CAMERA_SINK, else glint-camera-sink beside the program, else the
+    // build tree's tools/camerasink/glint-camera-sink; empty when none exists.
+    static std::string sinkProgram(const std::wstring &applicationDir);
+    // $GLINT_VIDEO4LINUX_SYSFS or /sys/class/video4linux.
+    static std::string video4linuxSysfs();
+    static std::string toUtf8(const std::wstring &text);
+};
+
+} // namespace VCam

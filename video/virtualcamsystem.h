@@ -1,0 +1,31 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace VCam {
+
+// What the virtual camera needs from the operating system beyond the pipe:
+// whether the camera is installed, installing it, and the companion process
+// that serves the camera while the output runs (none on every system where
+// the camera is a driver or filter of its own).
+class VirtualCamSystem
+{
+public:
+    explicit VirtualCamSystem(std::wstring applicationDir);
+    ~VirtualCamSystem();
+    VirtualCamSystem(const VirtualCamSystem &) = delete;
+    VirtualCamSystem &operator=(const VirtualCamSystem &) = delete;
+
+    bool isInstalled() const;
+    bool install(const std::wstring &filterPath64, const std::wstring &filterPath32);
+    bool uninstall(const std::wstring &filterPath64, const std::wstring &filterPath32);
+    void startCompanion();
+    void stopCompanion();
+
+private:
+    std::wstring m_applicationDir;
+    std::intptr_t m_companion = 0;
+};
+
+} // namespace VCam
