@@ -1,58 +1,14 @@
 // glint-lens-server: the Glint Camera lens backend.
-#include "catalogue.h"
-#include "database.h"
-#include "lensimporter.h"
+#include "importcommand.h"
 #include "lensserver.h"
-#include "lenssigner.h"
 #include "serverconfig.h"
 
 #include <csignal>
-#include <filesystem>
 #include <iostream>
 
 using namespace glint::server;
 
 namespace {
-
-int importLenses(const ServerConfig &config, std::vector<std::string> folders)
-{
-    bool featured = false;
-    std::vector<std::string> paths;
-    for (auto &folder : folders) {
-        if (folder == "--featured")
-            featured = true;
-        else
-            paths.push_back(folder);
-    }
-    if (paths.empty()) {
-        std::cerr << "import: name at least one lens folder\n";
-        return 2;
-    }
-    LensSigner signer(config.keyPath);
-    if (!signer.isValid()) {
-        std::cerr << "import: " << signer.error() << "\n";
-        return 1;
-    }
-    std::filesystem::create_directories(config.dataDir);
-    Database database((std::filesystem::path(config.dataDir) / "lenses.db").string());
-    Catalogue catalogue(database);
-    LensImporter importer(config.dataDir, signer, catalogue, config.deeplinkBase);
-    int failures = 0;
-    int position = int(catalogue.featuredAt(INT64_MAX / 2).size());
-    for (const auto &path : paths) {
-        LensRecord lens;
-        std::string error;
-        if (!importer.importFolder(path, &lens, &error)) {
-            std::cerr << "Lens not imported. Reason: " << error << "\n";
-            ++failures;
-            continue;
-        }
-        if (featured)
-            catalogue.schedule(lens.id, position++, 0, 0);
-        std::cout << "Imported " << lens.id << " (" << lens.name << ") checksum " << lens.checksum << "\n";
-    }
-    return failures == 0 ? 0 : 1;
-}
 
 int serve(const ServerConfig &config)
 {
@@ -113,7 +69,7 @@ int main(int argc, char **argv)
     }
     try {
         if (import)
-            return importLenses(config, positional);
+            return ImportCommand::run(config, positional);
         if (!positional.empty()) {
             std::cerr << "unexpected argument \"" << positional.front() << "\"\nTry --help.\n";
             return 2;
