@@ -15,6 +15,7 @@ extern "C" {
 #include <libavfilter/buffersrc.h>
 #include <libavformat/avformat.h>
 #include <libavutil/dict.h>
+#include <libavutil/log.h>
 #include <libavutil/opt.h>
 }
 
@@ -25,9 +26,13 @@ namespace {
 void registerFFmpegOnce()
 {
     // Codecs, formats and filters register themselves in current FFmpeg; only
-    // the capture devices still need an explicit call.
+    // the capture devices still need an explicit call. The library's own
+    // chatter (warnings about each odd packet) stays out of the log.
     static std::once_flag once;
-    std::call_once(once, [] { avdevice_register_all(); });
+    std::call_once(once, [] {
+        avdevice_register_all();
+        av_log_set_level(AV_LOG_ERROR);
+    });
 }
 
 // Keeps the filtered picture alive for as long as an image aliases it.

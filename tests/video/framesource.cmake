@@ -1,0 +1,17 @@
+# Frame sources: streams decoding real generated videos, the grabber's
+# states and recovery, camera names and the demo camera.
+if(TARGET video)
+  find_package(Qt5 5.15 REQUIRED COMPONENTS Test)
+  set(framesource_dir ${CMAKE_CURRENT_LIST_DIR}/framesource)
+  add_library(framesource_fixture STATIC ${framesource_dir}/videofixture.cpp ${framesource_dir}/videofixture.h)
+  target_link_libraries(framesource_fixture PUBLIC video Qt5::Test)
+  target_include_directories(framesource_fixture PUBLIC ${framesource_dir})
+  foreach(name tst_framestream tst_streamgrabber)
+    add_executable(${name} ${framesource_dir}/${name}.cpp)
+    set_target_properties(${name} PROPERTIES AUTOMOC ON)
+    target_link_libraries(${name} PRIVATE framesource_fixture)
+    add_test(NAME video.${name} COMMAND ${name})
+    set_tests_properties(video.${name} PROPERTIES TIMEOUT 300)
+  endforeach()
+  set_tests_properties(video.tst_streamgrabber PROPERTIES ENVIRONMENT "GLINT_DEMO_CLIP=${GLINT_DEMO_CLIP_OUTPUT}")
+endif()
