@@ -14,6 +14,9 @@ RealTimer::RealTimer(QObject *parent) : QObject(parent), m_timer(this)
     qRegisterMetaType<Qt::ApplicationState>(
         (QByteArray(qt_getQtMetaObject()->className()) + "::ApplicationState").constData());
     m_timer.setSingleShot(true);
+    // A coarse timer may drift by 5% of its interval, which would read as a
+    // deviation worth correcting on every check.
+    m_timer.setTimerType(Qt::PreciseTimer);
     connect(&m_timer, &QTimer::timeout, this, &RealTimer::onTimeout);
 }
 

@@ -25,6 +25,7 @@ ApplicationWindow {
     Shortcut { sequence: "Ctrl+1"; onActivated: actionProvider.openMainPage() }
     Shortcut { sequence: "Ctrl+2"; onActivated: actionProvider.openTwitchPage() }
     Shortcut { sequence: "Ctrl+,"; onActivated: actionProvider.openSettingsPage() }
+    Shortcut { sequences: [StandardKey.Quit]; onActivated: window.close() }
 
     RowLayout {
         anchors.fill: parent
