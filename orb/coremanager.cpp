@@ -1,0 +1,268 @@
+#include "coremanager.h"
+
+#include "assetsystem.h"
+#include "compasstrackerdelegate.h"
+#include "complexeffect.h"
+#include "devicemotiontrackerdelegate.h"
+#include "effectsmanager.h"
+#include "experimentprovider.h"
+#include "facefeaturedetectorfactory.h"
+#include "facetracker.h"
+#include "fileutils.h"
+#include "glcontext.h"
+#include "glintcodedelegate.h"
+#include "hintsdelegate.h"
+#include "landmarkmodel.h"
+#include "locationtrackerdelegate.h"
+#include "remoteassetsdelegate.h"
+#include "scene.h"
+#include "scenerenderer.h"
+#include "texture.h"
+#include "videocodecfactory.h"
+
+#include <chrono>
+#include <stdexcept>
+
+namespace Orb {
+
+struct CoreManager::Impl
+{
+    void *shareContext = nullptr;
+    bool drawTrackingDebug = false;
+    std::shared_ptr<FaceFeatureDetectorFactory> detectorFactory;
+    std::shared_ptr<ExperimentProvider> experiments;
+    std::unique_ptr<GlContext> context;
+    FaceTracker tracker;
+    Texture camera;
+    CameraInfo cameraInfo;
+    std::vector<std::shared_ptr<ComplexEffect>> retired;
+    double lastTime = 0.0;
+
+    std::weak_ptr<CompassTrackerDelegate> compass;
+    std::weak_ptr<LocationTrackerDelegate> location;
+    std::weak_ptr<DeviceMotionTrackerDelegate> motion;
+    std::weak_ptr<GlintcodeDelegate> glintcode;
+    std::weak_ptr<RemoteAssetsDelegate> remoteAssets;
+    std::weak_ptr<HintsDelegate> hints;
+    std::weak_ptr<VideoCodecFactory> videoCodecs;
+
+    void ensureContext();
+    bool ensureTracker(std::string &error);
+    static bool needsFaces(const LensManifest &manifest);
+};
+
+void CoreManager::Impl::ensureContext()
+{
+    if (context) {
+        if (!context->makeCurrent())
+            throw std::runtime_error("the OpenGL context cannot be made current on this thread");
+        return;
+    }
+    auto created = std::make_unique<GlContext>();
+    std::string error;
+    if (!created->create(error, shareContext))
+        throw std::runtime_error("OpenGL ES 3 is not available: " + error);
+    context = std::move(created);
+}
+
+bool CoreManager::Impl::ensureTracker(std::string &error)
+{
+    if (tracker.isInitialized())
+        return true;
+    const std::string path = detectorFactory ? detectorFactory->landmarkModelPath() : LandmarkModel::path();
+    return tracker.initialize(path, error);
+}
+
+bool CoreManager::Impl::needsFaces(const LensManifest &manifest)
+{
+    for (const auto &b : manifest.behaviors) {
+        if (b.trigger != LensTrigger::Start && b.trigger != LensTrigger::Tap &&
+            b.trigger != LensTrigger::Event)
+            return true;
+    }
+    for (const auto &e : manifest.effects) {
+        if (e.kind == LensEffectKind::Sticker && e.anchor != LensAnchor::Screen)
+            return true;
+        if (e.kind == LensEffectKind::Shader) {
+            std::string source;
+            FileUtils::readFile(manifest.filePath(e.shaderFile), source);
+            for (const char *name :
+                 {"u_face", "u_leftEye", "u_rightEye", "u_nose", "u_mouth", "u_expressions", "u_landmarks"}) {
+                if (source.find(name) != std::string::npos)
+                    return true;
+            }
+        }
+    }
+    return false;
+}
+
+CoreManager::CoreManager(void *shareContext, bool drawTrackingDebug,
+                         std::shared_ptr<FaceFeatureDetectorFactory> faceFeatureDetectorFactory,
+                         std::shared_ptr<ExperimentProvider> experimentProvider)
+    : d(std::make_unique<Impl>()), m_effects(std::make_shared<EffectsManager>())
+{
+    d->shareContext = shareContext;
+    d->drawTrackingDebug = drawTrackingDebug;
+    d->detectorFactory = std::move(faceFeatureDetectorFactory);
+    d->experiments = std::move(experimentProvider);
+}
+
+CoreManager::~CoreManager()
+{
+    // GL objects must go while the context still exists.
+    if (d->context && d->context->makeCurrent()) {
+        m_effects->setComplexEffect(nullptr);
+        d->retired.clear();
+        d->camera = Texture();
+    }
+}
+
+void CoreManager::setCameraInfo(const CameraInfo &info)
+{
+    d->cameraInfo = info;
+}
+
+TextureWithTransform CoreManager::processFrameToTexture(const ImageBase &image, Timestamp timestamp,
+                                                        bool synchronousDetection,
+                                                        const ImageProcessingConfig &config)
+{
+    if (image.getSize().isEmpty() || !image.data())
+        throw std::runtime_error("empty frame");
+    d->ensureContext();
+    const double now =
+        timestamp.isValid()
+            ? timestamp.seconds()
+            : std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+    d->lastTime = now;
+    d->camera.upload(image);
+    const Size output{config.outputWidth > 0 ? config.outputWidth : image.width(),
+                      config.outputHeight > 0 ? config.outputHeight : image.height()};
+    std::shared_ptr<ComplexEffect> effect = m_effects->getComplexEffect();
+    m_faces.clear();
+    if (!effect) {
+        Texture out = d->camera;
+        if (output != image.getSize()) {
+            // Only resizing is needed: render through an empty lens.
+            static const LensManifest empty;
+            Mosaica::Scene scene(empty);
+            out = Mosaica::SceneRenderer().render(d->camera, scene, {}, output, false);
+        }
+        return TextureWithTransform(out, d->cameraInfo.transform);
+    }
+    if (d->tracker.isInitialized())
+        m_faces = d->tracker.process(image, now, synchronousDetection);
+    if (effect->startTime < 0.0)
+        effect->startTime = now;
+    auto scene = effect->getScene();
+    if (auto assets = d->remoteAssets.lock())
+        scene->getAssetSystem()->requestAll(*assets);
+    scene->update(m_faces, now - effect->startTime);
+    Texture out = effect->renderer().render(d->camera, *scene, m_faces, output, d->drawTrackingDebug);
+    return TextureWithTransform(out, d->cameraInfo.transform);
+}
+
+bool CoreManager::useComplexEffect(std::shared_ptr<ComplexEffectDescriptor> descriptor)
+{
+    m_lastError.clear();
+    clearComplexEffect();
+    if (!descriptor) {
+        m_lastError = "no lens given";
+        return false;
+    }
+    LensManifest manifest;
+    if (!LensManifest::load(descriptor->lensPath, manifest, m_lastError))
+        return false;
+    const bool faces = Impl::needsFaces(manifest);
+    try {
+        d->ensureContext();
+    } catch (const std::exception &e) {
+        m_lastError = e.what();
+        return false;
+    }
+    if (faces && !d->ensureTracker(m_lastError)) {
+        m_lastError = "face tracking is not available: " + m_lastError;
+        return false;
+    }
+    auto scene = std::make_shared<Mosaica::Scene>(std::move(manifest));
+    auto renderer = std::make_unique<Mosaica::SceneRenderer>();
+    if (!renderer->load(*scene, m_lastError))
+        return false;
+    scene->setTouchUsedByShaders(renderer->usesTouch());
+    scene->setHintsDelegate(d->hints);
+    m_effects->setComplexEffect(std::make_shared<ComplexEffect>(*descriptor, scene, std::move(renderer)));
+    // The delegate looks the scene up through this manager, so ask only now.
+    if (auto assets = d->remoteAssets.lock())
+        scene->getAssetSystem()->requestAll(*assets);
+    return true;
+}
+
+void CoreManager::clearComplexEffect()
+{
+    if (auto effect = m_effects->getComplexEffect())
+        d->retired.push_back(std::move(effect));
+    m_effects->setComplexEffect(nullptr);
+    m_faces.clear();
+}
+
+void CoreManager::deinitializeUnusedFilters()
+{
+    if (d->context)
+        d->context->makeCurrent();
+    d->retired.clear();
+}
+
+void CoreManager::restartTracking(const TrackingRequestInfo &info)
+{
+    d->tracker.restart(info, d->lastTime);
+    m_faces.clear();
+}
+
+bool CoreManager::processTouchEvent(const TouchEvent &event)
+{
+    auto effect = m_effects->getComplexEffect();
+    return effect && effect->getScene()->handleTouch(event);
+}
+
+std::string CoreManager::getRendererName() const
+{
+    return d->context ? d->context->renderer() : std::string();
+}
+
+void CoreManager::setCompassTrackerDelegate(std::weak_ptr<CompassTrackerDelegate> delegate)
+{
+    d->compass = std::move(delegate);
+}
+
+void CoreManager::setLocationTrackerDelegate(std::weak_ptr<LocationTrackerDelegate> delegate)
+{
+    d->location = std::move(delegate);
+}
+
+void CoreManager::setDeviceMotionTrackerDelegate(std::weak_ptr<DeviceMotionTrackerDelegate> delegate)
+{
+    d->motion = std::move(delegate);
+}
+
+void CoreManager::setGlintcodeDelegate(std::weak_ptr<GlintcodeDelegate> delegate)
+{
+    d->glintcode = std::move(delegate);
+}
+
+void CoreManager::setRemoteAssetsDelegate(std::weak_ptr<RemoteAssetsDelegate> delegate)
+{
+    d->remoteAssets = std::move(delegate);
+}
+
+void CoreManager::setHintsDelegate(std::weak_ptr<HintsDelegate> delegate)
+{
+    d->hints = delegate;
+    if (auto effect = m_effects->getComplexEffect())
+        effect->getScene()->setHintsDelegate(std::move(delegate));
+}
+
+void CoreManager::setVideoCodecFactory(std::weak_ptr<VideoCodecFactory> factory)
+{
+    d->videoCodecs = std::move(factory);
+}
+
+} // namespace Orb

@@ -1,0 +1,56 @@
+#include "facedetector.h"
+
+#include <dlib/image_processing/frontal_face_detector.h>
+#include <dlib/opencv/cv_image.h>
+#include <opencv2/imgproc.hpp>
+
+namespace Orb {
+
+struct FaceDetector::Impl
+{
+    dlib::frontal_face_detector detector = dlib::get_frontal_face_detector();
+};
+
+FaceDetector::FaceDetector() : d(std::make_unique<Impl>()) {}
+
+FaceDetector::~FaceDetector() = default;
+
+std::vector<cv::Rect2f> FaceDetector::detect(const cv::Mat &gray)
+{
+    dlib::cv_image<unsigned char> image(gray);
+    std::vector<cv::Rect2f> out;
+    for (const auto &r : d->detector(image))
+        out.emplace_back(r.left(), r.top(), r.width(), r.height());
+    return out;
+}
+
+bool FaceDetector::detectAround(const cv::Mat &gray, const cv::Rect2f &expected, cv::Rect2f &found)
+{
+    const float margin = expected.width * 0.6f;
+    cv::Rect window(
+        cv::Point(static_cast<int>(expected.x - margin), static_cast<int>(expected.y - margin)),
+        cv::Point(static_cast<int>(expected.br().x + margin), static_cast<int>(expected.br().y + margin)));
+    window &= cv::Rect(0, 0, gray.cols, gray.rows);
+    if (window.width < 40 || window.height < 40)
+        return false;
+    // Scale so the expected face is about 100 pixels wide.
+    const double scale = std::min(1.0, 100.0 / std::max(1.0f, expected.width));
+    cv::Mat crop;
+    cv::resize(gray(window), crop, cv::Size(), scale, scale, cv::INTER_AREA);
+    const cv::Point2f centre(expected.x + expected.width / 2, expected.y + expected.height / 2);
+    float best = expected.width * 0.5f;
+    bool ok = false;
+    for (const auto &r : detect(crop)) {
+        cv::Rect2f full(window.x + r.x / scale, window.y + r.y / scale, r.width / scale, r.height / scale);
+        cv::Point2f c(full.x + full.width / 2, full.y + full.height / 2);
+        const float dist = static_cast<float>(cv::norm(c - centre));
+        if (dist < best) {
+            best = dist;
+            found = full;
+            ok = true;
+        }
+    }
+    return ok;
+}
+
+} // namespace Orb

@@ -1,0 +1,44 @@
+#pragma once
+
+#include "face.h"
+#include "trackingrequestinfo.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace Orb {
+
+class ImageBase;
+
+// Tracks up to four faces with 68 landmarks each. Full detection only looks
+// for faces (on a background thread, or inline when asked); every frame fits
+// landmarks from each face's last box, a cheap detection around each face
+// every few frames confirms it, and landmarks are smoothed so a still face
+// does not jitter.
+class FaceTracker
+{
+public:
+    static constexpr int kMaxFaces = 4;
+
+    FaceTracker();
+    ~FaceTracker();
+
+    // Loads the shared landmark model. Returns false with a reason.
+    bool initialize(const std::string &modelPath, std::string &error);
+    bool isInitialized() const;
+
+    // Tracks faces in one frame. With synchronousDetection the full detection
+    // runs inline whenever it is due, which makes results reproducible.
+    const std::vector<Face> &process(const ImageBase &frame, double timeSeconds, bool synchronousDetection);
+
+    const std::vector<Face> &faces() const;
+    // Forgets every face and expression baseline and searches afresh.
+    void restart(const TrackingRequestInfo &info, double timeSeconds);
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> d;
+};
+
+} // namespace Orb

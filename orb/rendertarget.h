@@ -1,0 +1,29 @@
+#pragma once
+
+#include "texture.h"
+
+namespace Orb {
+
+// A texture with a framebuffer to draw into it.
+class RenderTarget
+{
+public:
+    RenderTarget() = default;
+    ~RenderTarget();
+
+    RenderTarget(const RenderTarget &) = delete;
+    RenderTarget &operator=(const RenderTarget &) = delete;
+
+    // (Re)allocates when the size differs. Returns false when the framebuffer
+    // is incomplete.
+    bool ensure(int width, int height);
+    // Binds the framebuffer and sets the viewport to the whole texture.
+    void bind() const;
+    const Texture &texture() const { return m_texture; }
+
+private:
+    Texture m_texture;
+    unsigned m_framebuffer = 0;
+};
+
+} // namespace Orb

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <string>
+
+namespace Orb {
+
+// The GLSL sources built into the renderer, and the prelude put before every
+// lens fragment shader (its uniforms are the lens author's vocabulary).
+class ShaderLibrary
+{
+public:
+    static const std::string &fullScreenVertex();
+    static const std::string &stickerVertex();
+    static const std::string &lensPrelude();
+    static const std::string &copyFragment();
+    static const std::string &stickerFragment();
+    static const std::string &lutFragment();
+    // The prelude followed by the author's source, with line numbers of
+    // compile errors counted in the author's file.
+    static std::string lensFragment(const std::string &authorSource);
+};
+
+} // namespace Orb
