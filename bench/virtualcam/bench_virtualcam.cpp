@@ -1,0 +1,234 @@
+// Prints: the sink's RGB to YUYV conversion cost per 1280x720 frame, and the
+// sustained frame rate through stream writer, FIFO and camera sink, with
+// dropped and torn frames and the memory of both processes.
+//
+// usage: bench_virtualcam [frames (default 10000)] [sink program]
+#include "frameconverter.h"
+#include "frameformat.h"
+#include "virtualcamstreamwriter.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <signal.h>
+#include <spawn.h>
+#include <string>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+extern char **environ;
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+double msSince(Clock::time_point start)
+{
+    return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+}
+
+long rssKb(pid_t pid)
+{
+    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+    std::string line;
+    while (std::getline(status, line)) {
+        if (line.rfind("VmRSS:", 0) == 0)
+            return std::atol(line.c_str() + 6);
+    }
+    return -1;
+}
+
+void fillFrame(std::vector<uint8_t> &frame, uint32_t index)
+{
+    std::memset(frame.data(), int(index & 0xFF), frame.size());
+    std::memcpy(frame.data(), &index, sizeof index);
+}
+
+bool frameMatches(const std::vector<uint8_t> &frame, uint32_t index)
+{
+    uint32_t header = 0;
+    std::memcpy(&header, frame.data(), sizeof header);
+    const uint8_t fill = uint8_t(index & 0xFF);
+    return header == index && std::all_of(frame.begin() + sizeof header, frame.end(),
+                                          [fill](uint8_t byte) { return byte == fill; });
+}
+
+void benchConversion()
+{
+    std::vector<uint8_t> rgb(Sink::kRgbFrameBytes);
+    for (std::size_t i = 0; i < rgb.size(); ++i)
+        rgb[i] = uint8_t((i * 2654435761u) >> 13);
+    std::vector<uint8_t> yuyv(Sink::kYuyvFrameBytes);
+    Sink::FrameConverter converter(Sink::kFrameWidth, Sink::kFrameHeight);
+    converter.rgbToYuyv(rgb.data(), yuyv.data());
+    constexpr int kRounds = 500;
+    double best = 1e9;
+    const auto start = Clock::now();
+    for (int i = 0; i < kRounds; ++i) {
+        const auto one = Clock::now();
+        converter.rgbToYuyv(rgb.data(), yuyv.data());
+        best = std::min(best, msSince(one));
+    }
+    std::printf("conversion RGB888 -> YUYV 1280x720: mean %.3f ms, best %.3f ms per frame (%d frames)\n",
+                msSince(start) / kRounds, best, kRounds);
+}
+
+struct Sink
+{
+    pid_t pid = 0;
+    int output = -1;
+};
+
+Sink startSink(const std::string &program, const std::string &directory, const std::string &format,
+               const std::string &file)
+{
+    int fds[2];
+    if (::pipe(fds) < 0)
+        return {};
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, fds[1], STDOUT_FILENO);
+    posix_spawn_file_actions_addclose(&actions, fds[0]);
+    std::vector<std::string> args{program, "--dir", directory, "--output", file, "--format", format};
+    std::vector<char *> argv;
+    for (auto &arg : args)
+        argv.push_back(arg.data());
+    argv.push_back(nullptr);
+    Sink sink;
+    posix_spawn(&sink.pid, program.c_str(), &actions, nullptr, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    ::close(fds[1]);
+    sink.output = fds[0];
+    return sink;
+}
+
+void stopSink(Sink &sink)
+{
+    ::kill(sink.pid, SIGTERM);
+    ::waitpid(sink.pid, nullptr, 0);
+    ::close(sink.output);
+}
+
+bool readFrame(int fd, std::vector<uint8_t> &frame)
+{
+    std::size_t done = 0;
+    while (done < frame.size()) {
+        const ssize_t got = ::read(fd, frame.data() + done, frame.size() - done);
+        if (got <= 0)
+            return false;
+        done += std::size_t(got);
+    }
+    return true;
+}
+
+bool waitConnected(const VCam::VirtualCamStreamWriter &writer)
+{
+    const auto start = Clock::now();
+    while (!writer.isConnected()) {
+        if (msSince(start) > 5000)
+            return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
+
+// Frames flow writer -> FIFO -> sink -> stdout pipe -> this process, which
+// checks every byte of every frame.
+void benchVerifiedStream(const std::string &program, const std::string &directory, uint32_t frames)
+{
+    Sink sink = startSink(program, directory, "rgb", "-");
+    VCam::VirtualCamStreamWriter writer;
+    if (!waitConnected(writer)) {
+        std::printf("stream: the sink did not connect\n");
+        stopSink(sink);
+        return;
+    }
+    std::atomic<uint32_t> received{0};
+    std::atomic<uint32_t> torn{0};
+    std::thread reader([&] {
+        std::vector<uint8_t> frame(::Sink::kRgbFrameBytes);
+        for (uint32_t i = 0; i < frames && readFrame(sink.output, frame); ++i) {
+            if (!frameMatches(frame, i))
+                ++torn;
+            ++received;
+        }
+    });
+    std::vector<uint8_t> frame(::Sink::kRgbFrameBytes);
+    uint32_t dropped = 0;
+    long sinkRssEarly = 0;
+    long selfRssEarly = 0;
+    const auto start = Clock::now();
+    for (uint32_t i = 0; i < frames; ++i) {
+        fillFrame(frame, i);
+        VCam::VirtualCamBuffer buffer(frame.data(), [](const uint8_t *) {});
+        if (!writer.write(buffer, int(frame.size())))
+            ++dropped;
+        if (i == std::min(frames - 1, 1000u)) {
+            sinkRssEarly = rssKb(sink.pid);
+            selfRssEarly = rssKb(::getpid());
+        }
+    }
+    reader.join();
+    const double elapsed = msSince(start);
+    const long sinkRss = rssKb(sink.pid);
+    const long selfRss = rssKb(::getpid());
+    std::printf("stream RGB, verified: %u frames in %.0f ms = %.1f fps (%.0f MB/s); dropped %u, received %u, "
+                "torn or out of order %u\n",
+                frames, elapsed, frames * 1000.0 / elapsed, frames * 2.7648 * 1000.0 / elapsed, dropped,
+                received.load(), torn.load());
+    std::printf("memory (RSS) at frame 1000 -> end: sink %ld -> %ld kB, writer process %ld -> %ld kB\n",
+                sinkRssEarly, sinkRss, selfRssEarly, selfRss);
+    stopSink(sink);
+}
+
+// The sink converting to YUYV and writing a file, as it does for a device.
+void benchConvertedStream(const std::string &program, const std::string &directory, uint32_t frames)
+{
+    Sink sink = startSink(program, directory, "yuyv", "/dev/null");
+    VCam::VirtualCamStreamWriter writer;
+    if (!waitConnected(writer)) {
+        std::printf("stream: the sink did not connect\n");
+        stopSink(sink);
+        return;
+    }
+    std::vector<uint8_t> frame(::Sink::kRgbFrameBytes);
+    uint32_t dropped = 0;
+    const auto start = Clock::now();
+    for (uint32_t i = 0; i < frames; ++i) {
+        fillFrame(frame, i);
+        if (!writer.write(VCam::VirtualCamBuffer(frame.data(), [](const uint8_t *) {}), int(frame.size())))
+            ++dropped;
+    }
+    const double elapsed = msSince(start);
+    std::printf(
+        "stream to YUYV file (/dev/null): %u frames in %.0f ms = %.1f fps; dropped %u; sink RSS %ld kB\n",
+        frames, elapsed, frames * 1000.0 / elapsed, dropped, rssKb(sink.pid));
+    stopSink(sink);
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    const uint32_t frames = argc > 1 ? uint32_t(std::atol(argv[1])) : 10000u;
+    const std::string program = argc > 2 ? argv[2] : GLINT_BENCH_SINK_PATH;
+    char pattern[] = "/tmp/bench-virtualcam-XXXXXX";
+    const char *runtime = ::mkdtemp(pattern);
+    if (!runtime || frames == 0)
+        return 1;
+    ::setenv("XDG_RUNTIME_DIR", runtime, 1);
+    const std::string directory = std::string(runtime) + "/glint-camera";
+
+    benchConversion();
+    benchVerifiedStream(program, directory, frames);
+    benchConvertedStream(program, directory, std::max(1u, frames / 5));
+    std::filesystem::remove_all(runtime);
+    return 0;
+}
