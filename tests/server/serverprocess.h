@@ -1,0 +1,25 @@
+#pragma once
+
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+// Runs glint-lens-server as a child process on a free port and stops it.
+class ServerProcess
+{
+public:
+    explicit ServerProcess(std::vector<std::string> args);
+    ~ServerProcess();
+
+    bool started() const { return m_port > 0; }
+    int port() const { return m_port; }
+    std::string url() const { return "http://127.0.0.1:" + std::to_string(m_port); }
+    // Stops with SIGTERM; returns the exit status.
+    int stop();
+    std::string output() const;
+
+private:
+    pid_t m_pid = -1;
+    int m_port = 0;
+    std::string m_logPath;
+};

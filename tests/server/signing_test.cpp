@@ -1,0 +1,275 @@
+// Checksums, signatures, keys, archives and manifests of lens folders.
+#include "base64.h"
+#include "lensmanifest.h"
+#include "lenspacker.h"
+#include "lenssigner.h"
+#include "testlens.h"
+#include "zipwriter.h"
+
+#include <filesystem>
+#include <functional>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <openssl/evp.h>
+#include <openssl/x509.h>
+
+namespace fs = std::filesystem;
+using namespace glint::server;
+
+namespace {
+
+const std::string kVectors = GLINT_TEST_SIGNATURES_DIR;
+
+std::string trimmed(std::string text)
+{
+    while (!text.empty() && (text.back() == '\n' || text.back() == '\r'))
+        text.pop_back();
+    return text;
+}
+
+// Plain OpenSSL verification of SHA-384(checksum + id) against the DER key,
+// independent of the server's own code.
+bool opensslVerifies(const std::string &checksum, const std::string &id, const std::string &signatureB64,
+                     const std::string &publicKeyB64)
+{
+    const auto keyDer = Base64::decode(publicKeyB64);
+    const auto signature = Base64::decode(signatureB64);
+    if (!keyDer || !signature)
+        return false;
+    const unsigned char *p = reinterpret_cast<const unsigned char *>(keyDer->data());
+    EVP_PKEY *key = d2i_PUBKEY(nullptr, &p, long(keyDer->size()));
+    if (!key)
+        return false;
+    const std::string message = checksum + id;
+    EVP_MD_CTX *ctx = EVP_MD_CTX_new();
+    const bool ok =
+        EVP_DigestVerifyInit(ctx, nullptr, EVP_sha384(), nullptr, key) == 1 &&
+        EVP_DigestVerify(ctx, reinterpret_cast<const unsigned char *>(signature->data()), signature->size(),
+                         reinterpret_cast<const unsigned char *>(message.data()), message.size()) == 1;
+    EVP_MD_CTX_free(ctx);
+    EVP_PKEY_free(key);
+    return ok;
+}
+
+} // namespace
+
+TEST(SharedVectors, ChecksumAndSignatureHold)
+{
+    const std::string checksum = trimmed(readFile(kVectors + "/checksum.txt"));
+    const std::string signature = trimmed(readFile(kVectors + "/signature.b64"));
+    const std::string publicKey = trimmed(readFile(kVectors + "/public_key.b64"));
+    ASSERT_EQ(publicKey.size(), 160u);
+    EXPECT_EQ(LensSigner::directoryChecksum(kVectors + "/lens"), checksum);
+
+    EXPECT_TRUE(opensslVerifies(checksum, "signature-vector", signature, publicKey));
+    EXPECT_TRUE(LensSigner::verify(checksum, "signature-vector", signature, publicKey));
+    EXPECT_FALSE(opensslVerifies(checksum, "other-lens", signature, publicKey));
+    EXPECT_FALSE(LensSigner::verify(checksum, "other-lens", signature, publicKey));
+}
+
+TEST(Checksum, DependsOnContentNotOnNamesOrLayout)
+{
+    TempDir temp;
+    fs::copy(kVectors + "/lens", temp / "lens", fs::copy_options::recursive);
+    const std::string original = LensSigner::directoryChecksum(temp / "lens");
+    ASSERT_EQ(original.size(), 64u);
+
+    fs::create_directories(temp / "lens/elsewhere/deeper");
+    fs::rename(temp / "lens/shaders/tint.frag", temp / "lens/elsewhere/deeper/renamed.txt");
+    fs::rename(temp / "lens/icon.png", temp / "lens/zz.bin");
+    EXPECT_EQ(LensSigner::directoryChecksum(temp / "lens"), original);
+
+    // Empty folders do not count; an empty file does.
+    fs::create_directories(temp / "lens/empty");
+    EXPECT_EQ(LensSigner::directoryChecksum(temp / "lens"), original);
+    writeFile(temp / "lens/empty/file", "");
+    EXPECT_NE(LensSigner::directoryChecksum(temp / "lens"), original);
+    fs::remove(temp / "lens/empty/file");
+
+    std::string manifest = readFile(temp / "lens/lens.json");
+    manifest.back() ^= 1;
+    writeFile(temp / "lens/lens.json", manifest);
+    const std::string changed = LensSigner::directoryChecksum(temp / "lens");
+    EXPECT_NE(changed, original);
+    EXPECT_FALSE(LensSigner::verify(changed, "signature-vector",
+                                    trimmed(readFile(kVectors + "/signature.b64")),
+                                    trimmed(readFile(kVectors + "/public_key.b64"))));
+
+    EXPECT_EQ(LensSigner::directoryChecksum(temp / "missing"), "");
+}
+
+TEST(Signer, GeneratedKeySignsWhatOpenSslAndTheClientRulesAccept)
+{
+    TempDir temp;
+    std::string error;
+    ASSERT_TRUE(LensSigner::generateKey(temp / "key.pem", &error)) << error;
+    EXPECT_EQ(fs::status(temp / "key.pem").permissions() & fs::perms::others_read, fs::perms::none);
+    LensSigner signer(temp / "key.pem");
+    ASSERT_TRUE(signer.isValid()) << signer.error();
+    const std::string publicKey = signer.publicKeyBase64();
+    EXPECT_EQ(publicKey.size(), 160u);
+
+    const std::string checksum = LensSigner::directoryChecksum(kVectors + "/lens");
+    // ECDSA signatures are randomised: check several, which also exercises
+    // r and s with and without a leading zero byte.
+    for (int i = 0; i < 20; ++i) {
+        const std::string signature = signer.sign(checksum, "lens-" + std::to_string(i));
+        ASSERT_TRUE(opensslVerifies(checksum, "lens-" + std::to_string(i), signature, publicKey));
+        ASSERT_TRUE(LensSigner::verify(checksum, "lens-" + std::to_string(i), signature, publicKey));
+        ASSERT_FALSE(LensSigner::verify(checksum, "lens-x", signature, publicKey));
+    }
+    // Another key does not verify.
+    LensSigner::generateKey(temp / "other.pem", nullptr);
+    EXPECT_FALSE(LensSigner::verify(checksum, "a", signer.sign(checksum, "a"),
+                                    LensSigner(temp / "other.pem").publicKeyBase64()));
+}
+
+TEST(Signer, RejectsKeysThatAreNotP384)
+{
+    TempDir temp;
+    writeFile(temp / "garbage.pem", "not a key");
+    EXPECT_FALSE(LensSigner(temp / "garbage.pem").isValid());
+    EXPECT_FALSE(LensSigner(temp / "absent.pem").isValid());
+    ASSERT_EQ(
+        runCommand("openssl ecparam -name prime256v1 -genkey -noout -out " + (temp / "p256.pem") + " 2>&1"),
+        0);
+    LensSigner p256(temp / "p256.pem");
+    EXPECT_FALSE(p256.isValid());
+    EXPECT_NE(p256.error().find("P-384"), std::string::npos);
+}
+
+TEST(Signer, MalformedSignaturesFailWithoutCrashing)
+{
+    const std::string checksum = trimmed(readFile(kVectors + "/checksum.txt"));
+    const std::string publicKey = trimmed(readFile(kVectors + "/public_key.b64"));
+    const std::string good = *Base64::decode(trimmed(readFile(kVectors + "/signature.b64")));
+    auto verifies = [&](const std::string &der) {
+        return LensSigner::verify(checksum, "signature-vector", Base64::encode(der), publicKey);
+    };
+    ASSERT_TRUE(verifies(good));
+
+    // r of 49 significant bytes.
+    std::string longR =
+        std::string("\x30\x66\x02\x31", 4) + std::string(49, '\x7f') + "\x02\x31" + std::string(49, '\x01');
+    longR[1] = char(longR.size() - 2);
+    EXPECT_FALSE(verifies(longR));
+
+    EXPECT_FALSE(verifies(""));
+    EXPECT_FALSE(verifies(std::string("\x30\x01\x02", 3)));
+    EXPECT_FALSE(verifies(good.substr(0, good.size() - 5)));      // cut short
+    EXPECT_FALSE(verifies(std::string("\x31") + good.substr(1))); // not a SEQUENCE
+    std::string lengthBeyond = good;
+    lengthBeyond[1] = char(good.size()); // claims more than there is
+    EXPECT_FALSE(verifies(lengthBeyond));
+    std::string flipped = good;
+    flipped[10] ^= 0x40;
+    EXPECT_FALSE(verifies(flipped));
+    EXPECT_FALSE(LensSigner::verify(checksum, "signature-vector", "@@not base64@@", publicKey));
+    EXPECT_FALSE(LensSigner::verify(checksum, "signature-vector", Base64::encode(good), "AAAA"));
+}
+
+TEST(Base64, RoundTripsAndRejectsBadText)
+{
+    for (size_t size = 0; size < 8; ++size) {
+        std::string bytes;
+        for (size_t i = 0; i < size; ++i)
+            bytes.push_back(char(0xf0 + i));
+        EXPECT_EQ(Base64::decode(Base64::encode(bytes)), bytes);
+    }
+    EXPECT_EQ(Base64::encode("glint"), "Z2xpbnQ=");
+    EXPECT_FALSE(Base64::decode("Z2xpbnQ"));  // not a multiple of 4
+    EXPECT_FALSE(Base64::decode("Z2x*bnQ=")); // outside the alphabet
+    EXPECT_FALSE(Base64::decode("Z=xpbnQ=")); // padding in the middle
+}
+
+TEST(Manifest, ReadsTheHeaderFields)
+{
+    TempDir temp;
+    writeLens(temp.path(), {"shades", "Cool Shades", "Glint Studio", "lens_hint_open_your_mouth", 3});
+    LensManifest manifest;
+    std::string error;
+    ASSERT_TRUE(manifest.load(temp / "shades", &error)) << error;
+    EXPECT_EQ(manifest.id, "shades");
+    EXPECT_EQ(manifest.name, "Cool Shades");
+    EXPECT_EQ(manifest.author, "Glint Studio");
+    EXPECT_EQ(manifest.hint, "lens_hint_open_your_mouth");
+    EXPECT_EQ(manifest.previewFrames.size(), 3u);
+    EXPECT_EQ(manifest.frameIntervalMs, 80);
+    EXPECT_EQ(manifest.externalTriggers, std::vector<std::string>{"trigger1"});
+}
+
+TEST(Manifest, RejectsInvalidHeadersNamingTheProblem)
+{
+    TempDir temp;
+    const std::string dir = writeLens(temp.path(), {"base", "Base", "A", "", 2});
+    const auto valid = nlohmann::json::parse(readFile(dir + "/lens.json"));
+    const std::vector<std::pair<std::function<void(nlohmann::json &)>, std::string>> cases = {
+        {[](auto &m) { m["formatVersion"] = 2; }, "formatVersion"},
+        {[](auto &m) { m.erase("id"); }, "\"id\""},
+        {[](auto &m) { m["id"] = "has space"; }, "\"id\""},
+        {[](auto &m) { m["id"] = "../escape"; }, "\"id\""},
+        {[](auto &m) { m["name"] = ""; }, "\"name\""},
+        {[](auto &m) { m["name"] = 5; }, "\"name\""},
+        {[](auto &m) { m["icon"] = "../outside.png"; }, "\"icon\""},
+        {[](auto &m) { m["icon"] = "/etc/passwd"; }, "\"icon\""},
+        {[](auto &m) { m["icon"] = "lens.json"; }, "PNG"},
+        {[](auto &m) { m["preview"]["frames"] = {"preview/9.png"}; }, "preview frame"},
+        {[](auto &m) { m["preview"]["frames"] = "preview/0.png"; }, "preview.frames"},
+        {[](auto &m) { m["preview"]["frameIntervalMs"] = -5; }, "frameIntervalMs"},
+        {[](auto &m) { m["hint"] = true; }, "\"hint\""},
+        {[](auto &m) {
+             m["externalTriggers"] = {1, 2};
+         },
+         "externalTriggers"},
+    };
+    for (const auto &[change, expected] : cases) {
+        auto manifest = valid;
+        change(manifest);
+        writeFile(dir + "/lens.json", manifest.dump());
+        LensManifest parsed;
+        std::string error;
+        EXPECT_FALSE(parsed.load(dir, &error)) << manifest.dump();
+        EXPECT_NE(error.find(expected), std::string::npos) << error;
+    }
+    writeFile(dir + "/lens.json", "[1, 2]");
+    std::string error;
+    EXPECT_FALSE(LensManifest().load(dir, &error));
+    EXPECT_FALSE(LensManifest().load(temp / "nothing-here", &error));
+}
+
+TEST(Packer, ArchiveUnpacksToTheSignedFilesAndIsReproducible)
+{
+    TempDir temp;
+    const std::string dir = writeLens(temp.path(), {"packed", "Packed", "A", "", 2});
+    writeFile(dir + "/empty.txt", "");
+    LensSigner signer(makeKey(temp.path()));
+    PackedLens packed;
+    std::string error;
+    ASSERT_TRUE(LensPacker::pack(dir, signer, temp / "one.zip", &packed, &error)) << error;
+    ASSERT_TRUE(LensPacker::pack(dir, signer, temp / "two.zip", nullptr, &error)) << error;
+    EXPECT_EQ(readFile(temp / "one.zip"), readFile(temp / "two.zip"));
+
+    // Unpack with the system's unzip, as a client would, and verify.
+    ASSERT_EQ(runCommand("unzip -q " + (temp / "one.zip") + " -d " + (temp / "out")), 0);
+    const std::string unpacked = LensSigner::directoryChecksum(temp / "out");
+    EXPECT_EQ(unpacked, packed.checksum);
+    EXPECT_EQ(readFile(temp / "out/lens.json"), readFile(dir + "/lens.json"));
+    EXPECT_TRUE(fs::exists(temp / "out/empty.txt"));
+    EXPECT_TRUE(LensSigner::verify(unpacked, "packed", packed.signature, signer.publicKeyBase64()));
+
+    // An invalid manifest or an unusable key produces no archive.
+    writeFile(dir + "/lens.json", "{}");
+    EXPECT_FALSE(LensPacker::pack(dir, signer, temp / "three.zip", nullptr, &error));
+    EXPECT_FALSE(fs::exists(temp / "three.zip"));
+}
+
+TEST(Packer, ZipOfAnEmptyFolderIsValid)
+{
+    TempDir temp;
+    fs::create_directories(temp / "empty");
+    std::string error;
+    ASSERT_TRUE(ZipWriter::writeDirectory(temp / "empty", temp / "empty.zip", &error)) << error;
+    std::string listing;
+    runCommand("unzip -l " + (temp / "empty.zip") + " 2>&1", &listing);
+    EXPECT_NE(listing.find("zipfile is empty"), std::string::npos) << listing;
+}
