@@ -30,7 +30,7 @@ VirtualCamStreamWriter::~VirtualCamStreamWriter()
 
 bool VirtualCamStreamWriter::write(VirtualCamBuffer buffer, int byteCount)
 {
-    if (!m_pipe.isValid() || byteCount <= 0)
+    if (!m_pipe.isValid() || !buffer || byteCount <= 0)
         return false;
     if (m_pipe.write(buffer.get(), std::size_t(byteCount)))
         return true;
