@@ -1,0 +1,267 @@
+// Starts the real program on the X display of the test run and drives it
+// with xdotool: start-up, page switching, shutdown order, one instance at a
+// time, and the log file.
+#include <QImage>
+#include <QProcess>
+#include <QSharedMemory>
+#include <QTemporaryDir>
+#include <QtTest>
+#include <singleinstanceguard.h>
+
+namespace {
+
+const QString kBinary = QStringLiteral(GLINT_APP_BINARY);
+const QString kArtifacts = QStringLiteral(GLINT_ARTIFACTS_DIR);
+
+QString run(const QString &program, const QStringList &args, int timeoutMs = 15000)
+{
+    QProcess process;
+    process.start(program, args);
+    process.waitForFinished(timeoutMs);
+    return QString::fromLocal8Bit(process.readAllStandardOutput()).trimmed();
+}
+
+// One running instance of the program with its own configuration folder.
+class AppInstance
+{
+public:
+    explicit AppInstance(const QString &configHome)
+    {
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert("XDG_CONFIG_HOME", configHome);
+        env.insert("QT_QPA_PLATFORM", "xcb");
+        process.setProcessEnvironment(env);
+        process.setProgram(kBinary);
+    }
+    ~AppInstance()
+    {
+        if (process.state() != QProcess::NotRunning) {
+            process.kill();
+            process.waitForFinished(5000);
+        }
+    }
+
+    void start() { process.start(); }
+
+    // The id of the program's first visible window, or empty after the timeout.
+    QString waitForWindow(int timeoutMs = 20000)
+    {
+        QElapsedTimer clock;
+        clock.start();
+        while (clock.elapsed() < timeoutMs && process.state() != QProcess::NotRunning) {
+            const QString ids = run("xdotool", {"search", "--onlyvisible", "--pid",
+                                                QString::number(process.processId())});
+            if (!ids.isEmpty())
+                return ids.split('\n').first();
+            QTest::qWait(200);
+        }
+        return {};
+    }
+
+    QProcess process;
+};
+
+QString readFile(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
+}
+
+bool waitForLog(const QString &logPath, const QString &text, int timeoutMs = 10000)
+{
+    QElapsedTimer clock;
+    clock.start();
+    while (clock.elapsed() < timeoutMs) {
+        if (readFile(logPath).contains(text))
+            return true;
+        QTest::qWait(100);
+    }
+    return false;
+}
+
+bool showsContent(const QImage &image)
+{
+    QSet<QRgb> colours;
+    for (int y = 0; y < image.height(); y += 7)
+        for (int x = 0; x < image.width(); x += 7)
+            colours.insert(image.pixel(x, y));
+    return colours.size() > 20;
+}
+
+// Saves the window's picture as a test artefact once it shows more than a
+// blank surface (the first frames may still be empty); false if it never does.
+bool screenshot(const QString &windowId, const QString &name)
+{
+    QDir().mkpath(kArtifacts);
+    const QString file = kArtifacts + "/" + name + ".png";
+    for (int attempt = 0; attempt < 20; ++attempt) {
+        QProcess::execute("import", {"-window", windowId, file});
+        if (showsContent(QImage(file)))
+            return true;
+        QTest::qWait(250);
+    }
+    return false;
+}
+
+// Types keys into the window as a user would (through the X test
+// extension, to the window that has the focus).
+void sendKeys(const QString &windowId, const QString &keys)
+{
+    QProcess::execute("xdotool", {"windowfocus", "--sync", windowId});
+    QTest::qWait(100);
+    QProcess::execute("xdotool", {"key", "--clearmodifiers", keys});
+}
+
+// A killed instance leaves its shared memory segment behind; attaching and
+// detaching once removes a segment that nobody holds any more.
+void clearStaleGuard()
+{
+    QSharedMemory memory(VCam::SingleInstanceGuard::sharedMemoryKey("glint-camera"));
+    if (memory.attach())
+        memory.detach();
+}
+
+} // namespace
+
+class TestStartup : public QObject
+{
+    Q_OBJECT
+    QTemporaryDir home;
+    QString configHome() const { return home.filePath("config"); }
+    QString logPath() const { return configHome() + "/Glint/Glint Camera/Log.txt"; }
+    QString settingsPath() const { return configHome() + "/Glint/Glint Camera/settings.json"; }
+
+private slots:
+    void initTestCase()
+    {
+        if (qEnvironmentVariableIsEmpty("DISPLAY"))
+            QSKIP("needs an X display (the test command runs the suite under xvfb-run)");
+        if (run("xdotool", {"version"}).isEmpty())
+            QSKIP("needs xdotool");
+        QVERIFY(QFile::exists(kBinary));
+    }
+
+    void init() { clearStaleGuard(); }
+
+    void windowOpensSwitchesPagesAndShutsDownInOrder()
+    {
+        QDir().mkpath(QFileInfo(logPath()).absolutePath());
+        QFile stale(logPath());
+        QVERIFY(stale.open(QIODevice::WriteOnly));
+        stale.write("line from an earlier run\n");
+        stale.close();
+
+        AppInstance app(configHome());
+        app.start();
+        const QString window = app.waitForWindow();
+        QVERIFY2(!window.isEmpty(), "the main window did not appear");
+        QVERIFY(waitForLog(logPath(), "glint.actions: Started"));
+        QVERIFY(screenshot(window, "main-window-onboarding"));
+
+        sendKeys(window, "ctrl+comma");
+        QVERIFY(waitForLog(logPath(), "OpenSettingsPage"));
+        sendKeys(window, "ctrl+2");
+        QVERIFY(waitForLog(logPath(), "OpenTwitchPage"));
+        sendKeys(window, "ctrl+1");
+        QVERIFY(waitForLog(logPath(), "OpenMainPage"));
+
+        sendKeys(window, "ctrl+q");
+        QVERIFY(app.process.waitForFinished(15000));
+        QCOMPARE(app.process.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(app.process.exitCode(), 0);
+
+        const QString log = readFile(logPath());
+        QVERIFY(!log.contains("line from an earlier run"));
+        QVERIFY(!log.contains("Application started"));
+        const int engine = log.indexOf("QmlEngine destroyed");
+        const int dispatcher = log.indexOf("Dispatcher stopped");
+        const int destructed = log.indexOf("Application destructed");
+        QVERIFY(engine > 0);
+        QVERIFY(dispatcher > engine);
+        QVERIFY(destructed > dispatcher);
+        QVERIFY(QFile::exists(settingsPath()));
+    }
+
+    void savedPreferencesShowOnTheNextStart()
+    {
+        QFile settings(settingsPath());
+        QVERIFY(settings.open(QIODevice::WriteOnly));
+        settings.write(R"({"settings": {"show_onboarding": false, "mirror_preview": false}})");
+        settings.close();
+
+        AppInstance app(configHome());
+        app.start();
+        const QString window = app.waitForWindow();
+        QVERIFY(!window.isEmpty());
+        QVERIFY(waitForLog(logPath(), "glint.actions: Started"));
+        QTest::qWait(500);
+        QVERIFY(screenshot(window, "main-window"));
+        sendKeys(window, "ctrl+comma");
+        QVERIFY(waitForLog(logPath(), "OpenSettingsPage"));
+        QTest::qWait(500);
+        QVERIFY(screenshot(window, "settings-page"));
+        sendKeys(window, "ctrl+q");
+        QVERIFY(app.process.waitForFinished(15000));
+        QCOMPARE(app.process.exitCode(), 0);
+        const QString saved = readFile(settingsPath());
+        QVERIFY2(saved.contains("\"mirror_preview\": false"), qPrintable(saved));
+        QVERIFY(saved.contains("\"show_onboarding\": false"));
+    }
+
+    void secondInstanceIsRefused()
+    {
+        // Separate configuration folders keep the two logs apart; the guard
+        // is per user, so the two still compete.
+        AppInstance first(home.filePath("first"));
+        AppInstance second(home.filePath("second"));
+        first.start();
+        second.start();
+        const auto logOf = [&](const QString &config) { return config + "/Glint/Glint Camera/Log.txt"; };
+        AppInstance *running = nullptr;
+        QElapsedTimer clock;
+        clock.start();
+        while (!running && clock.elapsed() < 20000) {
+            if (readFile(logOf(home.filePath("first"))).contains("glint.actions: Started"))
+                running = &first;
+            else if (readFile(logOf(home.filePath("second"))).contains("glint.actions: Started"))
+                running = &second;
+            else
+                QTest::qWait(100);
+        }
+        QVERIFY2(running, "neither instance started");
+        AppInstance &refused = running == &first ? second : first;
+        // The refused instance waits on its message box; answer it.
+        const QString box = refused.waitForWindow();
+        QVERIFY2(!box.isEmpty(), "the refused instance showed no message");
+        sendKeys(box, "Return");
+        QVERIFY(refused.process.waitForFinished(10000));
+        QCOMPARE(refused.process.exitCode(), 1);
+        QCOMPARE(running->process.state(), QProcess::Running);
+
+        sendKeys(running->waitForWindow(), "ctrl+q");
+        QVERIFY(running->process.waitForFinished(15000));
+        QCOMPARE(running->process.exitCode(), 0);
+    }
+
+    void unwritableLogFolderStillStarts()
+    {
+        const QString blocker = home.filePath("not-a-folder");
+        QFile file(blocker);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.close();
+        AppInstance app(blocker);
+        app.process.setProcessChannelMode(QProcess::MergedChannels);
+        app.start();
+        const QString window = app.waitForWindow();
+        QVERIFY(!window.isEmpty());
+        sendKeys(window, "ctrl+q");
+        QVERIFY(app.process.waitForFinished(15000));
+        QCOMPARE(app.process.exitCode(), 0);
+        const QString output = QString::fromLocal8Bit(app.process.readAll());
+        QVERIFY(output.contains("Application::loadSettings"));
+        QVERIFY(output.contains("App settings couldn't be saved. Reason: "));
+    }
+};
+
+QTEST_MAIN(TestStartup)
+#include "tst_startup.moc"
