@@ -16,5 +16,6 @@ constexpr std::size_t kYuyvFrameBytes = std::size_t(kFrameWidth) * kFrameHeight 
 constexpr const char *kPipeName = "GlintVirtualCamPipe";
 constexpr const char *kReadyName = "GlintVirtualCamEvent";
 constexpr const char *kCardLabel = "Glint Camera";
+constexpr const char *kLoopbackDriver = "v4l2 loopback";
 
 } // namespace Sink

@@ -60,7 +60,8 @@ LoopbackOutput::Probe LoopbackOutput::probe(const std::string &path, bool named,
     if (result < 0) {
         reason = path + " is not a video device: " + errorText(result);
         verdict = Probe::Failed;
-    } else if (!named && fixedString(cap.card, sizeof cap.card) != kCardLabel) {
+    } else if (!named && (fixedString(cap.card, sizeof cap.card) != kCardLabel ||
+                          fixedString(cap.driver, sizeof cap.driver) != kLoopbackDriver)) {
         verdict = Probe::NotOurs;
     } else if (!(effectiveCaps(cap) & V4L2_CAP_VIDEO_OUTPUT)) {
         reason = path + " is busy: another program is already publishing to it";

@@ -105,18 +105,21 @@ private slots:
     {
         FakeLoopbackApi api;
         api.add("/dev/video0", webcam());
-        api.add("/dev/video1", loopback("Other Loopback"));
-        api.add("/dev/video2", loopback("Glint Camera"));
+        auto namesake = webcam();
+        namesake.card = "Glint Camera"; // a webcam that happens to share the label
+        api.add("/dev/video1", namesake);
+        api.add("/dev/video2", loopback("Other Loopback"));
+        api.add("/dev/video3", loopback("Glint Camera"));
         Sink::LoopbackOutput output(api);
         std::string error;
         QVERIFY2(output.open("", error), error.c_str());
-        QCOMPARE(output.devicePath(), std::string("/dev/video2"));
-        const auto device = api.snapshot("/dev/video2");
+        QCOMPARE(output.devicePath(), std::string("/dev/video3"));
+        const auto device = api.snapshot("/dev/video3");
         QVERIFY(device.formatSet);
         QCOMPARE(device.pixelFormat, uint32_t(V4L2_PIX_FMT_YUYV));
         QVERIFY(device.streaming);
         QVERIFY(output.isStreaming());
-        QVERIFY(!api.snapshot("/dev/video1").formatSet);
+        QVERIFY(!api.snapshot("/dev/video2").formatSet);
     }
 
     void aNamedDeviceNeedNotCarryTheLabel()
