@@ -1,0 +1,442 @@
+// Every endpoint over real HTTP on loopback, against the server library.
+#include "lenspacker.h"
+#include "lensserver.h"
+#include "lenssigner.h"
+#include "testlens.h"
+
+#include <SQLiteCpp/Database.h>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <httplib.h>
+#include <nlohmann/json.hpp>
+#include <thread>
+
+namespace fs = std::filesystem;
+using namespace glint::server;
+using nlohmann::json;
+
+namespace {
+
+const httplib::Headers kInstallation = {{"X-Installation-Id", "test-installation"}};
+
+std::vector<std::string> lensIds(const json &answer)
+{
+    std::vector<std::string> ids;
+    for (const auto &lens : answer.at("lenses"))
+        ids.push_back(lens.at("unlockable_id"));
+    return ids;
+}
+
+// A running server over its own data folder with a few bundled lenses.
+struct Backend
+{
+    TempDir dir;
+    std::unique_ptr<LensServer> server;
+    std::unique_ptr<httplib::Client> client;
+
+    explicit Backend(std::function<void(ServerConfig &)> adjust = {})
+    {
+        const std::string bundled = dir / "bundled";
+        writeLens(bundled, {"sun", "SUN", "Sky", "", 2});
+        writeLens(bundled, {"sunset", "Sunset", "Sky", "", 1});
+        writeLens(bundled, {"glasses", "Sunglasses", "Shade", "", 2});
+        writeLens(bundled, {"midnight", "Midnight Sun", "Sky", "", 0});
+        writeLens(bundled, {"hat", "Top Hat", "Sunny Studio", "", 1});
+        writeLens(bundled, {"moon", "Moon", "Sky", "lens_hint_open_your_mouth", 3});
+        ServerConfig config;
+        config.port = 0;
+        config.dataDir = dir / "data";
+        config.keyPath = makeKey(dir.path());
+        config.bundledLenses = bundled;
+        config.rateLimit = 0;
+        config.threads = 4;
+        if (adjust)
+            adjust(config);
+        server = std::make_unique<LensServer>(config);
+        std::string error;
+        if (!server->start(&error))
+            ADD_FAILURE() << error;
+        client = std::make_unique<httplib::Client>("127.0.0.1", server->port());
+        client->set_default_headers(kInstallation);
+    }
+
+    json get(const std::string &path, int expectedStatus = 200)
+    {
+        const auto res = client->Get(path.c_str());
+        return check(res, expectedStatus, path);
+    }
+
+    json post(const std::string &path, const std::string &body, int expectedStatus = 200,
+              const char *type = "application/json")
+    {
+        const auto res = client->Post(path.c_str(), body, type);
+        return check(res, expectedStatus, path + " " + body);
+    }
+
+    json check(const httplib::Result &res, int expectedStatus, const std::string &what)
+    {
+        if (!res) {
+            ADD_FAILURE() << what << ": no answer";
+            return {};
+        }
+        EXPECT_EQ(res->status, expectedStatus) << what << " -> " << res->body;
+        EXPECT_EQ(res->get_header_value("Content-Type"), "application/json") << what;
+        const json body = json::parse(res->body, nullptr, false);
+        EXPECT_TRUE(body.is_object()) << what << " -> " << res->body;
+        if (expectedStatus >= 400) {
+            EXPECT_TRUE(body.contains("error") && body["error"].is_string()) << what << " -> " << res->body;
+            EXPECT_EQ(body.value("status", 0), expectedStatus) << what;
+        }
+        return body;
+    }
+
+    std::string download(const std::string &url)
+    {
+        const std::string prefix = "http://127.0.0.1:" + std::to_string(server->port());
+        EXPECT_EQ(url.rfind(prefix, 0), 0u) << url;
+        httplib::Client plain("127.0.0.1", server->port());
+        const auto res = plain.Get(url.substr(prefix.size()).c_str());
+        EXPECT_TRUE(res && res->status == 200) << url;
+        return res ? res->body : std::string();
+    }
+
+    SQLite::Database database() { return SQLite::Database(dir / "data/lenses.db"); }
+};
+
+Backend &shared()
+{
+    static Backend backend;
+    return backend;
+}
+
+} // namespace
+
+TEST(Explorer, FeaturedListsTheBundledLensesWithWorkingLinks)
+{
+    auto &b = shared();
+    const json featured = b.get("/vc/v1/explorer/scheduled");
+    EXPECT_EQ(lensIds(featured),
+              (std::vector<std::string>{"glasses", "hat", "midnight", "moon", "sun", "sunset"}));
+    const json moon = featured["lenses"][3];
+    EXPECT_EQ(moon["lens_name"], "Moon");
+    EXPECT_EQ(moon["user_display_name"], "Sky");
+    EXPECT_EQ(moon["image_sequence"]["size"], 3);
+    EXPECT_EQ(moon["image_sequence"]["frame_interval_ms"], 80);
+
+    const std::string lensDir = b.dir / "bundled/moon";
+    EXPECT_EQ(b.download(moon["icon_url"]), readFile(lensDir + "/icon.png"));
+    std::string pattern = moon["image_sequence"]["url_pattern"];
+    pattern.replace(pattern.find("%1"), 2, "2");
+    EXPECT_EQ(b.download(pattern), readFile(lensDir + "/preview/2.png"));
+    const std::string code = b.download(moon["glintcode_url"]);
+    EXPECT_EQ(code.substr(0, 8), "\x89PNG\r\n\x1a\n");
+}
+
+TEST(Explorer, TopPagesByOffsetAndLimit)
+{
+    auto &b = shared();
+    std::vector<std::string> all;
+    for (int offset = 0; offset < 8; offset += 4) {
+        const auto page =
+            lensIds(b.get("/vc/v1/explorer/top?country=US&offset=" + std::to_string(offset) + "&limit=4"));
+        all.insert(all.end(), page.begin(), page.end());
+    }
+    EXPECT_EQ(all.size(), 6u);
+    EXPECT_EQ(std::set<std::string>(all.begin(), all.end()).size(), 6u);
+    EXPECT_EQ(lensIds(b.get("/vc/v1/explorer/top?offset=50&limit=50")).size(), 0u);
+    EXPECT_EQ(lensIds(b.get("/vc/v1/explorer/top")).size(), 6u);
+
+    b.get("/vc/v1/explorer/top?offset=-1&limit=4", 400);
+    b.get("/vc/v1/explorer/top?offset=abc", 400);
+    b.get("/vc/v1/explorer/top?limit=0", 400);
+}
+
+TEST(Explorer, UnlockingMakesALensPopularAndGivesAVerifiableArchive)
+{
+    auto &b = shared();
+    for (int i = 0; i < 3; ++i)
+        b.get("/vc/v1/explorer/unlock?uid=sunset");
+    const json unlock = b.get("/vc/v1/explorer/unlock?uid=moon");
+    EXPECT_EQ(lensIds(b.get("/vc/v1/explorer/top?offset=0&limit=2")),
+              (std::vector<std::string>{"sunset", "moon"}));
+    EXPECT_EQ(unlock["hint_id"], "lens_hint_open_your_mouth");
+    EXPECT_EQ(unlock["lens"]["unlockable_id"], "moon");
+    ASSERT_TRUE(unlock["lens_url"].is_string() && unlock["signature"].is_string());
+
+    // The archive is byte for byte what the packer makes of the folder.
+    const std::string archive = b.download(unlock["lens_url"]);
+    TempDir temp;
+    LensSigner signer(b.dir / "key.pem");
+    ASSERT_TRUE(LensPacker::pack(b.dir / "bundled/moon", signer, temp / "moon.zip", nullptr, nullptr));
+    EXPECT_EQ(archive, readFile(temp / "moon.zip"));
+
+    // A client unpacks it and checks the signature with the public key.
+    writeFile(temp / "download.zip", archive);
+    ASSERT_EQ(runCommand("unzip -q " + (temp / "download.zip") + " -d " + (temp / "lens")), 0);
+    const std::string checksum = LensSigner::directoryChecksum(temp / "lens");
+    EXPECT_TRUE(LensSigner::verify(checksum, "moon", unlock["signature"], signer.publicKeyBase64()));
+    EXPECT_FALSE(LensSigner::verify(checksum, "sun", unlock["signature"], signer.publicKeyBase64()));
+
+    EXPECT_EQ(b.get("/vc/v1/explorer/unlock?uid=sun")["hint_id"], "");
+    b.get("/vc/v1/explorer/unlock?uid=no-such-lens", 404);
+    b.get("/vc/v1/explorer/unlock", 400);
+    EXPECT_EQ(b.client->Get("/vc/v1/archives/no-such-lens.zip")->status, 404);
+    EXPECT_EQ(b.client->Get("/vc/v1/archives/../lenses.db")->status, 404);
+}
+
+TEST(Explorer, SearchIsCaseInsensitiveAndRanked)
+{
+    auto &b = shared();
+    const json found = b.post("/vc/v1/explorer/search", R"({"query":"sUN"})");
+    const auto ids = lensIds(found);
+    ASSERT_EQ(ids.size(), 5u);
+    EXPECT_EQ(ids[0], "sun");
+    // Name prefixes, then a later word of the name, then the author.
+    EXPECT_EQ(std::set<std::string>(ids.begin() + 1, ids.begin() + 3),
+              (std::set<std::string>{"sunset", "glasses"}));
+    EXPECT_EQ(ids[3], "midnight");
+    EXPECT_EQ(ids[4], "hat");
+    EXPECT_TRUE(lensIds(b.post("/vc/v1/explorer/search", R"({"query":"zebra"})")).empty());
+
+    b.post("/vc/v1/explorer/search", R"({"query":5})", 400);
+    b.post("/vc/v1/explorer/search", R"({})", 400);
+}
+
+TEST(Explorer, LookupMarksInvalidIds)
+{
+    auto &b = shared();
+    const json answer = b.post("/vc/v1/explorer/lenses", R"({"lenses":["moon","gone","-1","sun"]})");
+    EXPECT_EQ(lensIds(answer), (std::vector<std::string>{"moon", "sun"}));
+    EXPECT_EQ(answer["invalid_ids"], (json{"gone", "-1"}));
+    EXPECT_TRUE(lensIds(b.post("/vc/v1/explorer/lenses", R"({"lenses":[]})")).empty());
+    b.post("/vc/v1/explorer/lenses", R"({"lenses":"moon"})", 400);
+    b.post("/vc/v1/explorer/lenses", R"({"lenses":["moon",7]})", 400);
+}
+
+TEST(BadRequests, AreAnsweredWithJsonErrors)
+{
+    auto &b = shared();
+    b.post("/vc/v1/explorer/search", R"({"query":)", 400);
+    b.post("/vc/v1/explorer/search", R"(["query"])", 400);
+    b.post("/vc/v1/explorer/search", R"({"query":"x"})", 415, "text/plain");
+    b.post("/vc/v1/explorer/search", "{\"query\":\"" + std::string(70000, 'a') + "\"}", 413);
+    b.post("/vc/v1/reporting/lens", std::string("\xff\xfe{}", 4), 400);
+    b.get("/vc/v1/no/such/endpoint", 404);
+    b.post("/vc/v1/explorer/top", "{}", 404);
+
+    httplib::Client anonymous("127.0.0.1", b.server->port());
+    const auto res = anonymous.Get("/vc/v1/explorer/scheduled");
+    ASSERT_TRUE(res);
+    EXPECT_EQ(res->status, 400);
+    EXPECT_EQ(json::parse(res->body)["error"], "missing_installation_id");
+    // Files are plain downloads and need no installation id.
+    EXPECT_EQ(anonymous.Get("/vc/v1/media/sun/icon.png")->status, 200);
+}
+
+TEST(Reporting, StoresReportsOfKnownLenses)
+{
+    auto &b = shared();
+    const json ok = b.post("/vc/v1/reporting/lens",
+                           R"({"lens_id":"sun","reason_id":"report_lens_reason_this_lens_is_inappropriate",)"
+                           R"("context":"rude words"})");
+    ASSERT_TRUE(ok["report_id"].is_number_integer());
+    auto db = b.database();
+    SQLite::Statement q(db, "SELECT lens_id, reason_id, context, installation_id FROM reports WHERE id = ?");
+    q.bind(1, ok["report_id"].get<int64_t>());
+    ASSERT_TRUE(q.executeStep());
+    EXPECT_EQ(q.getColumn(0).getString(), "sun");
+    EXPECT_EQ(q.getColumn(1).getString(), "report_lens_reason_this_lens_is_inappropriate");
+    EXPECT_EQ(q.getColumn(2).getString(), "rude words");
+    EXPECT_EQ(q.getColumn(3).getString(), "test-installation");
+
+    b.post("/vc/v1/reporting/lens", R"({"lens_id":"gone","reason_id":"r","context":""})", 404);
+    b.post("/vc/v1/reporting/lens", R"({"lens_id":"sun","reason_id":"r"})", 400);
+    b.post("/vc/v1/reporting/lens", R"({"lens_id":"sun","reason_id":"","context":""})", 400);
+}
+
+TEST(StreamEvents, ValidEventsAreStoredAndBadOnesRefused)
+{
+    auto &b = shared();
+    const json lensUpdate = {{"token", "access-token"},
+                             {"action", "lens_update"},
+                             {"client_ts", 1700000000},
+                             {"payload", {{"lens", {{"unlockable_id", "sun"}}}}},
+                             {"is_subscribe_enabled", true}};
+    const json stored = b.post("/vc/v1/stream/event", lensUpdate.dump());
+    json subscription = lensUpdate;
+    subscription["action"] = "subscription";
+    subscription["payload"] = {{"subscribe", {{"subscriber_name", "viewer"}, {"tier", "1000"}}}};
+    b.post("/vc/v1/stream/event", subscription.dump());
+
+    auto db = b.database();
+    SQLite::Statement q(db, "SELECT action, client_ts, is_subscribe_enabled, payload, token_sha256 "
+                            "FROM stream_events WHERE id = ?");
+    q.bind(1, stored["event_id"].get<int64_t>());
+    ASSERT_TRUE(q.executeStep());
+    EXPECT_EQ(q.getColumn(0).getString(), "lens_update");
+    EXPECT_EQ(q.getColumn(1).getInt64(), 1700000000);
+    EXPECT_EQ(q.getColumn(2).getInt(), 1);
+    EXPECT_EQ(json::parse(q.getColumn(3).getString()), lensUpdate["payload"]);
+    EXPECT_EQ(q.getColumn(4).getString().size(), 64u); // a digest, never the token
+
+    const std::vector<std::pair<std::function<void(json &)>, int>> bad = {
+        {[](json &e) { e["action"] = "dance"; }, 400},
+        {[](json &e) { e["client_ts"] = "yesterday"; }, 400},
+        {[](json &e) { e["client_ts"] = 1.5; }, 400},
+        {[](json &e) { e.erase("is_subscribe_enabled"); }, 400},
+        {[](json &e) { e["is_subscribe_enabled"] = "yes"; }, 400},
+        {[](json &e) {
+             e["payload"] = {{"subscribe", json::object()}};
+         },
+         400},
+        {[](json &e) { e["payload"] = "lens"; }, 400},
+        {[](json &e) { e["token"] = 12; }, 400},
+        {[](json &e) { e["token"] = ""; }, 401},
+    };
+    for (const auto &[change, status] : bad) {
+        json event = lensUpdate;
+        change(event);
+        b.post("/vc/v1/stream/event", event.dump(), status);
+    }
+}
+
+TEST(Analytics, StoresEachBatchWithItsSize)
+{
+    auto &b = shared();
+    std::string batch(3000, '\0');
+    for (size_t i = 0; i < batch.size(); ++i)
+        batch[i] = char(i * 7);
+    const json answer = b.post("/vc/v1/analytics", batch, 200, "application/octet-stream");
+    EXPECT_EQ(answer["size"], 3000);
+    auto db = b.database();
+    SQLite::Statement q(db, "SELECT size, body FROM analytics_batches WHERE id = ?");
+    q.bind(1, answer["batch_id"].get<int64_t>());
+    ASSERT_TRUE(q.executeStep());
+    EXPECT_EQ(q.getColumn(0).getInt(), 3000);
+    const auto body = q.getColumn(1);
+    EXPECT_EQ(std::string(static_cast<const char *>(body.getBlob()), size_t(body.getBytes())), batch);
+
+    b.post("/vc/v1/analytics", "", 400, "application/octet-stream");
+    b.post("/vc/v1/analytics", "{}", 415, "application/json");
+}
+
+TEST(Update, AnswersFromTheConfiguration)
+{
+    Backend configured([](ServerConfig &c) {
+        c.importBundled = false;
+        c.updateVersion = "1.2.0.0";
+        c.updateNotes = "Faster lenses";
+        c.updateUrl = "https://example.test/glint-1.2.0.0.exe";
+    });
+    const json latest = configured.get("/vc/v1/update/latest?platform=windows");
+    EXPECT_EQ(latest["version"], "1.2.0.0");
+    EXPECT_EQ(latest["notes"], "Faster lenses");
+    EXPECT_EQ(configured.get("/vc/v1/update/download?platform=windows")["url"],
+              "https://example.test/glint-1.2.0.0.exe");
+    configured.get("/vc/v1/update/latest", 400);
+    configured.get("/vc/v1/update/latest?platform=Win%20dows", 400);
+
+    auto &b = shared();
+    EXPECT_EQ(b.get("/vc/v1/update/latest?platform=linux")["version"], "");
+    b.get("/vc/v1/update/download?platform=linux", 404);
+}
+
+TEST(RateLimit, AnswersTooManyRequestsPerInstallation)
+{
+    Backend limited([](ServerConfig &c) {
+        c.importBundled = false;
+        c.rateLimit = 0.5;
+        c.rateBurst = 3;
+        c.maxAnalyticsBytes = 1000;
+    });
+    for (int i = 0; i < 3; ++i)
+        limited.get("/vc/v1/explorer/scheduled");
+    const json refused = limited.get("/vc/v1/explorer/scheduled", 429);
+    EXPECT_EQ(refused["message"], "Too many requests, please try again later");
+    // Other installations have their own allowance.
+    limited.client->set_default_headers({{"X-Installation-Id", "someone-else"}});
+    limited.get("/vc/v1/explorer/scheduled");
+    limited.post("/vc/v1/analytics", std::string(1001, 'x'), 413, "application/octet-stream");
+}
+
+TEST(Twitch, WithoutASecretTheExchangeIsRefusedClearly)
+{
+    auto &b = shared();
+    const json refused =
+        b.post("/vc/v1/stream/authorize",
+               R"({"twitch":{"client_id":"abc","code":"c","redirect_uri":"http://localhost:8492/"}})", 503);
+    EXPECT_EQ(refused["error"], "twitch_not_configured");
+    b.post("/vc/v1/stream/authorize/refresh", R"({"twitch":{"client_id":"abc","refresh_token":"r"}})", 503);
+    b.post("/vc/v1/stream/authorize", R"({"code":"c"})", 400);
+}
+
+TEST(Twitch, CodesAndRefreshTokensAreForwardedWithTheSecret)
+{
+    // A stand-in for Twitch's token endpoint on loopback.
+    httplib::Server twitch;
+    std::vector<httplib::Params> received;
+    std::mutex mutex;
+    twitch.Post("/oauth2/token", [&](const httplib::Request &req, httplib::Response &res) {
+        std::lock_guard guard(mutex);
+        received.push_back(req.params);
+        const std::string secret = req.get_param_value("client_secret");
+        const bool good = secret == "s3cret" && (req.get_param_value("code") == "good-code" ||
+                                                 req.get_param_value("refresh_token") == "good-refresh");
+        if (!good) {
+            res.status = 400;
+            res.set_content(R"({"status":400,"message":"Invalid authorization code"})", "application/json");
+            return;
+        }
+        res.set_content(R"({"access_token":"at","refresh_token":"rt","expires_in":14400,)"
+                        R"("scope":["channel_read"],"token_type":"bearer"})",
+                        "application/json");
+    });
+    const int port = twitch.bind_to_any_port("127.0.0.1");
+    std::thread thread([&] { twitch.listen_after_bind(); });
+
+    {
+        Backend b([port](ServerConfig &c) {
+            c.importBundled = false;
+            c.twitchClientId = "client123";
+            c.twitchClientSecret = "s3cret";
+            c.twitchTokenUrl = "http://127.0.0.1:" + std::to_string(port) + "/oauth2/token";
+        });
+        const json tokens = b.post("/vc/v1/stream/authorize",
+                                   R"({"twitch":{"client_id":"client123",)"
+                                   R"("code":"good-code","redirect_uri":"http://localhost:8492/"}})");
+        EXPECT_EQ(tokens["access_token"], "at");
+        EXPECT_EQ(tokens["refresh_token"], "rt");
+        EXPECT_EQ(tokens["expires_in"], 14400);
+        EXPECT_EQ(tokens["expires_at"].get<int64_t>() - tokens["issued_at"].get<int64_t>(), 14400);
+        {
+            std::lock_guard guard(mutex);
+            ASSERT_EQ(received.size(), 1u);
+            const auto &form = received[0];
+            EXPECT_EQ(form.find("grant_type")->second, "authorization_code");
+            EXPECT_EQ(form.find("client_id")->second, "client123");
+            EXPECT_EQ(form.find("redirect_uri")->second, "http://localhost:8492/");
+        }
+        const json refreshed =
+            b.post("/vc/v1/stream/authorize/refresh",
+                   R"({"twitch":{"client_id":"client123","refresh_token":"good-refresh"}})");
+        EXPECT_EQ(refreshed["access_token"], "at");
+
+        const json rejected =
+            b.post("/vc/v1/stream/authorize",
+                   R"({"twitch":{"client_id":"client123","code":"bad","redirect_uri":"x"}})", 401);
+        EXPECT_NE(rejected["message"].get<std::string>().find("Invalid authorization code"),
+                  std::string::npos);
+        b.post("/vc/v1/stream/authorize",
+               R"({"twitch":{"client_id":"other","code":"good-code","redirect_uri":"x"}})", 400);
+    }
+    twitch.stop();
+    thread.join();
+
+    Backend unreachable([port](ServerConfig &c) {
+        c.importBundled = false;
+        c.twitchClientSecret = "s3cret";
+        c.twitchTokenUrl = "http://127.0.0.1:" + std::to_string(port) + "/oauth2/token";
+    });
+    unreachable.post("/vc/v1/stream/authorize/refresh", R"({"twitch":{"client_id":"c","refresh_token":"r"}})",
+                     502);
+}
