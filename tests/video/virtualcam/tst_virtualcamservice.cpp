@@ -111,13 +111,6 @@ private slots:
         QVERIFY(!VirtualCamService(root.toStdWString()).isInstalled());
     }
 
-    void writeWithoutStartFails()
-    {
-        VirtualCamService service(L"/nowhere");
-        const QByteArray frame = FramePattern::make(0);
-        QVERIFY(!service.writeFrame(borrow(frame), frame.size()));
-    }
-
     void stopWhileWaitingForTheSinkIsPrompt()
     {
         VirtualCamService service(L"/nowhere");
@@ -127,6 +120,10 @@ private slots:
         timer.start();
         QVERIFY(service.stop());
         QVERIFY2(timer.elapsed() < 100, qPrintable(QString::number(timer.elapsed()) + " ms"));
+        QVERIFY2(!QFileInfo::exists(directory() + "/GlintVirtualCamEvent"),
+                 "stopping clears the readiness signal");
+        const QByteArray frame = FramePattern::make(0);
+        QVERIFY(!service.writeFrame(borrow(frame), frame.size()));
     }
 
     void startTwiceKeepsTheFirstWriter()
