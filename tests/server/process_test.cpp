@@ -1,0 +1,177 @@
+// The server and packer programs as a user runs them.
+#include "lenssigner.h"
+#include "serverprocess.h"
+#include "testlens.h"
+
+#include <SQLiteCpp/Database.h>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <httplib.h>
+#include <nlohmann/json.hpp>
+
+namespace fs = std::filesystem;
+using namespace glint::server;
+using nlohmann::json;
+
+namespace {
+
+const std::string kServer = GLINT_TEST_SERVER_BIN;
+#ifdef GLINT_TEST_PACK_BIN
+const std::string kPack = GLINT_TEST_PACK_BIN;
+#else
+const std::string kPack;
+#endif
+
+json getJson(int port, const std::string &path)
+{
+    httplib::Client client("127.0.0.1", port);
+    client.set_default_headers({{"X-Installation-Id", "process-test"}});
+    const auto res = client.Get(path.c_str());
+    if (!res || res->status != 200) {
+        ADD_FAILURE() << path << ": " << (res ? res->body : "no answer");
+        return json::object();
+    }
+    return json::parse(res->body);
+}
+
+std::string firstId(const json &answer)
+{
+    return answer.contains("lenses") && !answer["lenses"].empty() ? answer["lenses"][0]["unlockable_id"] : "";
+}
+
+} // namespace
+
+TEST(ServerProgram, HelpDocumentsTheOptionsAndBadOptionsFail)
+{
+    std::string help;
+    ASSERT_EQ(runCommand(kServer + " --help", &help), 0);
+    for (const char *option : {"--config", "--address", "--port", "--public-url", "--data-dir", "--key",
+                               "--bundled-lenses", "--rate-limit", "--update-version", "--update-url",
+                               "--twitch-client-id", "--twitch-client-secret", "import"})
+        EXPECT_NE(help.find(option), std::string::npos) << option;
+    EXPECT_EQ(runCommand(kServer + " --port 70000 2>&1"), 2);
+    EXPECT_EQ(runCommand(kServer + " --colour blue 2>&1"), 2);
+    EXPECT_EQ(runCommand(kServer + " --config /nonexistent.json 2>&1"), 2);
+}
+
+TEST(ServerProgram, RestartKeepsCatalogueArchivesAndRecords)
+{
+    TempDir dir;
+    writeLens(dir / "bundled", {"sun", "Sun", "Sky", "", 1});
+    writeLens(dir / "bundled", {"moon", "Moon", "Sky", "lens_hint_open_your_mouth", 1});
+    const std::string key = makeKey(dir.path());
+    const std::vector<std::string> common = {"--data-dir", dir / "data", "--key", key, "--rate-limit", "0"};
+
+    std::string archive;
+    {
+        auto args = common;
+        args.insert(args.end(), {"--bundled-lenses", dir / "bundled"});
+        ServerProcess first(args);
+        ASSERT_TRUE(first.started()) << first.output();
+        EXPECT_EQ(getJson(first.port(), "/vc/v1/explorer/scheduled")["lenses"].size(), 2u);
+        getJson(first.port(), "/vc/v1/explorer/unlock?uid=moon");
+        const json unlock = getJson(first.port(), "/vc/v1/explorer/unlock?uid=moon");
+        EXPECT_EQ(firstId(getJson(first.port(), "/vc/v1/explorer/top?offset=0&limit=1")), "moon");
+        httplib::Client client("127.0.0.1", first.port());
+        client.set_default_headers({{"X-Installation-Id", "process-test"}});
+        ASSERT_EQ(client
+                      .Post("/vc/v1/reporting/lens", R"({"lens_id":"sun","reason_id":"r","context":"c"})",
+                            "application/json")
+                      ->status,
+                  200);
+        archive = httplib::Client("127.0.0.1", first.port()).Get("/vc/v1/archives/moon.zip")->body;
+        ASSERT_FALSE(archive.empty());
+        EXPECT_EQ(first.stop(), 0);
+        // One log line per request.
+        const std::string log = first.output();
+        EXPECT_NE(log.find("\"GET /vc/v1/explorer/unlock\" 200"), std::string::npos) << log;
+        EXPECT_NE(log.find("\"POST /vc/v1/reporting/lens\" 200"), std::string::npos) << log;
+        EXPECT_NE(log.find("\"GET /vc/v1/archives/moon.zip\" 200"), std::string::npos) << log;
+    }
+    fs::remove_all(dir / "bundled");
+    {
+        ServerProcess second(common);
+        ASSERT_TRUE(second.started()) << second.output();
+        EXPECT_EQ(second.output().find("Imported"), std::string::npos);
+        EXPECT_EQ(getJson(second.port(), "/vc/v1/explorer/scheduled")["lenses"].size(), 2u);
+        EXPECT_EQ(firstId(getJson(second.port(), "/vc/v1/explorer/top?offset=0&limit=1")), "moon");
+        EXPECT_EQ(httplib::Client("127.0.0.1", second.port()).Get("/vc/v1/archives/moon.zip")->body, archive);
+        const json unlock = getJson(second.port(), "/vc/v1/explorer/unlock?uid=moon");
+        EXPECT_EQ(unlock["hint_id"], "lens_hint_open_your_mouth");
+        // Links follow the new port.
+        EXPECT_EQ(unlock["lens_url"], second.url() + "/vc/v1/archives/moon.zip");
+    }
+    SQLite::Database db(dir / "data/lenses.db");
+    EXPECT_EQ(db.execAndGet("SELECT COUNT(*) FROM reports").getInt(), 1);
+    EXPECT_EQ(db.execAndGet("SELECT popularity FROM lenses WHERE id = 'moon'").getInt(), 3);
+}
+
+TEST(ServerProgram, ConfigurationFileIsReadAndTheCommandLineWins)
+{
+    TempDir dir;
+    writeFile(dir / "server.json", json{{"update-version", "9.9.9.9"},
+                                        {"update-notes", "from the file"},
+                                        {"no-bundled-import", true},
+                                        {"public-url", "http://lenses.example.test:1234"},
+                                        {"rate-limit", 0}}
+                                       .dump());
+    writeLens(dir / "lenses", {"sun", "Sun", "Sky", "", 1});
+    const std::string key = makeKey(dir.path());
+    ASSERT_EQ(runCommand(kServer + " import --data-dir " + (dir / "data") + " --key " + key + " --featured " +
+                         (dir / "lenses/sun") + " 2>&1"),
+              0);
+    ServerProcess server({"--config", dir / "server.json", "--update-notes", "from the command line",
+                          "--data-dir", dir / "data", "--key", key});
+    ASSERT_TRUE(server.started()) << server.output();
+    const json latest = getJson(server.port(), "/vc/v1/update/latest?platform=windows");
+    EXPECT_EQ(latest["version"], "9.9.9.9");
+    EXPECT_EQ(latest["notes"], "from the command line");
+    const json featured = getJson(server.port(), "/vc/v1/explorer/scheduled");
+    EXPECT_EQ(firstId(featured), "sun");
+    EXPECT_EQ(featured["lenses"][0]["icon_url"], "http://lenses.example.test:1234/vc/v1/media/sun/icon.png");
+}
+
+TEST(PackProgram, KeysPackingVerifyingAndRegistering)
+{
+    if (kPack.empty())
+        GTEST_SKIP() << "glint-lens-pack is not part of this build";
+    TempDir dir;
+    std::string publicKey;
+    ASSERT_EQ(runCommand(kPack + " keygen " + (dir / "key.pem"), &publicKey), 0);
+    publicKey.pop_back();
+    EXPECT_EQ(publicKey.size(), 160u);
+    std::string again;
+    runCommand(kPack + " pubkey --key " + (dir / "key.pem"), &again);
+    EXPECT_EQ(again, publicKey + "\n");
+
+    const std::string lens = writeLens(dir.path(), {"shades", "Shades", "Glint", "", 2});
+    std::string output;
+    ASSERT_EQ(runCommand(kPack + " pack " + lens + " " + (dir / "shades.zip") + " --key " + (dir / "key.pem"),
+                         &output),
+              0);
+    const json packed = json::parse(output);
+    EXPECT_EQ(packed["id"], "shades");
+    EXPECT_EQ(packed["checksum"], LensSigner::directoryChecksum(lens));
+    EXPECT_TRUE(fs::file_size(dir / "shades.zip") > 0);
+
+    const std::string verify = kPack + " verify " + lens + " ";
+    const std::string signature = packed["signature"];
+    EXPECT_EQ(runCommand(verify + "shades " + signature + " --public-key " + publicKey), 0);
+    EXPECT_EQ(runCommand(verify + "other " + signature + " --public-key " + publicKey), 1);
+    writeFile(lens + "/shaders/effect.frag", "changed");
+    EXPECT_EQ(runCommand(verify + "shades " + signature + " --public-key " + publicKey), 1);
+
+    EXPECT_EQ(
+        runCommand(kPack + " pack " + (dir / "missing") + " x.zip --key " + (dir / "key.pem") + " 2>&1"), 1);
+    EXPECT_EQ(runCommand(kPack + " frobnicate 2>&1"), 2);
+
+    ASSERT_EQ(runCommand(kPack + " register --data-dir " + (dir / "data") + " --key " + (dir / "key.pem") +
+                             " " + lens,
+                         &output),
+              0);
+    SQLite::Database db(dir / "data/lenses.db");
+    EXPECT_EQ(db.execAndGet("SELECT checksum FROM lenses WHERE id = 'shades'").getString(),
+              LensSigner::directoryChecksum(lens));
+    EXPECT_TRUE(fs::exists(dir / "data/archives/shades.zip"));
+    EXPECT_TRUE(fs::exists(dir / "data/media/shades/glintcode.png"));
+}
