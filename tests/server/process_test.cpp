@@ -16,11 +16,7 @@ using nlohmann::json;
 namespace {
 
 const std::string kServer = GLINT_TEST_SERVER_BIN;
-#ifdef GLINT_TEST_PACK_BIN
-const std::string kPack = GLINT_TEST_PACK_BIN;
-#else
-const std::string kPack;
-#endif
+const std::string kPack = GLINT_TEST_PACK_BIN; // empty when the packer is not built
 
 json getJson(int port, const std::string &path)
 {
