@@ -35,8 +35,7 @@ template <typename Fill> QVariant lensCommand(const LensId &lensId, LensActionCo
 
 ActionProvider::ActionProvider(std::shared_ptr<Bureau::Dispatcher> dispatcher, QObject *parent)
     : QObject(parent), m_dispatcher(std::move(dispatcher))
-{
-}
+{}
 
 void ActionProvider::dispatch(ActionType type, QVariant payload)
 {
@@ -48,9 +47,18 @@ void ActionProvider::gesture(GestureType type, const QPointF &location)
     dispatch(ActionType::GestureEvent, QVariant::fromValue(GestureEvent{type, location}));
 }
 
-void ActionProvider::notifyStarted() { dispatch(ActionType::Started); }
-void ActionProvider::updateFrame(const QImage &frame) { dispatch(ActionType::UpdateFrame, frame); }
-void ActionProvider::setCamera(const QString &cameraName) { dispatch(ActionType::SetInputCamera, cameraName); }
+void ActionProvider::notifyStarted()
+{
+    dispatch(ActionType::Started);
+}
+void ActionProvider::updateFrame(const QImage &frame)
+{
+    dispatch(ActionType::UpdateFrame, frame);
+}
+void ActionProvider::setCamera(const QString &cameraName)
+{
+    dispatch(ActionType::SetInputCamera, cameraName);
+}
 
 void ActionProvider::setActiveLens(const LensId &lensId, int context)
 {
@@ -59,7 +67,8 @@ void ActionProvider::setActiveLens(const LensId &lensId, int context)
 
 void ActionProvider::setLensFavorite(const LensId &lensId, bool value, LensActionContext context)
 {
-    dispatch(ActionType::SetLensFavorite, lensCommand(lensId, context, [&](LensCommand &c) { c.enabled = value; }));
+    dispatch(ActionType::SetLensFavorite,
+             lensCommand(lensId, context, [&](LensCommand &c) { c.enabled = value; }));
 }
 
 void ActionProvider::setCoreProcessingLens(const LensId &lensId, const QString &path)
@@ -78,7 +87,10 @@ void ActionProvider::setCoreProcessingOverlayMirrored(bool mirrored)
     dispatch(ActionType::SetCoreProcessingOverlayMirrored, mirrored);
 }
 
-void ActionProvider::setSearchFilter(const QString &filter) { dispatch(ActionType::SetSearchFilter, filter); }
+void ActionProvider::setSearchFilter(const QString &filter)
+{
+    dispatch(ActionType::SetSearchFilter, filter);
+}
 
 void ActionProvider::notifyActiveLensChanged(const LensInfo &lensInfo)
 {
@@ -95,7 +107,10 @@ void ActionProvider::toggleLens(LensActionContext context)
     dispatch(ActionType::ToggleLens, QVariant::fromValue(context));
 }
 
-void ActionProvider::toggleGlintcode() { dispatch(ActionType::ToggleGlintcode); }
+void ActionProvider::toggleGlintcode()
+{
+    dispatch(ActionType::ToggleGlintcode);
+}
 
 void ActionProvider::setTwitchSubscriptionReactionEnabled(bool value)
 {
@@ -129,26 +144,57 @@ void ActionProvider::setTwitchSecondaryLensTimeout(int value)
     dispatch(ActionType::SetTwitchSecondaryLensTimeout, value);
 }
 
-void ActionProvider::authorizeTwitch() { dispatch(ActionType::AuthorizeTwitch); }
-void ActionProvider::deauthorizeTwitch() { dispatch(ActionType::DeauthorizeTwitch); }
-void ActionProvider::notifyTwitchUserAuthorized() { dispatch(ActionType::TwitchUserAuthorized); }
-void ActionProvider::notifyTwitchUserDeauthorized() { dispatch(ActionType::TwitchUserDeauthorized); }
-void ActionProvider::openSettingsPage() { dispatch(ActionType::OpenSettingsPage); }
-void ActionProvider::openTwitchPage() { dispatch(ActionType::OpenTwitchPage); }
-void ActionProvider::openMainPage() { dispatch(ActionType::OpenMainPage); }
+void ActionProvider::authorizeTwitch()
+{
+    dispatch(ActionType::AuthorizeTwitch);
+}
+void ActionProvider::deauthorizeTwitch()
+{
+    dispatch(ActionType::DeauthorizeTwitch);
+}
+void ActionProvider::notifyTwitchUserAuthorized()
+{
+    dispatch(ActionType::TwitchUserAuthorized);
+}
+void ActionProvider::notifyTwitchUserDeauthorized()
+{
+    dispatch(ActionType::TwitchUserDeauthorized);
+}
+void ActionProvider::openSettingsPage()
+{
+    dispatch(ActionType::OpenSettingsPage);
+}
+void ActionProvider::openTwitchPage()
+{
+    dispatch(ActionType::OpenTwitchPage);
+}
+void ActionProvider::openMainPage()
+{
+    dispatch(ActionType::OpenMainPage);
+}
 
 void ActionProvider::showPopupMessage(const QString &text, MessageType type)
 {
     dispatch(ActionType::ShowPopupMessage, QVariant::fromValue(PopupMessage{text, type}));
 }
 
-void ActionProvider::notifySearchOpened() { dispatch(ActionType::NotifySearchOpened); }
-void ActionProvider::notifyRecentsOpened() { dispatch(ActionType::NotifyRecentsOpened); }
-void ActionProvider::notifyRecentsClosed() { dispatch(ActionType::NotifyRecentsClosed); }
+void ActionProvider::notifySearchOpened()
+{
+    dispatch(ActionType::NotifySearchOpened);
+}
+void ActionProvider::notifyRecentsOpened()
+{
+    dispatch(ActionType::NotifyRecentsOpened);
+}
+void ActionProvider::notifyRecentsClosed()
+{
+    dispatch(ActionType::NotifyRecentsClosed);
+}
 
 void ActionProvider::saveGlintcode(const LensId &lensId, const QUrl &glintcodePath, LensActionContext context)
 {
-    dispatch(ActionType::SaveGlintcode, lensCommand(lensId, context, [&](LensCommand &c) { c.url = glintcodePath; }));
+    dispatch(ActionType::SaveGlintcode,
+             lensCommand(lensId, context, [&](LensCommand &c) { c.url = glintcodePath; }));
 }
 
 void ActionProvider::copyLensLink(const LensId &lensId, LensActionContext context)
@@ -165,16 +211,28 @@ void ActionProvider::reportLens(const LensId &lensId, LensReportType type, const
              }));
 }
 
-void ActionProvider::setCacheLimit(int value) { dispatch(ActionType::SetCacheLimit, value); }
-void ActionProvider::setMirrorPreview(bool value) { dispatch(ActionType::SetMirrorPreview, value); }
-void ActionProvider::setAlwaysShowGlintcode(bool value) { dispatch(ActionType::SetAlwaysShowGlintcode, value); }
+void ActionProvider::setCacheLimit(int value)
+{
+    dispatch(ActionType::SetCacheLimit, value);
+}
+void ActionProvider::setMirrorPreview(bool value)
+{
+    dispatch(ActionType::SetMirrorPreview, value);
+}
+void ActionProvider::setAlwaysShowGlintcode(bool value)
+{
+    dispatch(ActionType::SetAlwaysShowGlintcode, value);
+}
 
 void ActionProvider::setAutomaticUpdatesEnabled(bool value)
 {
     dispatch(ActionType::SetAutomaticUpdatesEnabled, value);
 }
 
-void ActionProvider::setCacheDir(const QUrl &value) { dispatch(ActionType::SetCacheDir, value); }
+void ActionProvider::setCacheDir(const QUrl &value)
+{
+    dispatch(ActionType::SetCacheDir, value);
+}
 
 void ActionProvider::setGlobalShortcut(ShortcutRole role, const QKeySequence &value)
 {
@@ -186,14 +244,38 @@ void ActionProvider::setLensShortcut(const LensId &lensId, const QKeySequence &v
     dispatch(ActionType::SetLensShortcut, QVariant::fromValue(LensShortcut{lensId, value}));
 }
 
-void ActionProvider::clearCache() { dispatch(ActionType::ClearCache); }
-void ActionProvider::clearFavorites() { dispatch(ActionType::ClearFavorites); }
-void ActionProvider::clearRecents() { dispatch(ActionType::ClearRecents); }
-void ActionProvider::clearAppIntegrations() { dispatch(ActionType::ClearAppIntegrations); }
-void ActionProvider::tapEvent(const QPointF &location) { gesture(GestureType::Tap, location); }
-void ActionProvider::touchBegin(const QPointF &location) { gesture(GestureType::TouchBegin, location); }
-void ActionProvider::touchChange(const QPointF &location) { gesture(GestureType::TouchChange, location); }
-void ActionProvider::touchEnd(const QPointF &location) { gesture(GestureType::TouchEnd, location); }
+void ActionProvider::clearCache()
+{
+    dispatch(ActionType::ClearCache);
+}
+void ActionProvider::clearFavorites()
+{
+    dispatch(ActionType::ClearFavorites);
+}
+void ActionProvider::clearRecents()
+{
+    dispatch(ActionType::ClearRecents);
+}
+void ActionProvider::clearAppIntegrations()
+{
+    dispatch(ActionType::ClearAppIntegrations);
+}
+void ActionProvider::tapEvent(const QPointF &location)
+{
+    gesture(GestureType::Tap, location);
+}
+void ActionProvider::touchBegin(const QPointF &location)
+{
+    gesture(GestureType::TouchBegin, location);
+}
+void ActionProvider::touchChange(const QPointF &location)
+{
+    gesture(GestureType::TouchChange, location);
+}
+void ActionProvider::touchEnd(const QPointF &location)
+{
+    gesture(GestureType::TouchEnd, location);
+}
 
 void ActionProvider::externalEvent(const QString &type, const QString &data)
 {
@@ -206,9 +288,21 @@ void ActionProvider::externalEvent(const std::string &type, const std::string &d
     dispatch(ActionType::ExternalEvent, QVariant::fromValue(event));
 }
 
-void ActionProvider::emulateExternalEvent() { dispatch(ActionType::EmulateExternalEvent); }
-void ActionProvider::emulateSubscriptionEvent() { dispatch(ActionType::EmulateSubscribeEvent); }
-void ActionProvider::checkForUpdates() { dispatch(ActionType::CheckForUpdates); }
-void ActionProvider::skipUpdate(const QString &version) { dispatch(ActionType::SkipUpdate, version); }
+void ActionProvider::emulateExternalEvent()
+{
+    dispatch(ActionType::EmulateExternalEvent);
+}
+void ActionProvider::emulateSubscriptionEvent()
+{
+    dispatch(ActionType::EmulateSubscribeEvent);
+}
+void ActionProvider::checkForUpdates()
+{
+    dispatch(ActionType::CheckForUpdates);
+}
+void ActionProvider::skipUpdate(const QString &version)
+{
+    dispatch(ActionType::SkipUpdate, version);
+}
 
 } // namespace VCam

@@ -61,8 +61,8 @@ public:
     Q_INVOKABLE void saveGlintcode(const VCam::LensId &lensId, const QUrl &glintcodePath,
                                    VCam::ActionContext::LensActionContext context);
     Q_INVOKABLE void copyLensLink(const VCam::LensId &lensId, VCam::ActionContext::LensActionContext context);
-    Q_INVOKABLE void reportLens(const VCam::LensId &lensId, VCam::LensReportType type, const QString &description,
-                                VCam::ActionContext::LensActionContext context);
+    Q_INVOKABLE void reportLens(const VCam::LensId &lensId, VCam::LensReportType type,
+                                const QString &description, VCam::ActionContext::LensActionContext context);
     Q_INVOKABLE void setCacheLimit(int value);
     Q_INVOKABLE void setMirrorPreview(bool value);
     Q_INVOKABLE void setAlwaysShowGlintcode(bool value);

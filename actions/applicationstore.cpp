@@ -52,7 +52,8 @@ void ApplicationStore::start()
         emit started();
         return;
     }
-    connect(m_updates.get(), &IUpdateService::started, this, &ApplicationStore::started, Qt::UniqueConnection);
+    connect(m_updates.get(), &IUpdateService::started, this, &ApplicationStore::started,
+            Qt::UniqueConnection);
     m_updates->start();
 }
 
@@ -141,12 +142,14 @@ void ApplicationStore::loadSettings(const nlohmann::json &section)
     else
         m_unownedSkipVersion = member(kSkipVersion);
 
-    setFlag(m_mirrorPreview, settingsBool(section, kMirrorPreview, true), &ApplicationStore::mirrorPreviewChanged);
+    setFlag(m_mirrorPreview, settingsBool(section, kMirrorPreview, true),
+            &ApplicationStore::mirrorPreviewChanged);
     setFlag(m_alwaysShowGlintcode, settingsBool(section, kAlwaysShowGlintcode, true),
             &ApplicationStore::alwaysShowGlintcodeChanged);
     setFlag(m_automaticUpdatesEnabled, settingsBool(section, kAutomaticUpdates, true),
             &ApplicationStore::automaticUpdatesEnabledChanged);
-    setFlag(m_showOnboarding, settingsBool(section, kShowOnboarding, true), &ApplicationStore::showOnboardingChanged);
+    setFlag(m_showOnboarding, settingsBool(section, kShowOnboarding, true),
+            &ApplicationStore::showOnboardingChanged);
     emit shortcutChanged();
 }
 
@@ -327,10 +330,22 @@ QString ApplicationStore::roleShortcutText(ShortcutRole role) const
     return m_shortcuts ? m_shortcuts->shortcut(role).toString(QKeySequence::PortableText) : QString();
 }
 
-QString ApplicationStore::toggleLensShortcut() const { return roleShortcutText(ShortcutRole::ToggleLens); }
-QString ApplicationStore::showHideGlintCodeShortcut() const { return roleShortcutText(ShortcutRole::ToggleGlintcode); }
-QString ApplicationStore::externalTriggerShortcut() const { return roleShortcutText(ShortcutRole::ExternalEvent); }
-QString ApplicationStore::tapShortcut() const { return roleShortcutText(ShortcutRole::TapEvent); }
+QString ApplicationStore::toggleLensShortcut() const
+{
+    return roleShortcutText(ShortcutRole::ToggleLens);
+}
+QString ApplicationStore::showHideGlintCodeShortcut() const
+{
+    return roleShortcutText(ShortcutRole::ToggleGlintcode);
+}
+QString ApplicationStore::externalTriggerShortcut() const
+{
+    return roleShortcutText(ShortcutRole::ExternalEvent);
+}
+QString ApplicationStore::tapShortcut() const
+{
+    return roleShortcutText(ShortcutRole::TapEvent);
+}
 
 QString ApplicationStore::currentVersion() const
 {
@@ -350,7 +365,8 @@ QVariantList ApplicationStore::getCacheOptions() const
 
 bool ApplicationStore::isShortcutAvailible(const QString &sequence) const
 {
-    return m_shortcuts && m_shortcuts->isAvailable(QKeySequence::fromString(sequence, QKeySequence::PortableText));
+    return m_shortcuts &&
+           m_shortcuts->isAvailable(QKeySequence::fromString(sequence, QKeySequence::PortableText));
 }
 
 } // namespace VCam

@@ -25,7 +25,8 @@ class ApplicationStore : public Store
     Q_OBJECT
     Q_PROPERTY(bool mirrorPreview READ mirrorPreview NOTIFY mirrorPreviewChanged)
     Q_PROPERTY(bool showOnboarding READ showOnboarding NOTIFY showOnboardingChanged)
-    Q_PROPERTY(bool automaticUpdatesEnabled READ automaticUpdatesEnabled NOTIFY automaticUpdatesEnabledChanged)
+    Q_PROPERTY(
+        bool automaticUpdatesEnabled READ automaticUpdatesEnabled NOTIFY automaticUpdatesEnabledChanged)
     Q_PROPERTY(bool alwaysShowGlintcode READ alwaysShowGlintcode NOTIFY alwaysShowGlintcodeChanged)
     Q_PROPERTY(QString toggleLensShortcut READ toggleLensShortcut NOTIFY shortcutChanged)
     Q_PROPERTY(QString showHideGlintCodeShortcut READ showHideGlintCodeShortcut NOTIFY shortcutChanged)

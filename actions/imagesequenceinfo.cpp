@@ -29,7 +29,8 @@ bool ImageSequenceInfo::fromJson(const nlohmann::json &json, ImageSequenceInfo &
 
 nlohmann::json ImageSequenceInfo::toJson() const
 {
-    return {{"url_pattern", urlPattern.toStdString()}, {"frame_interval_ms", frameIntervalMs}, {"size", size}};
+    return {
+        {"url_pattern", urlPattern.toStdString()}, {"frame_interval_ms", frameIntervalMs}, {"size", size}};
 }
 
 } // namespace VCam

@@ -10,8 +10,7 @@ namespace VCam {
 
 LogMiddleware::LogMiddleware(std::set<qint32> skip, QObject *parent)
     : Bureau::Middleware(parent), m_skip(std::move(skip))
-{
-}
+{}
 
 std::shared_ptr<Bureau::Action> LogMiddleware::process(std::shared_ptr<Bureau::Action> action)
 {

@@ -3,6 +3,7 @@
 #include "keyhelper.h"
 #include "resizehelper.h"
 #include "settings.h"
+#include "terminationwatcher.h"
 
 #include <QLoggingCategory>
 #include <QQmlApplicationEngine>
@@ -39,6 +40,9 @@ void Application::init()
     createStores();
     m_resizeHelper = std::make_shared<ResizeHelper>();
     connect(this, &QGuiApplication::lastWindowClosed, this, &Application::onLastWindowClosed);
+    m_terminationWatcher = new TerminationWatcher(this);
+    connect(m_terminationWatcher, &TerminationWatcher::terminationRequested, this,
+            &Application::onTerminationRequested);
     createMiddlewares();
     registerWithDispatcher();
     loadSettings();
@@ -81,7 +85,8 @@ void Application::registerWithDispatcher()
 void Application::loadSettings()
 {
     qCInfo(lcApp) << "Application::loadSettings";
-    m_settings = std::make_unique<Settings>(QStringLiteral("settings.json"), QStringLiteral(":/defaults/settings.json"));
+    m_settings = std::make_unique<Settings>(QStringLiteral("settings.json"),
+                                            QStringLiteral(":/defaults/settings.json"));
     if (!m_settings->load())
         qCWarning(lcApp).noquote() << "App settings couldn't be loaded. Reason: " + m_settings->errorString();
     for (const auto &[name, store] : m_stores)
@@ -133,8 +138,17 @@ void Application::onObjectCreated(QObject *object, const QUrl &)
     window->installEventFilter(m_keyHelper.get());
 }
 
-void Application::onPreviewOutputLoaded()
+void Application::onPreviewOutputLoaded() {}
+
+void Application::onTerminationRequested()
 {
+    qCInfo(lcApp) << "Termination requested; shutting down";
+    closeAllWindows();
+    const auto windows = QGuiApplication::topLevelWindows();
+    for (QWindow *window : windows)
+        window->close();
+    // No window was open (or none reported its closing): shut down anyway.
+    onLastWindowClosed();
 }
 
 void Application::onLastWindowClosed()

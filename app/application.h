@@ -2,11 +2,10 @@
 
 #include <QApplication>
 #include <QPointer>
+#include <QQmlApplicationEngine>
 #include <map>
 #include <memory>
 #include <vector>
-
-#include <QQmlApplicationEngine>
 
 namespace Bureau {
 class Dispatcher;
@@ -21,6 +20,7 @@ class KeyHelper;
 class ResizeHelper;
 class Settings;
 class Store;
+class TerminationWatcher;
 
 // The program's spine: creates the dispatcher, the stores, the middlewares
 // and the interface in a fixed order, loads the settings into the stores,
@@ -46,6 +46,7 @@ private slots:
     void onEngineDestroyed();
     void onDispatcherStopped();
     void onObjectCreated(QObject *object, const QUrl &url);
+    void onTerminationRequested();
 
 private:
     void createServices();
@@ -66,6 +67,7 @@ private:
     std::shared_ptr<ResizeHelper> m_resizeHelper;
     std::vector<std::shared_ptr<Bureau::Middleware>> m_middlewares;
     std::unique_ptr<Settings> m_settings;
+    TerminationWatcher *m_terminationWatcher = nullptr;
     bool m_closing = false;
 };
 

@@ -42,9 +42,10 @@ void mergeSections(nlohmann::json &base, const nlohmann::json &file)
 Settings::Settings(const QString &fileName, const QString &defaultsResource)
     : m_defaultsResource(defaultsResource)
 {
-    m_path = QFileInfo(fileName).isAbsolute()
-                 ? fileName
-                 : QDir(QStandardPaths::writableLocation(QStandardPaths::AppConfigLocation)).filePath(fileName);
+    m_path =
+        QFileInfo(fileName).isAbsolute()
+            ? fileName
+            : QDir(QStandardPaths::writableLocation(QStandardPaths::AppConfigLocation)).filePath(fileName);
 }
 
 bool Settings::load()
@@ -60,7 +61,8 @@ bool Settings::readDefaults()
 {
     QFile defaults(m_defaultsResource);
     if (!defaults.open(QIODevice::ReadOnly)) {
-        m_error = QStringLiteral("Can't open defaults %1: %2").arg(m_defaultsResource, defaults.errorString());
+        m_error =
+            QStringLiteral("Can't open defaults %1: %2").arg(m_defaultsResource, defaults.errorString());
         return false;
     }
     QString error;

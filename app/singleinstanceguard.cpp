@@ -25,8 +25,7 @@ QString SingleInstanceGuard::semaphoreKey(const QString &key)
 
 SingleInstanceGuard::SingleInstanceGuard(const QString &key)
     : m_key(key), m_sharedMemory(sharedMemoryKey(key)), m_semaphore(semaphoreKey(key), 1)
-{
-}
+{}
 
 SingleInstanceGuard::~SingleInstanceGuard()
 {

@@ -7,9 +7,7 @@ nlohmann::json Store::saveSettings() const
     return nlohmann::json::object();
 }
 
-void Store::loadSettings(const nlohmann::json &)
-{
-}
+void Store::loadSettings(const nlohmann::json &) {}
 
 void Store::start()
 {

@@ -57,20 +57,59 @@ private slots:
 
     void operationsAreOfferedInTheirFixedOrder()
     {
-        const QStringList expected = {
-            "notifyStarted", "updateFrame", "setCamera", "setActiveLens", "setLensFavorite",
-            "setCoreProcessingLens", "setCoreProcessingOverlay", "setCoreProcessingOverlayMirrored",
-            "setSearchFilter", "notifyActiveLensChanged", "notifyLensDownloaded", "toggleLens", "toggleGlintcode",
-            "setTwitchSubscriptionReactionEnabled", "setTwitchSubscriptionReactionForResubscribeEnabled",
-            "setTwitchSubscriptionReactionIndependentOnTier", "setSecondaryLens", "setTwitchSubsriberThankEnabled",
-            "setTwitchSecondaryLensTimeout", "authorizeTwitch", "deauthorizeTwitch", "notifyTwitchUserAuthorized",
-            "notifyTwitchUserDeauthorized", "openSettingsPage", "openTwitchPage", "openMainPage", "showPopupMessage",
-            "notifySearchOpened", "notifyRecentsOpened", "notifyRecentsClosed", "saveGlintcode", "copyLensLink",
-            "reportLens", "setCacheLimit", "setMirrorPreview", "setAlwaysShowGlintcode",
-            "setAutomaticUpdatesEnabled", "setCacheDir", "setGlobalShortcut", "setLensShortcut", "clearCache",
-            "clearFavorites", "clearRecents", "clearAppIntegrations", "tapEvent", "touchBegin", "touchChange",
-            "touchEnd", "externalEvent", "emulateExternalEvent", "emulateSubscriptionEvent", "checkForUpdates",
-            "skipUpdate"};
+        const QStringList expected = {"notifyStarted",
+                                      "updateFrame",
+                                      "setCamera",
+                                      "setActiveLens",
+                                      "setLensFavorite",
+                                      "setCoreProcessingLens",
+                                      "setCoreProcessingOverlay",
+                                      "setCoreProcessingOverlayMirrored",
+                                      "setSearchFilter",
+                                      "notifyActiveLensChanged",
+                                      "notifyLensDownloaded",
+                                      "toggleLens",
+                                      "toggleGlintcode",
+                                      "setTwitchSubscriptionReactionEnabled",
+                                      "setTwitchSubscriptionReactionForResubscribeEnabled",
+                                      "setTwitchSubscriptionReactionIndependentOnTier",
+                                      "setSecondaryLens",
+                                      "setTwitchSubsriberThankEnabled",
+                                      "setTwitchSecondaryLensTimeout",
+                                      "authorizeTwitch",
+                                      "deauthorizeTwitch",
+                                      "notifyTwitchUserAuthorized",
+                                      "notifyTwitchUserDeauthorized",
+                                      "openSettingsPage",
+                                      "openTwitchPage",
+                                      "openMainPage",
+                                      "showPopupMessage",
+                                      "notifySearchOpened",
+                                      "notifyRecentsOpened",
+                                      "notifyRecentsClosed",
+                                      "saveGlintcode",
+                                      "copyLensLink",
+                                      "reportLens",
+                                      "setCacheLimit",
+                                      "setMirrorPreview",
+                                      "setAlwaysShowGlintcode",
+                                      "setAutomaticUpdatesEnabled",
+                                      "setCacheDir",
+                                      "setGlobalShortcut",
+                                      "setLensShortcut",
+                                      "clearCache",
+                                      "clearFavorites",
+                                      "clearRecents",
+                                      "clearAppIntegrations",
+                                      "tapEvent",
+                                      "touchBegin",
+                                      "touchChange",
+                                      "touchEnd",
+                                      "externalEvent",
+                                      "emulateExternalEvent",
+                                      "emulateSubscriptionEvent",
+                                      "checkForUpdates",
+                                      "skipUpdate"};
         QStringList offered;
         const QMetaObject &meta = ActionProvider::staticMetaObject;
         for (int i = meta.methodOffset(); i < meta.methodCount(); ++i)
@@ -155,12 +194,14 @@ private slots:
         LogMiddleware middleware({int(ActionType::UpdateFrame), int(ActionType::GestureEvent)});
         g_messages.clear();
         const auto previous = qInstallMessageHandler(collect);
-        auto frame = std::make_shared<Bureau::Action>(int(ActionType::UpdateFrame), QImage(4, 4, QImage::Format_RGB888));
+        auto frame = std::make_shared<Bureau::Action>(int(ActionType::UpdateFrame),
+                                                      QImage(4, 4, QImage::Format_RGB888));
         QCOMPARE(middleware.process(frame), frame);
         middleware.process(std::make_shared<Bureau::Action>(int(ActionType::SetMirrorPreview), true));
         middleware.process(std::make_shared<Bureau::Action>(int(ActionType::OpenMainPage)));
-        middleware.process(std::make_shared<Bureau::Action>(
-            int(ActionType::ShowPopupMessage), QVariant::fromValue(PopupMessage{"Saved", MessageType::Info})));
+        middleware.process(
+            std::make_shared<Bureau::Action>(int(ActionType::ShowPopupMessage),
+                                             QVariant::fromValue(PopupMessage{"Saved", MessageType::Info})));
         qInstallMessageHandler(previous);
         QCOMPARE(g_messages.size(), 3);
         QVERIFY(g_messages[0].startsWith("SetMirrorPreview") && g_messages[0].contains("true"));

@@ -152,7 +152,8 @@ private slots:
         QSignalSpy warning(store.get(), &ApplicationStore::showWarningPopup);
         QSignalSpy info(store.get(), &ApplicationStore::showInfoPopup);
         QSignalSpy success(store.get(), &ApplicationStore::showSuccessPopup);
-        send(ActionType::ShowPopupMessage, QVariant::fromValue(PopupMessage{"careful", MessageType::Warning}));
+        send(ActionType::ShowPopupMessage,
+             QVariant::fromValue(PopupMessage{"careful", MessageType::Warning}));
         send(ActionType::ShowPopupMessage, QVariant::fromValue(PopupMessage{"done", MessageType::Success}));
         QCOMPARE(warning.count(), 1);
         QCOMPARE(warning[0][0].toString(), QString("careful"));
@@ -198,9 +199,9 @@ private slots:
         QCOMPARE(triggered.count(), 5);
         QCoreApplication::processEvents();
         QCOMPARE(collector->actions[0]->payload.value<LensActionContext>(), LensActionContext::Shortcut);
-        QCOMPARE(dispatchedTypes(), QList<int>({int(ActionType::ToggleLens), int(ActionType::ToggleGlintcode),
-                                                int(ActionType::EmulateExternalEvent),
-                                                int(ActionType::EmulateSubscribeEvent)}));
+        QCOMPARE(dispatchedTypes(),
+                 QList<int>({int(ActionType::ToggleLens), int(ActionType::ToggleGlintcode),
+                             int(ActionType::EmulateExternalEvent), int(ActionType::EmulateSubscribeEvent)}));
         emit shortcuts->lensShortcutActivated("lens7");
         QCoreApplication::processEvents();
         QCOMPARE(collector->actions.size(), 1);

@@ -45,7 +45,8 @@ private slots:
                          {"standard_media_url", "s"},
                          {"standard_media_poster_url", "sp"},
                          {"obfuscated_user_slug", "ann-1"},
-                         {"image_sequence", {{"url_pattern", "http://h/p/%d.png"}, {"frame_interval_ms", 80}, {"size", 8}}}};
+                         {"image_sequence",
+                          {{"url_pattern", "http://h/p/%d.png"}, {"frame_interval_ms", 80}, {"size", 8}}}};
         LensInfo info;
         QVERIFY(LensInfo::fromJson(in, info));
         QCOMPARE(info.imageSequence.frameIntervalMs, 80);

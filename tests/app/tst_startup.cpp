@@ -49,8 +49,8 @@ public:
         QElapsedTimer clock;
         clock.start();
         while (clock.elapsed() < timeoutMs && process.state() != QProcess::NotRunning) {
-            const QString ids = run("xdotool", {"search", "--onlyvisible", "--pid",
-                                                QString::number(process.processId())});
+            const QString ids =
+                run("xdotool", {"search", "--onlyvisible", "--pid", QString::number(process.processId())});
             if (!ids.isEmpty())
                 return ids.split('\n').first();
             QTest::qWait(200);
@@ -206,6 +206,24 @@ private slots:
         const QString saved = readFile(settingsPath());
         QVERIFY2(saved.contains("\"mirror_preview\": false"), qPrintable(saved));
         QVERIFY(saved.contains("\"show_onboarding\": false"));
+    }
+
+    void terminationSignalShutsDownInOrder()
+    {
+        AppInstance app(home.filePath("terminated"));
+        app.start();
+        QVERIFY(!app.waitForWindow().isEmpty());
+        const QString log = home.filePath("terminated") + "/Glint/Glint Camera/Log.txt";
+        QVERIFY(waitForLog(log, "glint.actions: Started"));
+        app.process.terminate(); // SIGTERM, as at logout
+        QVERIFY(app.process.waitForFinished(15000));
+        QCOMPARE(app.process.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(app.process.exitCode(), 0);
+        QVERIFY(readFile(log).contains("Dispatcher stopped"));
+        QVERIFY(QFile::exists(home.filePath("terminated") + "/Glint/Glint Camera/settings.json"));
+        // The guard was released: nothing is left for the next start to find.
+        QSharedMemory memory(VCam::SingleInstanceGuard::sharedMemoryKey("glint-camera"));
+        QVERIFY(!memory.attach());
     }
 
     void secondInstanceIsRefused()

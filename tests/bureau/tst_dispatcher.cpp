@@ -13,8 +13,7 @@ class RecordingStore : public BaseStore
 public:
     RecordingStore(QString name, Log &log, bool startLater = false)
         : m_name(std::move(name)), m_log(log), m_startLater(startLater)
-    {
-    }
+    {}
     std::function<void(const Action &)> onProcess;
 
     void process(std::shared_ptr<Action> action) override
@@ -41,8 +40,7 @@ class RecordingMiddleware : public Middleware
 public:
     RecordingMiddleware(QString name, Log &log, int replaceWith = -1)
         : m_name(std::move(name)), m_log(log), m_replaceWith(replaceWith)
-    {
-    }
+    {}
     std::shared_ptr<Action> process(std::shared_ptr<Action> action) override
     {
         m_log << QStringLiteral("%1:%2").arg(m_name).arg(action->type);
