@@ -51,13 +51,11 @@ void fillFrame(std::vector<uint8_t> &frame, uint32_t index)
     std::memcpy(frame.data(), &index, sizeof index);
 }
 
-bool frameMatches(const std::vector<uint8_t> &frame, uint32_t index)
+// Every byte is checked: a torn frame mixes the fills of two frames.
+bool frameMatches(const std::vector<uint8_t> &frame, uint32_t index, std::vector<uint8_t> &reference)
 {
-    uint32_t header = 0;
-    std::memcpy(&header, frame.data(), sizeof header);
-    const uint8_t fill = uint8_t(index & 0xFF);
-    return header == index && std::all_of(frame.begin() + sizeof header, frame.end(),
-                                          [fill](uint8_t byte) { return byte == fill; });
+    fillFrame(reference, index);
+    return std::memcmp(frame.data(), reference.data(), frame.size()) == 0;
 }
 
 void benchConversion()
@@ -154,8 +152,9 @@ void benchVerifiedStream(const std::string &program, const std::string &director
     std::atomic<uint32_t> torn{0};
     std::thread reader([&] {
         std::vector<uint8_t> frame(::Sink::kRgbFrameBytes);
+        std::vector<uint8_t> reference(::Sink::kRgbFrameBytes);
         for (uint32_t i = 0; i < frames && readFrame(sink.output, frame); ++i) {
-            if (!frameMatches(frame, i))
+            if (!frameMatches(frame, i, reference))
                 ++torn;
             ++received;
         }
@@ -217,6 +216,7 @@ void benchConvertedStream(const std::string &program, const std::string &directo
 
 int main(int argc, char **argv)
 {
+    std::setvbuf(stdout, nullptr, _IOLBF, 0);
     const uint32_t frames = argc > 1 ? uint32_t(std::atol(argv[1])) : 10000u;
     const std::string program = argc > 2 ? argv[2] : GLINT_BENCH_SINK_PATH;
     char pattern[] = "/tmp/bench-virtualcam-XXXXXX";

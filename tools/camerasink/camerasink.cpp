@@ -69,10 +69,10 @@ int CameraSink::runToFile(FifoFrameReader &reader, const std::atomic<bool> &stop
         const auto &frame = reader.frame();
         if (!rgb)
             converter.rgbToYuyv(frame.data(), m_yuyv.data());
-        const bool written = rgb ? output.write(frame.data(), frame.size(), error)
-                                 : output.write(m_yuyv.data(), m_yuyv.size(), error);
+        const bool written = rgb ? output.write(frame.data(), frame.size(), stop, error)
+                                 : output.write(m_yuyv.data(), m_yuyv.size(), stop, error);
         if (!written)
-            return report(error, OutputFailed);
+            return stop ? Ok : report(error, OutputFailed);
     }
     return Ok;
 }

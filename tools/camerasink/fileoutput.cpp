@@ -28,10 +28,13 @@ bool FileOutput::open(const std::string &path, std::string &error)
     return true;
 }
 
-bool FileOutput::write(const uint8_t *data, std::size_t size, std::string &error)
+bool FileOutput::write(const uint8_t *data, std::size_t size, const std::atomic<bool> &stop,
+                       std::string &error)
 {
     std::size_t done = 0;
     while (done < size) {
+        if (stop)
+            return false;
         const ssize_t written = ::write(m_fd, data + done, size - done);
         if (written < 0 && errno == EINTR)
             continue;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -16,7 +17,9 @@ public:
     FileOutput &operator=(const FileOutput &) = delete;
 
     bool open(const std::string &path, std::string &error);
-    bool write(const uint8_t *data, std::size_t size, std::string &error);
+    // Gives up, with an empty error, once stop is set (a reader that does not
+    // read must not keep the sink from ending).
+    bool write(const uint8_t *data, std::size_t size, const std::atomic<bool> &stop, std::string &error);
 
 private:
     int m_fd = -1;
