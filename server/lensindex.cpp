@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstring>
 #include <mutex>
 #include <nlohmann/json.hpp>
 #include <openssl/evp.h>
@@ -137,6 +138,12 @@ void LensIndex::rebuild(const std::vector<LensRecord> &lenses)
         entries.push_back({lens.id, renderLens(lens), fold(lens.name), fold(lens.author), lens.popularity});
     std::unique_lock guard(m_mutex);
     m_entries = std::move(entries);
+    m_haystack.clear();
+    m_haystackStarts.clear();
+    for (const auto &entry : m_entries) {
+        m_haystackStarts.push_back(m_haystack.size());
+        m_haystack += entry.foldedName + '\n' + entry.foldedAuthor + '\n';
+    }
     m_byId.clear();
     m_top.resize(m_entries.size());
     for (size_t i = 0; i < m_entries.size(); ++i) {
@@ -233,14 +240,26 @@ int LensIndex::searchRank(const Entry &entry, const std::string &query)
 std::string LensIndex::searchJson(const std::string &query, size_t limit) const
 {
     const std::string folded = fold(query);
-    if (folded.empty())
+    if (folded.empty() || folded.find('\n') != std::string::npos)
         return joinLenses({});
     std::shared_lock guard(m_mutex);
     std::vector<std::pair<int, size_t>> hits;
-    for (size_t i = 0; i < m_entries.size(); ++i) {
-        const int rank = searchRank(m_entries[i], folded);
+    const char *begin = m_haystack.data();
+    const char *end = begin + m_haystack.size();
+    for (const char *at = begin; at < end;) {
+        const void *found = memmem(at, size_t(end - at), folded.data(), folded.size());
+        if (!found)
+            break;
+        const size_t offset = size_t(static_cast<const char *>(found) - begin);
+        const size_t entry =
+            size_t(std::upper_bound(m_haystackStarts.begin(), m_haystackStarts.end(), offset) -
+                   m_haystackStarts.begin()) -
+            1;
+        const int rank = searchRank(m_entries[entry], folded);
         if (rank >= 0)
-            hits.emplace_back(rank, i);
+            hits.emplace_back(rank, entry);
+        // Each entry is ranked once: go on after it.
+        at = entry + 1 < m_haystackStarts.size() ? begin + m_haystackStarts[entry + 1] : end;
     }
     auto better = [this](const std::pair<int, size_t> &a, const std::pair<int, size_t> &b) {
         if (a.first != b.first)

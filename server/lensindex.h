@@ -56,6 +56,10 @@ private:
     mutable std::shared_mutex m_mutex;
     std::vector<Entry> m_entries;
     std::unordered_map<std::string, size_t> m_byId;
+    // Every folded name and author, "name\nauthor\n" per entry, so that one
+    // memmem pass over the catalogue finds the candidates of a search.
+    std::string m_haystack;
+    std::vector<size_t> m_haystackStarts;
     std::vector<size_t> m_top;
     bool m_topDirty = false;
 };

@@ -18,6 +18,7 @@
 #include <filesystem>
 #include <httplib.h>
 #include <iostream>
+#include <sys/socket.h>
 
 namespace fs = std::filesystem;
 
@@ -46,9 +47,14 @@ bool isValidInstallationId(const std::string &id)
 
 } // namespace
 
+// httplib listens with a backlog of 5, which makes a burst of new
+// connections wait for SYN retries; listening again widens it.
 struct HttpServerHolder
 {
-    httplib::Server server;
+    struct Server : httplib::Server
+    {
+        void widenBacklog() { ::listen(svr_sock_, 512); }
+    } server;
 };
 
 LensServer::LensServer(ServerConfig config) : m_config(std::move(config)), m_http(new HttpServerHolder) {}
@@ -108,7 +114,7 @@ void LensServer::reload()
     m_index->rebuild(m_catalogue->all());
 }
 
-void LensServer::installHandlers()
+void LensServer::configureConnections()
 {
     auto &server = m_http->server;
     const size_t threads = size_t(m_config.threads);
@@ -117,6 +123,11 @@ void LensServer::installHandlers()
     server.set_keep_alive_max_count(10000);
     server.set_keep_alive_timeout(10);
     server.set_tcp_nodelay(true);
+}
+
+void LensServer::installHandlers()
+{
+    auto &server = m_http->server;
 
     server.set_pre_routing_handler([this](const httplib::Request &req, httplib::Response &res) {
         if (req.path.rfind(kPrefix + "/", 0) != 0 || isFilePath(req.path))
@@ -165,12 +176,14 @@ bool LensServer::start(std::string *error)
     if (!error)
         error = &ignored;
     auto &server = m_http->server;
+    configureConnections();
     m_port = m_config.port == 0 ? server.bind_to_any_port(m_config.address)
                                 : (server.bind_to_port(m_config.address, m_config.port) ? m_config.port : -1);
     if (m_port <= 0) {
         *error = "cannot listen on " + m_config.address + ":" + std::to_string(m_config.port);
         return false;
     }
+    server.widenBacklog();
     if (!openData(error))
         return false;
     importBundledIfEmpty();

@@ -42,6 +42,7 @@ public:
 private:
     bool openData(std::string *error);
     void importBundledIfEmpty();
+    void configureConnections();
     void installHandlers();
 
     ServerConfig m_config;

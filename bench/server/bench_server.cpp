@@ -1,0 +1,202 @@
+// Requests per second and latency percentiles of "/explorer/top" and
+// "/explorer/search" with a catalogue of 10,000 lenses, 16 concurrent
+// keep-alive clients, everything on loopback.
+//
+// Usage: bench_server [seconds per endpoint, default 5] [clients, default 16]
+#include "catalogue.h"
+#include "database.h"
+#include "lensindex.h"
+#include "lensrecord.h"
+#include "lensserver.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <fcntl.h>
+#include <filesystem>
+#include <httplib.h>
+#include <nlohmann/json.hpp>
+#include <random>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace fs = std::filesystem;
+using namespace glint::server;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+constexpr int kLenses = 10000;
+
+const std::vector<std::string> kWords = {"Sun",   "Moon",  "Neon",  "Cat",    "Dog",   "Glitter", "Retro",
+                                         "Space", "Party", "Cloud", "Rain",   "Fire",  "Ice",     "Crown",
+                                         "Mask",  "Star",  "Pixel", "Dream",  "Wave",  "Shades",  "Heart",
+                                         "Ghost", "Robot", "Candy", "Forest", "Ocean", "Comic",   "Vintage"};
+
+void fillCatalogue(const std::string &dataDir)
+{
+    fs::create_directories(dataDir);
+    Database database(dataDir + "/lenses.db");
+    Catalogue catalogue(database);
+    std::mt19937 random(42);
+    database.db().exec("BEGIN");
+    for (int i = 0; i < kLenses; ++i) {
+        LensRecord lens;
+        lens.id = "lens-" + std::to_string(i);
+        lens.name = kWords[random() % kWords.size()] + " " + kWords[random() % kWords.size()] + " " +
+                    std::to_string(i);
+        lens.author = kWords[random() % kWords.size()] + " Studio " + std::to_string(i % 300);
+        lens.checksum = std::string(64, 'A');
+        lens.signature = std::string(140, 'S');
+        lens.previewCount = 8;
+        lens.previewIntervalMs = 100;
+        lens.popularity = int64_t(random() % 100000);
+        catalogue.upsert(lens);
+    }
+    database.db().exec("COMMIT");
+}
+
+struct Result
+{
+    long requests = 0;
+    long failures = 0;
+    double seconds = 0;
+    std::vector<double> latenciesMs;
+};
+
+using MakeRequest = std::function<httplib::Result(httplib::Client &, std::mt19937 &)>;
+
+Result load(int port, int clients, double seconds, const MakeRequest &request)
+{
+    std::vector<std::vector<double>> latencies(static_cast<size_t>(clients));
+    std::atomic<long> failures{0};
+    std::vector<std::thread> threads;
+    const auto start = Clock::now();
+    const auto end =
+        start + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
+    for (int c = 0; c < clients; ++c) {
+        threads.emplace_back([&, c] {
+            httplib::Client client("127.0.0.1", port);
+            client.set_keep_alive(true);
+            client.set_tcp_nodelay(true);
+            client.set_default_headers({{"X-Installation-Id", "bench-" + std::to_string(c)}});
+            std::mt19937 random(static_cast<unsigned>(c));
+            while (Clock::now() < end) {
+                const auto t0 = Clock::now();
+                const auto res = request(client, random);
+                const auto t1 = Clock::now();
+                if (!res || res->status != 200 || res->body.size() < 12)
+                    ++failures;
+                latencies[size_t(c)].push_back(std::chrono::duration<double, std::milli>(t1 - t0).count());
+            }
+        });
+    }
+    for (auto &thread : threads)
+        thread.join();
+    Result result;
+    result.seconds = std::chrono::duration<double>(Clock::now() - start).count();
+    for (auto &list : latencies)
+        result.latenciesMs.insert(result.latenciesMs.end(), list.begin(), list.end());
+    result.requests = long(result.latenciesMs.size());
+    result.failures = failures;
+    std::sort(result.latenciesMs.begin(), result.latenciesMs.end());
+    return result;
+}
+
+double percentile(const std::vector<double> &sorted, double p)
+{
+    if (sorted.empty())
+        return 0;
+    return sorted[std::min(sorted.size() - 1, size_t(p / 100.0 * double(sorted.size())))];
+}
+
+void report(const char *name, const Result &r)
+{
+    std::printf(
+        "%-24s %8.0f req/s  p50 %6.2f ms  p90 %6.2f ms  p99 %6.2f ms  max %7.2f ms  (%ld requests, %ld "
+        "failed)\n",
+        name, double(r.requests) / r.seconds, percentile(r.latenciesMs, 50), percentile(r.latenciesMs, 90),
+        percentile(r.latenciesMs, 99), r.latenciesMs.empty() ? 0.0 : r.latenciesMs.back(), r.requests,
+        r.failures);
+    std::fflush(stdout);
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    const double seconds = argc > 1 ? std::atof(argv[1]) : 5.0;
+    const int clients = argc > 2 ? std::atoi(argv[2]) : 16;
+    char pattern[] = "/tmp/glint-bench-server-XXXXXX";
+    const std::string dir = mkdtemp(pattern);
+
+    const auto fillStart = Clock::now();
+    fillCatalogue(dir + "/data");
+    std::printf("catalogue of %d lenses written in %.2f s\n", kLenses,
+                std::chrono::duration<double>(Clock::now() - fillStart).count());
+
+    {
+        // The search itself, without HTTP, for comparison.
+        Database database(dir + "/data/lenses.db");
+        Catalogue catalogue(database);
+        LensIndex index(LensUrls("http://127.0.0.1:8490", "/vc/v1", "https://glint.camera/unlock/?uid="));
+        index.rebuild(catalogue.all());
+        const std::vector<std::string> probe = {"sun", "neon cat", "studio 12", "ghost", "ret", "zzz", "e"};
+        for (const auto &query : probe) {
+            const auto t0 = Clock::now();
+            size_t bytes = 0;
+            for (int i = 0; i < 200; ++i)
+                bytes += index.searchJson(query, 100).size();
+            std::printf("index search %-10s %7.1f us per query, %zu bytes\n", ("\"" + query + "\"").c_str(),
+                        std::chrono::duration<double, std::micro>(Clock::now() - t0).count() / 200,
+                        bytes / 200);
+        }
+    }
+
+    ServerConfig config;
+    config.port = 0;
+    config.dataDir = dir + "/data";
+    config.importBundled = false;
+    config.rateLimit = 0;
+    config.threads = clients + 8;
+    LensServer server(config);
+    // The request log goes to standard output; keep it out of the figures.
+    std::fflush(stdout);
+    const int savedStdout = dup(1);
+    const int devNull = open("/dev/null", O_WRONLY);
+    dup2(devNull, 1);
+    std::string error;
+    if (!server.start(&error)) {
+        dup2(savedStdout, 1);
+        std::fprintf(stderr, "server failed: %s\n", error.c_str());
+        return 1;
+    }
+    auto restoreAndPrint = [&](const char *name, const Result &r) {
+        std::fflush(stdout);
+        dup2(savedStdout, 1);
+        report(name, r);
+        dup2(devNull, 1);
+    };
+
+    restoreAndPrint("warm-up /explorer/top", load(server.port(), clients, 1.0, [](auto &c, auto &) {
+                        return c.Get("/vc/v1/explorer/top?country=US&offset=0&limit=50");
+                    }));
+    restoreAndPrint(
+        "/explorer/top", load(server.port(), clients, seconds, [](auto &c, auto &random) {
+            const int offset = int(random() % (kLenses / 50)) * 50;
+            return c.Get(
+                ("/vc/v1/explorer/top?country=US&offset=" + std::to_string(offset) + "&limit=50").c_str());
+        }));
+    const std::vector<std::string> queries = {"sun", "neon cat", "studio 12", "ghost", "ret", "zzz", "e"};
+    restoreAndPrint("/explorer/search", load(server.port(), clients, seconds, [&](auto &c, auto &random) {
+                        const nlohmann::json body = {{"query", queries[random() % queries.size()]}};
+                        return c.Post("/vc/v1/explorer/search", body.dump(), "application/json");
+                    }));
+    server.stop();
+    dup2(savedStdout, 1);
+    std::error_code ec;
+    fs::remove_all(dir, ec);
+    return 0;
+}
