@@ -15,16 +15,20 @@ FaceDetector::FaceDetector() : d(std::make_unique<Impl>()) {}
 
 FaceDetector::~FaceDetector() = default;
 
-std::vector<cv::Rect2f> FaceDetector::detect(const cv::Mat &gray)
+std::vector<cv::Rect2f> FaceDetector::detect(const cv::Mat &gray, double minConfidence)
 {
     dlib::cv_image<unsigned char> image(gray);
+    std::vector<dlib::rect_detection> detections;
+    d->detector(image, detections, minConfidence);
     std::vector<cv::Rect2f> out;
-    for (const auto &r : d->detector(image))
-        out.emplace_back(r.left(), r.top(), r.width(), r.height());
+    for (const auto &det : detections) {
+        out.emplace_back(det.rect.left(), det.rect.top(), det.rect.width(), det.rect.height());
+    }
     return out;
 }
 
-bool FaceDetector::detectAround(const cv::Mat &gray, const cv::Rect2f &expected, cv::Rect2f &found)
+bool FaceDetector::detectAround(const cv::Mat &gray, const cv::Rect2f &expected, cv::Rect2f &found,
+                                double minConfidence)
 {
     const float margin = expected.width * 0.6f;
     cv::Rect window(
@@ -34,13 +38,13 @@ bool FaceDetector::detectAround(const cv::Mat &gray, const cv::Rect2f &expected,
     if (window.width < 40 || window.height < 40)
         return false;
     // Scale so the expected face is about 100 pixels wide.
-    const double scale = std::min(1.0, 100.0 / std::max(1.0f, expected.width));
+    const double scale = std::min(1.5, 100.0 / std::max(1.0f, expected.width));
     cv::Mat crop;
     cv::resize(gray(window), crop, cv::Size(), scale, scale, cv::INTER_AREA);
     const cv::Point2f centre(expected.x + expected.width / 2, expected.y + expected.height / 2);
     float best = expected.width * 0.5f;
     bool ok = false;
-    for (const auto &r : detect(crop)) {
+    for (const auto &r : detect(crop, minConfidence)) {
         cv::Rect2f full(window.x + r.x / scale, window.y + r.y / scale, r.width / scale, r.height / scale);
         cv::Point2f c(full.x + full.width / 2, full.y + full.height / 2);
         const float dist = static_cast<float>(cv::norm(c - centre));

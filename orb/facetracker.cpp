@@ -7,6 +7,7 @@
 #include "landmarkmodel.h"
 
 #include <algorithm>
+#include <cmath>
 #include <dlib/image_processing/shape_predictor.h>
 #include <dlib/opencv/cv_image.h>
 #include <opencv2/imgproc.hpp>
@@ -26,6 +27,10 @@ struct TrackedFace
     // The detector's box relative to the landmarks' bounding box, so the next
     // frame's box can be derived from this frame's landmarks.
     cv::Rect2f relativeBox{0, 0, 1, 1};
+    // The box the landmarks were last fitted in. It only follows the face
+    // when the face really moved: refitting in a box derived from the last
+    // fit would let the landmarks creep on a still face.
+    cv::Rect2f box;
     int misses = 0;
 };
 
@@ -49,6 +54,14 @@ cv::Rect2f applyRelative(const cv::Rect2f &rel, const cv::Rect2f &bounds)
 {
     return {bounds.x + rel.x * bounds.width, bounds.y + rel.y * bounds.height, rel.width * bounds.width,
             rel.height * bounds.height};
+}
+
+// Whether a box differs from the last one by more than fitting noise.
+bool hasMoved(const cv::Rect2f &last, const cv::Rect2f &now)
+{
+    const float shift = std::hypot((now.x + now.width / 2) - (last.x + last.width / 2),
+                                   (now.y + now.height / 2) - (last.y + last.height / 2));
+    return shift > 0.04f * last.width || std::abs(now.width - last.width) > 0.06f * last.width;
 }
 
 bool overlaps(const cv::Rect2f &a, const cv::Rect2f &b)
@@ -113,10 +126,14 @@ void FaceTracker::Impl::addDetections(const std::vector<cv::Rect2f> &boxes)
         });
         if (known)
             continue;
+        cv::Rect2f confirmed;
+        if (!detector.detectAround(gray, box, confirmed, FaceDetector::kConfirmConfidence))
+            continue;
         TrackedFace t;
         t.face.id = nextId++;
-        if (fitLandmarks(t, box, false)) {
-            t.relativeBox = relativeTo(box, landmarkBounds(t.face));
+        t.box = confirmed;
+        if (fitLandmarks(t, confirmed, false)) {
+            t.relativeBox = relativeTo(confirmed, landmarkBounds(t.face));
             tracked.push_back(std::move(t));
         }
     }
@@ -175,13 +192,18 @@ void FaceTracker::Impl::trackAll()
     const cv::Rect2f frameRect(0, 0, static_cast<float>(gray.cols), static_cast<float>(gray.rows));
     for (auto it = tracked.begin(); it != tracked.end();) {
         TrackedFace &t = *it;
-        cv::Rect2f box = applyRelative(t.relativeBox, landmarkBounds(t.face));
+        const cv::Rect2f predicted = applyRelative(t.relativeBox, landmarkBounds(t.face));
+        if (hasMoved(t.box, predicted))
+            t.box = predicted;
+        cv::Rect2f &box = t.box;
         bool keep = (box & frameRect).area() > 0.3f * box.area() && box.width > 24.0f;
         if (keep && (frameIndex + t.face.id) % kCheckInterval == 0) {
             cv::Rect2f found;
             if (detector.detectAround(gray, box, found)) {
                 t.misses = 0;
-                box = found;
+                // Only a clear disagreement means the landmarks drifted off.
+                if (!overlaps(found, box))
+                    box = found;
             } else {
                 keep = ++t.misses <= kAllowedMisses;
             }

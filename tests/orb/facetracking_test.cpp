@@ -1,0 +1,170 @@
+#include "testframes.h"
+
+#include <chrono>
+#include <facetracker.h>
+#include <gtest/gtest.h>
+#include <landmarkmodel.h>
+#include <thread>
+
+using Orb::Face;
+using Orb::FaceTracker;
+
+namespace {
+// Hand-read positions in astronaut.png: pupils and the middle of the lips.
+const Orb::Point kLeftEye{203, 101}, kRightEye{247, 104}, kMouth{223, 146};
+
+class FaceTracking : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        std::string error;
+        ASSERT_TRUE(tracker.initialize(Orb::LandmarkModel::path(), error)) << error;
+    }
+
+    const std::vector<Face> &run(const cv::Mat &frame, int frames = 1, bool synchronous = true)
+    {
+        auto image = TestFrames::toImage(frame);
+        for (int i = 0; i < frames; ++i)
+            tracker.process(*image, (clock++) / 30.0, synchronous);
+        return tracker.faces();
+    }
+
+    FaceTracker tracker;
+    int clock = 0;
+};
+
+void expectNear(Orb::Point actual, Orb::Point expected, float tolerance, const char *what)
+{
+    EXPECT_LT(Face::distance(actual, expected), tolerance)
+        << what << " at (" << actual.x << ", " << actual.y << "), expected (" << expected.x << ", "
+        << expected.y << ")";
+}
+
+float largestMove(const Face &a, const Face &b)
+{
+    float most = 0.0f;
+    for (int i = 0; i < Face::kLandmarkCount; ++i)
+        most = std::max(most, Face::distance(a.landmarks[i], b.landmarks[i]));
+    return most;
+}
+} // namespace
+
+TEST_F(FaceTracking, FindsThePortraitAtSeveralPositionsAndScales)
+{
+    const cv::Mat portrait = TestFrames::load("astronaut.png");
+    struct Placement
+    {
+        int x, y;
+        double scale;
+    };
+    for (const Placement p : {Placement{384, 104, 1.25}, Placement{40, 0, 1.6}, Placement{700, -60, 2.2},
+                              Placement{520, 200, 1.4}}) {
+        tracker.restart({}, clock / 30.0);
+        const auto &faces = run(TestFrames::place(portrait, p.x, p.y, p.scale), 3);
+        ASSERT_EQ(faces.size(), 1u) << "at " << p.x << "," << p.y << " x" << p.scale;
+        auto at = [&](Orb::Point q) {
+            return Orb::Point{p.x + q.x * float(p.scale), p.y + q.y * float(p.scale)};
+        };
+        const float tolerance = 3.0f * static_cast<float>(p.scale);
+        expectNear(faces[0].leftEye(), at(kLeftEye), tolerance, "left eye");
+        expectNear(faces[0].rightEye(), at(kRightEye), tolerance, "right eye");
+        expectNear(faces[0].mouthCenter(), at(kMouth), tolerance, "mouth");
+    }
+}
+
+TEST_F(FaceTracking, StillFaceStaysStillOverThirtyFrames)
+{
+    const cv::Mat frame = TestFrames::place(TestFrames::load("astronaut.png"), 384, 104, 1.4);
+    const auto &first = run(frame, 2);
+    ASSERT_EQ(first.size(), 1u);
+    const Face reference = first[0];
+    for (int i = 0; i < 30; ++i) {
+        const auto &faces = run(frame);
+        ASSERT_EQ(faces.size(), 1u) << "frame " << i;
+        EXPECT_EQ(faces[0].id, reference.id) << "the same face keeps its id";
+        EXPECT_LT(largestMove(faces[0], reference), 0.5f) << "frame " << i;
+    }
+}
+
+TEST_F(FaceTracking, FollowsAMovingFace)
+{
+    const cv::Mat portrait = TestFrames::load("astronaut.png");
+    ASSERT_EQ(run(TestFrames::place(portrait, 300, 100, 1.4)).size(), 1u);
+    for (int step = 1; step <= 20; ++step) {
+        const int x = 300 + step * 12;
+        const auto &faces = run(TestFrames::place(portrait, x, 100, 1.4));
+        ASSERT_EQ(faces.size(), 1u) << "step " << step;
+        expectNear(faces[0].leftEye(), {x + kLeftEye.x * 1.4f, 100 + kLeftEye.y * 1.4f}, 6.0f, "left eye");
+    }
+}
+
+TEST_F(FaceTracking, CatIsNoHumanFace)
+{
+    EXPECT_TRUE(run(TestFrames::place(TestFrames::load("chelsea.png"), 200, 50, 1.8), 10).empty());
+    EXPECT_TRUE(run(TestFrames::place(TestFrames::load("chelsea.png"), 0, 0, 2.8), 5).empty());
+}
+
+TEST_F(FaceTracking, TracksSeveralFacesAndDropsOneThatLeaves)
+{
+    const cv::Mat portrait = TestFrames::load("astronaut.png");
+    cv::Mat two = TestFrames::place(portrait, 20, 60, 1.2);
+    TestFrames::place(portrait, 640, 60, 1.2)(cv::Rect(640, 0, 640, 720))
+        .copyTo(two(cv::Rect(640, 0, 640, 720)));
+    const auto &faces = run(two, 2);
+    ASSERT_EQ(faces.size(), 2u);
+    EXPECT_NE(faces[0].id, faces[1].id);
+    // The right-hand face leaves: it is dropped within a few frames.
+    const cv::Mat one = TestFrames::place(portrait, 20, 60, 1.2);
+    EXPECT_EQ(run(one, 12).size(), 1u);
+}
+
+TEST_F(FaceTracking, FaceTurningIntoViewIsFoundWithinAFewFrames)
+{
+    const cv::Mat portrait = TestFrames::load("astronaut.png");
+    // Strongly tilted heads are beyond the frontal detector; as the head
+    // turns upright it must be picked up promptly.
+    int foundAt = -1;
+    const double angles[] = {90, 80, 70, 60, 50, 40, 30, 20, 10, 0, 0, 0};
+    for (int i = 0; i < 12; ++i) {
+        const auto &faces = run(TestFrames::place(portrait, 384, 104, 1.4, angles[i]));
+        if (i < 2) {
+            EXPECT_TRUE(faces.empty()) << "a face lying on its side is not expected at " << angles[i];
+        }
+        if (!faces.empty() && foundAt < 0)
+            foundAt = i;
+    }
+    ASSERT_GE(foundAt, 0);
+    EXPECT_LE(angles[foundAt], 45.0) << "found too early to be plausible";
+    EXPECT_GE(angles[foundAt], 10.0) << "found only when already upright";
+}
+
+TEST_F(FaceTracking, BackgroundDetectionFindsAFaceWithoutStallingFrames)
+{
+    const cv::Mat frame = TestFrames::place(TestFrames::load("astronaut.png"), 384, 104, 1.4);
+    int frames = 0;
+    while (run(frame, 1, false).empty() && frames < 200) {
+        ++frames;
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    EXPECT_LT(frames, 200) << "the background search never reported the face";
+    EXPECT_EQ(tracker.faces().size(), 1u);
+}
+
+TEST_F(FaceTracking, RestartForgetsFacesAndFindsThemAgain)
+{
+    const cv::Mat frame = TestFrames::place(TestFrames::load("astronaut.png"), 384, 104, 1.4);
+    ASSERT_EQ(run(frame, 2).size(), 1u);
+    const int oldId = tracker.faces()[0].id;
+    tracker.restart({}, clock / 30.0);
+    EXPECT_TRUE(tracker.faces().empty());
+    ASSERT_EQ(run(frame).size(), 1u);
+    EXPECT_NE(tracker.faces()[0].id, oldId);
+
+    Orb::TrackingRequestInfo noSearch;
+    noSearch.maxSearchSeconds = 0.0f;
+    tracker.restart(noSearch, clock / 30.0);
+    run(frame); // the restart frame itself is within the limit
+    tracker.restart(noSearch, clock / 30.0 - 1.0);
+    EXPECT_TRUE(run(frame, 3).empty()) << "searching stops after the requested time";
+}
