@@ -171,3 +171,39 @@ TEST(PackProgram, KeysPackingVerifyingAndRegistering)
     EXPECT_TRUE(fs::exists(dir / "data/archives/shades.zip"));
     EXPECT_TRUE(fs::exists(dir / "data/media/shades/glintcode.png"));
 }
+
+TEST(ServerProgram, BundledSampleLensesImportAndVerify)
+{
+    const std::string bundled = GLINT_SERVER_DEFAULT_BUNDLED;
+    size_t folders = 0;
+    std::error_code ec;
+    for (fs::directory_iterator it(bundled, ec), end; !ec && it != end; it.increment(ec))
+        folders += fs::exists(it->path() / "lens.json") ? 1 : 0;
+    if (folders == 0)
+        GTEST_SKIP() << "no bundled lenses in " << bundled;
+
+    TempDir dir;
+    const std::string key = makeKey(dir.path());
+    ServerProcess server({"--data-dir", dir / "data", "--key", key, "--rate-limit", "0"});
+    ASSERT_TRUE(server.started()) << server.output();
+    EXPECT_NE(server.output().find("Imported " + std::to_string(folders) + " bundled lenses"),
+              std::string::npos)
+        << server.output();
+    const json featured = getJson(server.port(), "/vc/v1/explorer/scheduled");
+    ASSERT_EQ(featured["lenses"].size(), folders);
+    const std::string publicKey = LensSigner(key).publicKeyBase64();
+    fs::create_directories(dir / "unpacked");
+    for (const auto &lens : featured["lenses"]) {
+        const std::string id = lens["unlockable_id"];
+        const json unlock = getJson(server.port(), "/vc/v1/explorer/unlock?uid=" + id);
+        const auto archive =
+            httplib::Client("127.0.0.1", server.port()).Get("/vc/v1/archives/" + id + ".zip");
+        ASSERT_TRUE(archive && archive->status == 200) << id;
+        writeFile(dir / (id + ".zip"), archive->body);
+        ASSERT_EQ(runCommand("unzip -q " + (dir / (id + ".zip")) + " -d " + (dir / ("unpacked/" + id))), 0)
+            << id;
+        EXPECT_TRUE(LensSigner::verify(LensSigner::directoryChecksum(dir / ("unpacked/" + id)), id,
+                                       unlock["signature"], publicKey))
+            << id;
+    }
+}
