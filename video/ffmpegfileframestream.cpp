@@ -31,7 +31,7 @@ std::string FFmpegFileFrameStream::inputPath() const
 Frame FFmpegFileFrameStream::read()
 {
     Frame frame = FFmpegWebcamFrameStream::read();
-    if (frame.failed && isOpen() && rewind())
+    if (frame.failed && m_looping && isOpen() && rewind())
         frame = FFmpegWebcamFrameStream::read();
     if (frame.failed)
         return frame;

@@ -12,6 +12,9 @@ class FFmpegFileFrameStream : public FFmpegWebcamFrameStream
 public:
     Frame read() override;
 
+    // On by default; without it a read at the end of the file fails.
+    void setLooping(bool looping) { m_looping = looping; }
+
 protected:
     bool openInput() override;
     virtual std::string inputPath() const;
@@ -22,6 +25,7 @@ private:
     double m_loopOffset = 0.0;
     double m_lastTimestamp = 0.0;
     bool m_rewound = false;
+    bool m_looping = true;
 };
 
 } // namespace VCam
