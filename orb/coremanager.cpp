@@ -36,6 +36,9 @@ struct CoreManager::Impl
     Texture camera;
     CameraInfo cameraInfo;
     std::vector<std::shared_ptr<ComplexEffect>> retired;
+    // Resizes frames when no lens is in use.
+    std::unique_ptr<Mosaica::Scene> emptyScene;
+    std::unique_ptr<Mosaica::SceneRenderer> passthrough;
     double lastTime = 0.0;
 
     std::weak_ptr<CompassTrackerDelegate> compass;
@@ -113,6 +116,7 @@ CoreManager::~CoreManager()
     if (d->context && d->context->makeCurrent()) {
         m_effects->setComplexEffect(nullptr);
         d->retired.clear();
+        d->passthrough.reset();
         d->camera = Texture();
     }
 }
@@ -143,9 +147,14 @@ TextureWithTransform CoreManager::processFrameToTexture(const ImageBase &image, 
         Texture out = d->camera;
         if (output != image.getSize()) {
             // Only resizing is needed: render through an empty lens.
-            static const LensManifest empty;
-            Mosaica::Scene scene(empty);
-            out = Mosaica::SceneRenderer().render(d->camera, scene, {}, output, false);
+            if (!d->passthrough) {
+                d->emptyScene = std::make_unique<Mosaica::Scene>(LensManifest());
+                d->passthrough = std::make_unique<Mosaica::SceneRenderer>();
+                std::string error;
+                if (!d->passthrough->load(*d->emptyScene, error))
+                    throw std::runtime_error(error);
+            }
+            out = d->passthrough->render(d->camera, *d->emptyScene, {}, output, false);
         }
         return TextureWithTransform(out, d->cameraInfo.transform);
     }

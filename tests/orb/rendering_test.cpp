@@ -1,1 +1,282 @@
+#include "testframes.h"
+
+#include <assetsystem.h>
+#include <complexeffect.h>
+#include <coremanager.h>
+#include <effectsmanager.h>
+#include <externaleventsystem.h>
+#include <fileutils.h>
 #include <gtest/gtest.h>
+#include <hintsdelegate.h>
+#include <opencv2/imgproc.hpp>
+#include <remoteassetsdelegate.h>
+#include <scene.h>
+#include <texturereader.h>
+
+using Orb::CoreManager;
+
+namespace {
+
+const std::vector<std::string> kSampleLenses = {"sunglasses", "party-hat", "big-eyes",
+                                                "retro-vhs",  "film-noir", "confetti",
+                                                "fireworks",  "color-pop", "heart-eyes"};
+
+// Serves assets from the bundle folder the way the application does.
+struct BundleAssets : Orb::RemoteAssetsDelegate
+{
+    CoreManager *core = nullptr;
+    std::string bundle = TestFrames::dataPath("PrecachedAssets.bundle");
+    std::vector<std::string> requests;
+
+    void requestAsset(const std::string &id) override
+    {
+        requests.push_back(id);
+        auto effect = core->getEffectsManager()->getComplexEffect();
+        if (!effect)
+            return;
+        auto assets = effect->getScene()->getAssetSystem();
+        const std::string path = bundle + "/" + id;
+        if (Orb::FileUtils::fileExists(path))
+            assets->setAssetAvailable(id, path);
+        else
+            assets->setAssetFailed(id);
+    }
+    std::string queryText(const std::string &) override { return {}; }
+};
+
+struct RecordingHints : Orb::HintsDelegate
+{
+    std::vector<std::string> calls;
+    void showHint(const std::string &id) override { calls.push_back(id); }
+    void hideHint() override { calls.push_back("-"); }
+};
+
+// One GL context and one loaded landmark model for the whole program.
+class Rendering : public ::testing::Test
+{
+protected:
+    static void SetUpTestSuite()
+    {
+        core = new CoreManager(nullptr, false, nullptr, nullptr);
+        frameOwner = TestFrames::toImage(TestFrames::place(TestFrames::load("astronaut.png"), 384, 0, 1.4));
+        frame = frameOwner.get();
+    }
+    static void TearDownTestSuite()
+    {
+        delete core;
+        frameOwner.reset();
+    }
+
+    void SetUp() override
+    {
+        assets = std::make_shared<BundleAssets>();
+        assets->core = core;
+        hints = std::make_shared<RecordingHints>();
+        core->setRemoteAssetsDelegate(assets);
+        core->setHintsDelegate(hints);
+        core->setCameraInfo({});
+        core->clearComplexEffect();
+        core->deinitializeUnusedFilters();
+        core->restartTracking({});
+    }
+
+    bool use(const std::string &folder)
+    {
+        return core->useComplexEffect(std::make_shared<Orb::ComplexEffectDescriptor>("test", folder));
+    }
+
+    // Renders `frames` frames at 30 fps from `start` seconds, returns the last.
+    cv::Mat render(int frames = 1, const Orb::ImageBase *input = nullptr,
+                   const Orb::ImageProcessingConfig &config = {})
+    {
+        std::shared_ptr<Orb::ImageBase> out;
+        for (int i = 0; i < frames; ++i) {
+            auto texture = core->processFrameToTexture(input ? *input : *frame,
+                                                       Orb::Timestamp::fromSeconds(clock), true, config);
+            clock += 1.0 / 30.0;
+            out = reader.readTextureToImage(texture.buildNormalizedTexture());
+        }
+        return TestFrames::toMat(*out);
+    }
+
+    static cv::Mat input() { return TestFrames::toMat(*frame); }
+
+    static double difference(const cv::Mat &a, const cv::Mat &b, const cv::Rect &region)
+    {
+        cv::Mat diff;
+        cv::absdiff(a(region), b(region), diff);
+        const cv::Scalar m = cv::mean(diff);
+        return (m[0] + m[1] + m[2]) / 3.0;
+    }
+
+    static CoreManager *core;
+    static Orb::ImageBase *frame;
+    static std::shared_ptr<Orb::ImageBase> frameOwner;
+    static double clock;
+    std::shared_ptr<BundleAssets> assets;
+    std::shared_ptr<RecordingHints> hints;
+    Orb::TextureReader reader;
+};
+
+CoreManager *Rendering::core = nullptr;
+Orb::ImageBase *Rendering::frame = nullptr;
+std::shared_ptr<Orb::ImageBase> Rendering::frameOwner;
+double Rendering::clock = 0.0;
+
+// Where the portrait's features land in the frame (placed at 384,0 x1.4).
+const cv::Rect kEyes(384 + 270, 125, 110, 40);
+const cv::Rect kAboveHead(384 + 250, 0, 140, 60);
+const cv::Rect kBackground(1000, 60, 80, 80);
+const cv::Rect kSuit(384 + 120, 550, 80, 80);
+
+} // namespace
+
+TEST_F(Rendering, WithoutALensTheFrameComesBackUnchanged)
+{
+    const cv::Mat out = render();
+    ASSERT_EQ(out.size(), cv::Size(1280, 720));
+    EXPECT_EQ(difference(out, input(), cv::Rect(0, 0, 1280, 720)), 0.0);
+    EXPECT_TRUE(core->getRendererName().size() > 0);
+}
+
+TEST_F(Rendering, OutputSizeAndMirrorTransformApply)
+{
+    Orb::ImageProcessingConfig half;
+    half.outputWidth = 640;
+    half.outputHeight = 360;
+    EXPECT_EQ(render(1, nullptr, half).size(), cv::Size(640, 360));
+
+    Orb::RectTransform mirror;
+    mirror.flipHorizontally = true;
+    core->setCameraInfo(Orb::CameraInfo(0, {1280, 720}, 24.45f, -1.0f, mirror));
+    cv::Mat flipped;
+    cv::flip(input(), flipped, 1);
+    EXPECT_LT(difference(render(), flipped, cv::Rect(0, 0, 1280, 720)), 1.0);
+}
+
+TEST_F(Rendering, EverySampleLensLoadsAndRenders)
+{
+    for (const auto &id : kSampleLenses) {
+        ASSERT_TRUE(use(TestFrames::dataPath("lenses/" + id))) << id << ": " << core->getLastError();
+        const cv::Mat out = render(4);
+        EXPECT_EQ(out.size(), cv::Size(1280, 720)) << id;
+        EXPECT_EQ(core->getTrackedFaces().size(), 1u) << id;
+        const double changed = difference(out, input(), cv::Rect(0, 0, 1280, 720));
+        // Three lenses wait for an expression, a tap or an event.
+        const bool startsHidden = id == "confetti" || id == "fireworks" || id == "heart-eyes";
+        if (startsHidden)
+            EXPECT_EQ(changed, 0.0) << id;
+        else
+            EXPECT_GT(changed, 0.2) << id;
+    }
+}
+
+TEST_F(Rendering, SunglassesCoverTheEyesOnly)
+{
+    ASSERT_TRUE(use(TestFrames::dataPath("lenses/sunglasses"))) << core->getLastError();
+    const cv::Mat out = render(3);
+    const cv::Scalar eyesBefore = TestFrames::mean(input(), kEyes), eyesAfter = TestFrames::mean(out, kEyes);
+    EXPECT_LT(eyesAfter[0] + eyesAfter[1] + eyesAfter[2],
+              (eyesBefore[0] + eyesBefore[1] + eyesBefore[2]) * 0.5)
+        << "dark lenses over the eyes";
+    const cv::Rect chin(384 + 290, 240, 60, 20);
+    EXPECT_LT(difference(out, input(), chin), 25.0) << "the chin keeps its look (only the warm tone)";
+}
+
+TEST_F(Rendering, PartyHatSitsAboveTheHead)
+{
+    ASSERT_TRUE(use(TestFrames::dataPath("lenses/party-hat"))) << core->getLastError();
+    EXPECT_GT(difference(render(3), input(), kAboveHead), 20.0);
+    EXPECT_EQ(difference(render(), input(), kBackground), 0.0);
+}
+
+TEST_F(Rendering, TapChangesTheColours)
+{
+    ASSERT_TRUE(use(TestFrames::dataPath("lenses/color-pop"))) << core->getLastError();
+    const cv::Mat before = render(2);
+    EXPECT_TRUE(core->processTouchEvent({Orb::TouchEvent::Type::Tap, 0.1f, 0.1f}));
+    clock += 2.0; // past the ring animation
+    const cv::Mat after = render();
+    EXPECT_GT(difference(before, after, kBackground), 30.0);
+}
+
+TEST_F(Rendering, Trigger1TogglesTheFireworksAndTheSparkComesFromTheBundle)
+{
+    ASSERT_TRUE(use(TestFrames::dataPath("lenses/fireworks"))) << core->getLastError();
+    EXPECT_EQ(assets->requests, std::vector<std::string>{"firework_spark.png"});
+    const cv::Rect sky(0, 0, 1280, 360);
+    EXPECT_EQ(difference(render(), input(), sky), 0.0);
+    auto events = core->getEffectsManager()->getComplexEffect()->getScene()->getExternalEventSystem();
+    events->triggerEvents("trigger1", "");
+    EXPECT_GT(difference(render(20), input(), sky), 10.0);
+    events->triggerEvents("trigger1", "");
+    EXPECT_EQ(difference(render(), input(), sky), 0.0);
+    EXPECT_EQ(assets->requests.size(), 1u) << "requested once, not per frame";
+}
+
+TEST_F(Rendering, MissingRemoteAssetFailsOnceAndTheLensStillRuns)
+{
+    TestFrames::TempLens lens(R"({"formatVersion": 1, "id": "t", "name": "T", "remoteAssets": ["nowhere.png"],
+        "effects": [{"id": "s", "type": "sticker", "image": "asset:nowhere.png"}]})");
+    ASSERT_TRUE(use(lens.folder)) << core->getLastError();
+    render(5);
+    EXPECT_EQ(assets->requests, std::vector<std::string>{"nowhere.png"});
+    auto scene = core->getEffectsManager()->getComplexEffect()->getScene();
+    EXPECT_EQ(scene->getAssetSystem()->state("nowhere.png"), Orb::Mosaica::AssetSystem::State::Failed);
+}
+
+TEST_F(Rendering, LookUpTableTurnsTheOrangeSuitGrey)
+{
+    ASSERT_TRUE(use(TestFrames::dataPath("lenses/film-noir"))) << core->getLastError();
+    const cv::Scalar suit = TestFrames::mean(render(), kSuit);
+    const cv::Scalar original = TestFrames::mean(input(), kSuit);
+    EXPECT_GT(original[0] - original[2], 100.0) << "the suit is orange to begin with";
+    EXPECT_LT(std::abs(suit[0] - suit[2]), 20.0);
+    EXPECT_LT(std::abs(suit[0] - suit[1]), 20.0);
+}
+
+TEST_F(Rendering, StartHintGoesThroughTheDelegate)
+{
+    ASSERT_TRUE(use(TestFrames::dataPath("lenses/confetti"))) << core->getLastError();
+    render(1);
+    EXPECT_EQ(hints->calls, std::vector<std::string>{"lens_hint_open_your_mouth"});
+}
+
+TEST_F(Rendering, ShaderErrorsCarryTheFileAndTheCompilerLog)
+{
+    TestFrames::TempLens lens(R"({"formatVersion": 1, "id": "t", "name": "T",
+        "effects": [{"id": "a", "type": "shader", "shader": "broken.frag"}]})");
+    lens.write("broken.frag", "void main()\n{\n    fragColor = vec4(undefinedThing, 1.0);\n}\n");
+    EXPECT_FALSE(use(lens.folder));
+    const std::string error = core->getLastError();
+    EXPECT_EQ(error.rfind(lens.folder + "/broken.frag: shader does not compile:\n", 0), 0u) << error;
+    EXPECT_NE(error.find("undefinedThing"), std::string::npos) << error;
+    EXPECT_TRUE(error.find(":3(") != std::string::npos || error.find(":3:") != std::string::npos)
+        << "line numbers count in the author's file: " << error;
+    EXPECT_FALSE(core->getEffectsManager()->getComplexEffect());
+}
+
+TEST_F(Rendering, BrokenImagesAndTablesFailTheLoad)
+{
+    TestFrames::TempLens lens(R"({"formatVersion": 1, "id": "t", "name": "T",
+        "effects": [{"id": "a", "type": "sticker", "image": "fake.png"}]})");
+    lens.write("fake.png", "not a png");
+    EXPECT_FALSE(use(lens.folder));
+    EXPECT_NE(core->getLastError().find("fake.png\" is missing or not a readable image"), std::string::npos)
+        << core->getLastError();
+
+    TestFrames::TempLens lut(R"({"formatVersion": 1, "id": "t", "name": "T",
+        "effects": [{"id": "a", "type": "lut", "image": "icon.png"}]})");
+    lut.copy(TestFrames::dataPath("lenses/film-noir/icon.png"), "icon.png");
+    EXPECT_FALSE(use(lut.folder));
+    EXPECT_NE(core->getLastError().find("a look-up image needs N*N*N pixels"), std::string::npos)
+        << core->getLastError();
+}
+
+TEST_F(Rendering, FailingFramesThrow)
+{
+    Orb::ImageBase empty(nullptr, 0, 0, 0, Orb::ColorSpace::RGBA, Orb::ImageBase::doNothingDeallocator);
+    EXPECT_THROW(core->processFrameToTexture(empty, Orb::Timestamp::invalid(), false, {}),
+                 std::runtime_error);
+    EXPECT_THROW(reader.readTextureToImage(Orb::Texture()), std::runtime_error);
+}
