@@ -1,0 +1,157 @@
+#include "networklensacquirehelper.h"
+
+#include "lenscache.h"
+#include "networkmanager.h"
+
+#include <QDir>
+#include <QFile>
+#include <QPointer>
+#include <nlohmann/json.hpp>
+
+Q_LOGGING_CATEGORY(lcLensAcquire, "vcam.lenses.acquire")
+
+namespace VCam {
+
+namespace {
+
+QString stringMember(const nlohmann::json &object, const char *key)
+{
+    const auto it = object.find(key);
+    return it != object.end() && it->is_string() ? QString::fromStdString(it->get<std::string>()) : QString();
+}
+
+} // namespace
+
+NetworkLensAcquireHelper::NetworkLensAcquireHelper(NetworkManager *network, LensCache *cache, QObject *parent)
+    : QObject(parent), m_network(network), m_cache(cache)
+{}
+
+void NetworkLensAcquireHelper::reset()
+{
+    ++m_generation; // answers for the acquisition in flight are dropped
+    m_stage = Idle;
+    m_lensUrl.clear();
+    m_signature.clear();
+    m_hintId.clear();
+}
+
+void NetworkLensAcquireHelper::acquire(const LensId &lensId)
+{
+    reset();
+    m_lensId = lensId;
+    if (!LensCache::isValidLensId(lensId)) {
+        finish(QStringLiteral("Invalid lens id: %1").arg(lensId));
+        return;
+    }
+    if (m_staleLenses.remove(lensId)) {
+        m_cache->remove(lensId);
+    } else if (m_cache->verify(lensId, true)) {
+        m_cache->touch(lensId);
+        m_hintId = m_cache->hintId(lensId);
+        finish(QString());
+        return;
+    }
+    requestLink();
+}
+
+void NetworkLensAcquireHelper::requestLink()
+{
+    m_stage = LinkRequested;
+    const quint64 generation = m_generation;
+    QPointer<NetworkLensAcquireHelper> self(this);
+    m_network->requestUnlock(m_lensId,
+                             [self, generation](int status, const QByteArray &body, const QString &failure) {
+                                 if (self && self->m_generation == generation)
+                                     self->onLinkAnswer(status, body, failure);
+                             });
+}
+
+void NetworkLensAcquireHelper::onLinkAnswer(int status, const QByteArray &body, const QString &failure)
+{
+    if (!failure.isEmpty() || status / 100 != 2) {
+        const QString reason = failure.isEmpty() ? QStringLiteral("HTTP status %1").arg(status) : failure;
+        finish(QStringLiteral("Failed to receive lens archive link: %1").arg(reason));
+        return;
+    }
+    const auto json = nlohmann::json::parse(body.constData(), body.constData() + body.size(), nullptr, false);
+    if (!json.is_object()) {
+        finish(QStringLiteral("Failed to parse lens archive link"));
+        return;
+    }
+    const auto url = json.find("lens_url");
+    if (url == json.end() || !url->is_string()) {
+        finish(QStringLiteral("Failed to parse lens archive link: No 'lens_url' in JSON"));
+        return;
+    }
+    m_lensUrl = QString::fromStdString(url->get<std::string>());
+    m_signature = stringMember(json, "signature");
+    m_hintId = stringMember(json, "hint_id");
+
+    m_stage = ArchiveDownloading;
+    const quint64 generation = m_generation;
+    QPointer<NetworkLensAcquireHelper> self(this);
+    m_network->download(QUrl(m_lensUrl),
+                        [self, generation](int, const QByteArray &archive, const QString &error) {
+                            if (self && self->m_generation == generation)
+                                self->onArchiveAnswer(archive, error);
+                        });
+}
+
+void NetworkLensAcquireHelper::onArchiveAnswer(const QByteArray &body, const QString &failure)
+{
+    if (body.isNull()) {
+        finish(QStringLiteral("Failed to download lens archive: %1").arg(failure));
+        return;
+    }
+    finish(installArchive(body));
+}
+
+// Writes, unpacks, deletes and registers the archive; the error text, or an
+// empty text when the lens is in the cache and verified.
+QString NetworkLensAcquireHelper::installArchive(const QByteArray &body)
+{
+    const QString lensPath = m_cache->lensPath(m_lensId);
+    const QString zipPath = lensPath + QStringLiteral(".zip");
+    QDir(lensPath).removeRecursively(); // leftovers of an earlier attempt would spoil the checksum
+    QFile zip(zipPath);
+    if (!QDir().mkpath(m_cache->lensDirectory(m_lensId)) || !zip.open(QIODevice::WriteOnly) ||
+        zip.write(body) != body.size() || !zip.flush()) {
+        qCWarning(lcLensAcquire) << "Can't write" << zipPath << zip.errorString();
+        return QStringLiteral("Failed to save lens archive");
+    }
+    zip.close();
+    QString reason;
+    const QStringList files = LensArchive(zipPath, m_maxUnpackedBytes).extract(lensPath, &reason);
+    if (files.isEmpty()) {
+        qCWarning(lcLensAcquire).noquote() << "Lens archive of" << m_lensId << "refused:" << reason;
+        QFile::remove(zipPath);
+        QDir(lensPath).removeRecursively();
+        return QStringLiteral("Failed to extract lens archive");
+    }
+    if (!QFile::remove(zipPath))
+        return QStringLiteral("Can't remove lens archive");
+    if (!m_cache->add(m_lensId, m_signature, m_hintId))
+        return QStringLiteral("Checksum doesn't match for lens archive: %1").arg(m_lensId);
+    return QString();
+}
+
+void NetworkLensAcquireHelper::finish(const QString &error)
+{
+    const Stage before = m_stage;
+    m_stage = Finished;
+    const LensId lensId = m_lensId;
+    const quint64 generation = m_generation;
+    if (error.isEmpty()) {
+        emit lensAcquireSucceed(lensId, m_hintId);
+        if (before == ArchiveDownloading)
+            emit lensDownloadSucceed(lensId);
+    } else {
+        qCWarning(lcLensAcquire).noquote() << error;
+        emit lensAcquireFailed(lensId, error);
+        emit lensDownloadFailed(lensId, error);
+    }
+    if (generation == m_generation) // a receiver may have started the next acquisition
+        m_stage = Idle;
+}
+
+} // namespace VCam

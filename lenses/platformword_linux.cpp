@@ -1,0 +1,10 @@
+#include "platformword.h"
+
+namespace VCam {
+
+QString platformWord()
+{
+    return QStringLiteral("linux");
+}
+
+} // namespace VCam
