@@ -45,7 +45,7 @@ std::string joinLenses(const std::vector<const std::string *> &objects)
     return out;
 }
 
-bool startsWordAt(const std::string &text, size_t pos)
+bool startsWordAt(const char *text, size_t pos)
 {
     if (pos == 0)
         return true;
@@ -53,19 +53,20 @@ bool startsWordAt(const std::string &text, size_t pos)
     return before < 0x80 && !std::isalnum(before);
 }
 
-// 0 exact, 1 prefix, 2 prefix of a later word, 3 anywhere, -1 not found.
-int matchKind(const std::string &text, const std::string &query)
+// How the query, first found at pos, matches text: 0 exact, 1 prefix,
+// 2 prefix of a later word, 3 anywhere.
+int matchKind(const char *text, size_t textLength, const char *query, size_t queryLength, size_t pos)
 {
-    size_t pos = text.find(query);
-    if (pos == std::string::npos)
-        return -1;
     if (pos == 0)
-        return text.size() == query.size() ? 0 : 1;
-    for (; pos != std::string::npos; pos = text.find(query, pos + 1)) {
+        return textLength == queryLength ? 0 : 1;
+    while (true) {
         if (startsWordAt(text, pos))
             return 2;
+        const void *next = memmem(text + pos + 1, textLength - pos - 1, query, queryLength);
+        if (!next)
+            return 3;
+        pos = size_t(static_cast<const char *>(next) - text);
     }
-    return 3;
 }
 
 } // namespace
@@ -144,6 +145,16 @@ void LensIndex::rebuild(const std::vector<LensRecord> &lenses)
         m_haystackStarts.push_back(m_haystack.size());
         m_haystack += entry.foldedName + '\n' + entry.foldedAuthor + '\n';
     }
+    std::vector<size_t> byName(m_entries.size());
+    for (size_t i = 0; i < byName.size(); ++i)
+        byName[i] = i;
+    std::sort(byName.begin(), byName.end(), [this](size_t a, size_t b) {
+        const Entry &x = m_entries[a];
+        const Entry &y = m_entries[b];
+        return x.foldedName != y.foldedName ? x.foldedName < y.foldedName : x.id < y.id;
+    });
+    for (size_t i = 0; i < byName.size(); ++i)
+        m_entries[byName[i]].nameOrder = i;
     m_byId.clear();
     m_top.resize(m_entries.size());
     for (size_t i = 0; i < m_entries.size(); ++i) {
@@ -204,15 +215,8 @@ void LensIndex::sortTopIfNeeded()
     std::unique_lock guard(m_mutex);
     if (!m_topDirty)
         return;
-    std::sort(m_top.begin(), m_top.end(), [this](size_t a, size_t b) {
-        const Entry &x = m_entries[a];
-        const Entry &y = m_entries[b];
-        if (x.popularity != y.popularity)
-            return x.popularity > y.popularity;
-        if (x.foldedName != y.foldedName)
-            return x.foldedName < y.foldedName;
-        return x.id < y.id;
-    });
+    std::sort(m_top.begin(), m_top.end(),
+              [this](size_t a, size_t b) { return ranksBefore(m_entries[a], m_entries[b]); });
     m_topDirty = false;
 }
 
@@ -226,15 +230,27 @@ std::string LensIndex::topJson(size_t offset, size_t limit)
     return joinLenses(objects);
 }
 
-int LensIndex::searchRank(const Entry &entry, const std::string &query)
+// Rank of an entry whose first match in the haystack is at offset: name
+// matches (0 to 3) before author matches (4 exact, 5 prefix of a word, 6
+// anywhere).
+int LensIndex::searchRank(size_t entry, size_t offset, size_t queryLength) const
 {
-    const int name = matchKind(entry.foldedName, query);
-    if (name >= 0)
-        return name;
-    const int author = matchKind(entry.foldedAuthor, query);
-    if (author < 0)
-        return -1;
+    const Entry &e = m_entries[entry];
+    const char *query = m_haystack.data() + offset;
+    const size_t nameStart = m_haystackStarts[entry];
+    if (offset < nameStart + e.foldedName.size())
+        return matchKind(e.foldedName.data(), e.foldedName.size(), query, queryLength, offset - nameStart);
+    const size_t authorStart = nameStart + e.foldedName.size() + 1;
+    const int author =
+        matchKind(e.foldedAuthor.data(), e.foldedAuthor.size(), query, queryLength, offset - authorStart);
     return author == 0 ? 4 : (author <= 2 ? 5 : 6);
+}
+
+bool LensIndex::ranksBefore(const Entry &x, const Entry &y) const
+{
+    if (x.popularity != y.popularity)
+        return x.popularity > y.popularity;
+    return x.nameOrder < y.nameOrder;
 }
 
 std::string LensIndex::searchJson(const std::string &query, size_t limit) const
@@ -246,34 +262,27 @@ std::string LensIndex::searchJson(const std::string &query, size_t limit) const
     std::vector<std::pair<int, size_t>> hits;
     const char *begin = m_haystack.data();
     const char *end = begin + m_haystack.size();
+    size_t entry = 0;
     for (const char *at = begin; at < end;) {
         const void *found = memmem(at, size_t(end - at), folded.data(), folded.size());
         if (!found)
             break;
         const size_t offset = size_t(static_cast<const char *>(found) - begin);
-        const size_t entry =
-            size_t(std::upper_bound(m_haystackStarts.begin(), m_haystackStarts.end(), offset) -
-                   m_haystackStarts.begin()) -
-            1;
-        const int rank = searchRank(m_entries[entry], folded);
-        if (rank >= 0)
-            hits.emplace_back(rank, entry);
+        while (entry + 1 < m_haystackStarts.size() && m_haystackStarts[entry + 1] <= offset)
+            ++entry;
+        hits.emplace_back(searchRank(entry, offset, folded.size()), entry);
         // Each entry is ranked once: go on after it.
         at = entry + 1 < m_haystackStarts.size() ? begin + m_haystackStarts[entry + 1] : end;
     }
     auto better = [this](const std::pair<int, size_t> &a, const std::pair<int, size_t> &b) {
         if (a.first != b.first)
             return a.first < b.first;
-        const Entry &x = m_entries[a.second];
-        const Entry &y = m_entries[b.second];
-        if (x.popularity != y.popularity)
-            return x.popularity > y.popularity;
-        if (x.foldedName != y.foldedName)
-            return x.foldedName < y.foldedName;
-        return x.id < y.id;
+        return ranksBefore(m_entries[a.second], m_entries[b.second]);
     };
     const size_t count = std::min(limit, hits.size());
-    std::partial_sort(hits.begin(), hits.begin() + long(count), hits.end(), better);
+    if (count < hits.size())
+        std::nth_element(hits.begin(), hits.begin() + long(count), hits.end(), better);
+    std::sort(hits.begin(), hits.begin() + long(count), better);
     std::vector<const std::string *> objects;
     for (size_t i = 0; i < count; ++i)
         objects.push_back(&m_entries[hits[i].second].json);

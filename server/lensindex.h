@@ -46,11 +46,13 @@ private:
         std::string foldedName;
         std::string foldedAuthor;
         int64_t popularity = 0;
+        size_t nameOrder = 0; // position when sorted by folded name, then id
     };
 
     std::string renderLens(const LensRecord &lens) const;
     void sortTopIfNeeded();
-    static int searchRank(const Entry &entry, const std::string &query);
+    int searchRank(size_t entry, size_t offset, size_t queryLength) const;
+    bool ranksBefore(const Entry &x, const Entry &y) const;
 
     LensUrls m_urls;
     mutable std::shared_mutex m_mutex;

@@ -3,6 +3,9 @@
 // keep-alive clients, everything on loopback.
 //
 // Usage: bench_server [seconds per endpoint, default 5] [clients, default 16]
+//        bench_server --serve SECONDS
+// The second form only fills the catalogue and serves it for that long on
+// the printed port, for an external load generator such as wrk.
 #include "catalogue.h"
 #include "database.h"
 #include "lensindex.h"
@@ -125,8 +128,42 @@ void report(const char *name, const Result &r)
 
 } // namespace
 
+int serveOnly(double seconds)
+{
+    char pattern[] = "/tmp/glint-bench-server-XXXXXX";
+    const std::string dir = mkdtemp(pattern);
+    fillCatalogue(dir + "/data");
+    ServerConfig config;
+    config.port = 0;
+    config.dataDir = dir + "/data";
+    config.importBundled = false;
+    config.rateLimit = 0;
+    config.threads = 40;
+    LensServer server(config);
+    std::string error;
+    const int devNull = open("/dev/null", O_WRONLY);
+    const int savedStdout = dup(1);
+    dup2(devNull, 1);
+    const bool started = server.start(&error);
+    dup2(savedStdout, 1);
+    if (!started) {
+        std::fprintf(stderr, "server failed: %s\n", error.c_str());
+        return 1;
+    }
+    std::printf("serving %d lenses on port %d for %.0f s\n", kLenses, server.port(), seconds);
+    std::fflush(stdout);
+    dup2(devNull, 1);
+    std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
+    server.stop();
+    std::error_code ec;
+    fs::remove_all(dir, ec);
+    return 0;
+}
+
 int main(int argc, char **argv)
 {
+    if (argc > 2 && std::string(argv[1]) == "--serve")
+        return serveOnly(std::atof(argv[2]));
     const double seconds = argc > 1 ? std::atof(argv[1]) : 5.0;
     const int clients = argc > 2 ? std::atoi(argv[2]) : 16;
     char pattern[] = "/tmp/glint-bench-server-XXXXXX";
