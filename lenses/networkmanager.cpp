@@ -304,8 +304,12 @@ void NetworkManager::handleNetworkReply(QNetworkReply *reply)
 
     const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
     QString failure;
-    if (reply->error() != QNetworkReply::NoError) {
-        failure = oversized ? QStringLiteral("The answer is larger than allowed") : reply->errorString();
+    if (oversized) {
+        // The answer may have arrived whole before the abort took effect.
+        failure = QStringLiteral("The answer is larger than allowed");
+        qCCritical(lcNetwork).noquote() << "Answer too large for" << call.getUrl().toString(QUrl::RemoveQuery);
+    } else if (reply->error() != QNetworkReply::NoError) {
+        failure = reply->errorString();
         qCCritical(lcNetwork).noquote() << "Network error" << errorKey(reply->error()) << "for"
                                         << call.getUrl().toString(QUrl::RemoveQuery) << ":" << failure;
     }
