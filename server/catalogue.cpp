@@ -3,6 +3,7 @@
 #include "database.h"
 
 #include <SQLiteCpp/Statement.h>
+#include <SQLiteCpp/Transaction.h>
 #include <ctime>
 #include <nlohmann/json.hpp>
 
@@ -104,9 +105,15 @@ void Catalogue::addPopularity(const std::string &id, int64_t delta)
 void Catalogue::schedule(const std::string &id, int position, int64_t startsAt, int64_t endsAt)
 {
     auto guard = m_database.lock();
+    SQLite::Transaction transaction(m_database.db());
     SQLite::Statement remove(m_database.db(), "DELETE FROM schedule WHERE lens_id = ?");
     remove.bind(1, id);
     remove.exec();
+    // Insert before whatever holds the position now.
+    SQLite::Statement shift(m_database.db(),
+                            "UPDATE schedule SET position = position + 1 WHERE position >= ?");
+    shift.bind(1, position);
+    shift.exec();
     SQLite::Statement q(m_database.db(),
                         "INSERT INTO schedule (lens_id, position, starts_at, ends_at) VALUES (?, ?, ?, ?)");
     q.bind(1, id);
@@ -116,6 +123,15 @@ void Catalogue::schedule(const std::string &id, int position, int64_t startsAt, 
         q.bind(4, static_cast<int64_t>(endsAt));
     else
         q.bind(4);
+    q.exec();
+    transaction.commit();
+}
+
+void Catalogue::unschedule(const std::string &id)
+{
+    auto guard = m_database.lock();
+    SQLite::Statement q(m_database.db(), "DELETE FROM schedule WHERE lens_id = ?");
+    q.bind(1, id);
     q.exec();
 }
 

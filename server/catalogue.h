@@ -24,8 +24,10 @@ public:
     void addPopularity(const std::string &id, int64_t delta);
 
     // Features a lens from startsAt until endsAt (seconds since the epoch;
-    // endsAt 0 means open-ended). Lower positions are listed first.
+    // endsAt 0 means open-ended). Lower positions are listed first; the
+    // lens goes before the one that held its position.
     void schedule(const std::string &id, int position, int64_t startsAt, int64_t endsAt);
+    void unschedule(const std::string &id);
     // Ids featured at the given moment, in schedule order.
     std::vector<std::string> featuredAt(int64_t now);
 

@@ -1,10 +1,12 @@
 // glint-lens-server: the Glint Camera lens backend.
 #include "importcommand.h"
 #include "lensserver.h"
+#include "schedulecommand.h"
 #include "serverconfig.h"
 
 #include <csignal>
 #include <iostream>
+#include <set>
 
 using namespace glint::server;
 
@@ -41,19 +43,37 @@ int serve(const ServerConfig &config)
     return 0;
 }
 
+// Splits the command's own arguments from the server options.
+void splitArguments(const std::vector<std::string> &args, std::vector<std::string> &options,
+                    std::vector<std::string> &own)
+{
+    static const std::set<std::string> flags = {"--featured"};
+    static const std::set<std::string> valued = {"--position", "--from", "--until"};
+    for (size_t i = 0; i < args.size(); ++i) {
+        if (flags.count(args[i])) {
+            own.push_back(args[i]);
+        } else if (valued.count(args[i])) {
+            own.push_back(args[i]);
+            if (i + 1 < args.size())
+                own.push_back(args[++i]);
+        } else {
+            options.push_back(args[i]);
+        }
+    }
+}
+
 } // namespace
 
 int main(int argc, char **argv)
 {
     std::vector<std::string> args(argv + 1, argv + argc);
-    const bool import = !args.empty() && args.front() == "import";
-    if (import)
+    std::string command;
+    if (!args.empty() && (args[0] == "import" || args[0] == "feature" || args[0] == "unfeature")) {
+        command = args[0];
         args.erase(args.begin());
-    std::vector<std::string> positional;
-    // --featured belongs to import; keep it out of the option parser.
-    std::vector<std::string> options;
-    for (const auto &arg : args)
-        (arg == "--featured" ? positional : options).push_back(arg);
+    }
+    std::vector<std::string> options, positional;
+    splitArguments(args, options, positional);
 
     ServerConfig config;
     std::string error;
@@ -68,8 +88,12 @@ int main(int argc, char **argv)
         break;
     }
     try {
-        if (import)
+        if (command == "import")
             return ImportCommand::run(config, positional);
+        if (command == "feature")
+            return ScheduleCommand::feature(config, positional);
+        if (command == "unfeature")
+            return ScheduleCommand::unfeature(config, positional);
         if (!positional.empty()) {
             std::cerr << "unexpected argument \"" << positional.front() << "\"\nTry --help.\n";
             return 2;

@@ -205,9 +205,16 @@ std::string ServerConfig::helpText(const std::string &program)
            "       " +
            program +
            " import [options] [--featured] <lens folder>...\n"
+           "       " +
+           program +
+           " feature [options] [--position N] [--from T] [--until T] <lens id>...\n"
+           "       " +
+           program +
+           " unfeature [options] <lens id>...\n"
            "\n"
            "Serves the Glint Camera lens catalogue under /vc/v1. The import command packs,\n"
-           "signs and registers lens folders in the data directory and exits.\n"
+           "signs and registers lens folders in the data directory and exits; feature and\n"
+           "unfeature edit the featured list.\n"
            "\n"
            "Options (a JSON configuration file may set the same keys without dashes):\n"
            "  --config FILE               read options from a JSON file first\n"
@@ -248,7 +255,10 @@ std::string ServerConfig::helpText(const std::string &program)
            "  --threads N                 request threads (default 32)\n"
            "  --help                      show this text\n"
            "\n"
-           "Import options: --featured puts the imported lenses on the featured list.\n";
+           "Import options: --featured puts the imported lenses on the featured list.\n"
+           "Feature options: --position N (0 first; default after the others), --from T and\n"
+           "--until T (seconds since the epoch; default always). A running server sees\n"
+           "imports after SIGHUP or a restart; the featured list is read on every request.\n";
 }
 
 } // namespace glint::server

@@ -127,6 +127,38 @@ TEST(ServerProgram, ConfigurationFileIsReadAndTheCommandLineWins)
     EXPECT_EQ(featured["lenses"][0]["icon_url"], "http://lenses.example.test:1234/vc/v1/media/sun/icon.png");
 }
 
+TEST(ServerProgram, FeaturedListIsEditedWhileTheServerRuns)
+{
+    TempDir dir;
+    writeLens(dir / "lenses", {"a", "Alpha", "Sky", "", 1});
+    writeLens(dir / "lenses", {"b", "Beta", "Sky", "", 1});
+    const std::string options = " --data-dir " + (dir / "data") + " --key " + makeKey(dir.path());
+    ASSERT_EQ(runCommand(kServer + " import" + options + " " + (dir / "lenses/a") + " " + (dir / "lenses/b")),
+              0);
+    ServerProcess server({"--data-dir", dir / "data", "--rate-limit", "0"});
+    ASSERT_TRUE(server.started()) << server.output();
+    auto featured = [&] {
+        std::vector<std::string> ids;
+        const json answer = getJson(server.port(), "/vc/v1/explorer/scheduled");
+        for (const auto &lens : answer["lenses"])
+            ids.push_back(lens["unlockable_id"]);
+        return ids;
+    };
+    EXPECT_TRUE(featured().empty());
+
+    EXPECT_EQ(runCommand(kServer + " feature" + options + " a"), 0);
+    EXPECT_EQ(runCommand(kServer + " feature" + options + " --position 0 b"), 0);
+    EXPECT_EQ(featured(), (std::vector<std::string>{"b", "a"}));
+    const std::string future = std::to_string(time(nullptr) + 3600);
+    EXPECT_EQ(runCommand(kServer + " feature" + options + " --from " + future + " a"), 0);
+    EXPECT_EQ(featured(), std::vector<std::string>{"b"});
+    EXPECT_EQ(runCommand(kServer + " unfeature" + options + " b"), 0);
+    EXPECT_TRUE(featured().empty());
+
+    EXPECT_EQ(runCommand(kServer + " feature" + options + " no-such-lens 2>&1"), 1);
+    EXPECT_EQ(runCommand(kServer + " feature" + options + " --from soon a 2>&1"), 2);
+}
+
 TEST(PackProgram, KeysPackingVerifyingAndRegistering)
 {
     if (kPack.empty())
