@@ -66,11 +66,13 @@ void BaseStreamGrabber::changeStreamState(State requested)
         closeStream();
         m_timer->stop();
         m_state = StopState;
-    } else if (requested == PlayState && m_state == PauseState) {
+    } else if (requested == PlayState && m_state == PauseState && m_opened) {
         m_timer->start();
         m_stream->resume();
         m_state = PlayState;
-    } else if (requested == PlayState && m_state == StopState) {
+    } else if (requested == PlayState) {
+        // From stop, or from a pause during which a camera of another kind
+        // replaced the stream: open it.
         openStream();
     } else if (requested == PauseState && m_state == PlayState) {
         // The timer stops itself at its next tick.

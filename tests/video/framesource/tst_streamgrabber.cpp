@@ -225,6 +225,15 @@ void TestStreamGrabber::setDeviceWhilePlaying()
     QCOMPARE(grabber.timerInterval(), 50); // the new clip's 20 fps
     QVERIFY(states.isEmpty());             // still playing
 
+    // A camera of another kind chosen while paused is opened on resume.
+    grabber.changeStreamState(BaseStreamGrabber::PauseState);
+    grabber.setDevice(CameraList::demoCameraName());
+    grabber.changeStreamState(BaseStreamGrabber::PlayState);
+    QCOMPARE(lastState(states), BaseStreamGrabber::PlayState);
+    QCOMPARE(opened.count(), 2);
+    QCOMPARE(grabber.timerInterval(), 33);
+    QVERIFY(grabber.isTimerActive());
+
     grabber.setDevice(fileCamera(m_dir.filePath("missing.mkv")));
     QCOMPARE(lastState(states), BaseStreamGrabber::StopState);
     QTRY_VERIFY(!grabber.isTimerActive());
