@@ -133,12 +133,14 @@ void LensServer::installHandlers()
         if (req.path.rfind(kPrefix + "/", 0) != 0 || isFilePath(req.path))
             return httplib::Server::HandlerResponse::Unhandled;
         const std::string installation = req.get_header_value(kInstallationHeader);
-        if (!isValidInstallationId(installation)) {
+        const bool identified = isValidInstallationId(installation);
+        // Analytics batches may come from an uploader without the header.
+        if (!identified && req.path != kPrefix + "/analytics") {
             ApiError::send(res, 400, "missing_installation_id",
                            "the X-Installation-Id header must hold this installation's id");
             return httplib::Server::HandlerResponse::Handled;
         }
-        if (!m_limiter->allow(installation)) {
+        if (!m_limiter->allow(identified ? installation : "address " + req.remote_addr)) {
             ApiError::send(res, 429, "too_many_requests", "Too many requests, please try again later");
             return httplib::Server::HandlerResponse::Handled;
         }

@@ -229,8 +229,10 @@ TEST(BadRequests, AreAnsweredWithJsonErrors)
     ASSERT_TRUE(res);
     EXPECT_EQ(res->status, 400);
     EXPECT_EQ(json::parse(res->body)["error"], "missing_installation_id");
-    // Files are plain downloads and need no installation id.
+    // Files are plain downloads and need no installation id; analytics
+    // batches are accepted without one too.
     EXPECT_EQ(anonymous.Get("/vc/v1/media/sun/icon.png")->status, 200);
+    EXPECT_EQ(anonymous.Post("/vc/v1/analytics", "batch", "application/octet-stream")->status, 200);
 }
 
 TEST(Reporting, StoresReportsOfKnownLenses)
