@@ -40,7 +40,11 @@ public:
     }
     const QList<Received> &received() const { return m_received; }
     int count(const QByteArray &path) const;
-    void clear() { m_received.clear(); }
+    void reset()
+    {
+        m_routes.clear();
+        m_received.clear();
+    }
 
 private:
     void onNewConnection();

@@ -1,0 +1,361 @@
+#include "httpfixture.h"
+#include "lensserverprocess.h"
+#include "lenssignature.h"
+#include "networklensacquirehelper.h"
+#include "networklensprovider.h"
+#include "networkmanager.h"
+#include "testlenses.h"
+
+#include <QDirIterator>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QtTest>
+
+using namespace VCam;
+using nlohmann::json;
+
+Q_DECLARE_METATYPE(TestLenses::ZipEntry)
+
+namespace {
+
+// A provider over its own backend client and cache folder, with spies.
+struct Rig
+{
+    Rig(const QString &baseUrl, const QString &key)
+        : network(baseUrl, [] { return QStringLiteral("test-installation"); }),
+          provider(&network, cacheDir.filePath("root/cache"), key),
+          succeeded(&provider, &LensProvider::lensAcquireSuccess),
+          failed(&provider, &LensProvider::lensAcquireFailure),
+          downloaded(&provider, &NetworkLensProvider::lensDownloadSucceed),
+          downloadFailed(&provider, &NetworkLensProvider::lensDownloadFailed),
+          errors(&network, &NetworkManager::error)
+    {
+        provider.cache().load(json::object());
+    }
+    bool waitForOutcome()
+    {
+        return QTest::qWaitFor([this] { return succeeded.count() + failed.count() > 0; }, 15000);
+    }
+    QString failure() const { return failed.isEmpty() ? QString() : failed.last().at(1).toString(); }
+
+    QTemporaryDir cacheDir;
+    NetworkManager network;
+    NetworkLensProvider provider;
+    QSignalSpy succeeded, failed, downloaded, downloadFailed, errors;
+};
+
+bool anyFileNamed(const QString &root, const QString &name)
+{
+    QDirIterator it(root, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        if (QFileInfo(it.next()).fileName() == name)
+            return true;
+    }
+    return false;
+}
+
+} // namespace
+
+class TestLensAcquire : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase()
+    {
+        QVERIFY(m_server.isReady());
+        m_alpha = TestLenses::makeLensFolder(m_lenses.path(), "alpha", 20000);
+        TestLenses::makeLensFolder(m_lenses.path(), "beta");
+        QVERIFY(m_server.import({m_alpha, m_lenses.filePath("beta")}));
+        QVERIFY(m_server.start());
+
+        // Lenses for the fixture, signed with the server's key.
+        m_gamma = TestLenses::makeLensFolder(m_lenses.path(), "gamma", 3000);
+        m_gammaSignature = TestLenses::sign(m_gamma, m_server.keyPath());
+        QVERIFY(!m_gammaSignature.isEmpty());
+        m_gammaZip = TestLenses::zipFolder(m_gamma);
+        m_fixture.reset(new HttpFixture);
+    }
+
+    void init() { m_fixture->reset(); }
+
+    void acquiresASignedLensFromTheServer()
+    {
+        Rig rig(m_server.baseUrl(), m_server.publicKey());
+        rig.provider.acquireLens("alpha");
+        QVERIFY(rig.waitForOutcome());
+        QCOMPARE(rig.failure(), QString());
+        QCOMPARE(rig.succeeded.first(), (QList<QVariant>{"alpha", "hint_alpha"}));
+        QCOMPARE(rig.downloaded.count(), 1);
+        const QString lensPath = rig.provider.cache().lensPath("alpha");
+        QCOMPARE(directoryChecksum(lensPath), directoryChecksum(m_alpha));
+        QVERIFY(QFileInfo(lensPath + "/lens.json").isFile());
+        QVERIFY(!QFileInfo::exists(lensPath + ".zip"));
+        QCOMPARE(rig.provider.cache().lensIds(), QStringList{"alpha"});
+        QCOMPARE(rig.provider.acquireHelper()->stage(), NetworkLensAcquireHelper::Idle);
+        QCOMPARE(rig.network.pendingCount(), 0);
+    }
+
+    // A cached lens that verifies is reported at once, before any event is
+    // processed, so no request can have been made; a stale or changed one
+    // is fetched again.
+    void cachedStaleAndChangedLenses()
+    {
+        Rig rig(m_server.baseUrl(), m_server.publicKey());
+        rig.provider.acquireLens("beta");
+        QVERIFY(rig.waitForOutcome());
+        QCOMPARE(rig.downloaded.count(), 1);
+
+        rig.provider.acquireLens("beta");
+        QCOMPARE(rig.succeeded.count(), 2);
+        QCOMPARE(rig.succeeded.last(), (QList<QVariant>{"beta", "hint_beta"}));
+        QCOMPARE(rig.downloaded.count(), 1);
+        QCOMPARE(rig.network.pendingCount(), 0);
+
+        rig.provider.markLensStale("beta");
+        rig.provider.acquireLens("beta");
+        QCOMPARE(rig.succeeded.count(), 2);
+        QVERIFY(!QFileInfo::exists(rig.provider.cache().lensPath("beta")));
+        QTRY_COMPARE(rig.downloaded.count(), 2);
+        QCOMPARE(rig.succeeded.count(), 3);
+
+        QFile manifest(rig.provider.cache().lensPath("beta") + "/lens.json");
+        QVERIFY(manifest.open(QIODevice::Append));
+        manifest.write(" ");
+        manifest.close();
+        rig.provider.acquireLens("beta");
+        QCOMPARE(rig.succeeded.count(), 3);
+        QVERIFY(!rig.provider.cache().contains("beta"));
+        QTRY_COMPARE(rig.downloaded.count(), 3);
+        QCOMPARE(rig.succeeded.count(), 4);
+        QCOMPARE(directoryChecksum(rig.provider.cache().lensPath("beta")),
+                 directoryChecksum(m_lenses.filePath("beta")));
+        QVERIFY(rig.failed.isEmpty());
+    }
+
+    void unknownLensFailsWithTheLinkText()
+    {
+        Rig rig(m_server.baseUrl(), m_server.publicKey());
+        rig.provider.acquireLens("no-such-lens");
+        QVERIFY(rig.waitForOutcome());
+        QVERIFY(rig.failure().startsWith("Failed to receive lens archive link: "));
+        QCOMPARE(rig.downloadFailed.count(), 1);
+        QVERIFY(rig.provider.cache().lensIds().isEmpty());
+    }
+
+    void fixtureLensVerifies()
+    {
+        Rig rig = fixtureRig("gamma", unlockAnswer("gamma", m_gammaSignature, "hint-g"), m_gammaZip);
+        rig.provider.acquireLens("gamma");
+        QVERIFY(rig.waitForOutcome());
+        QCOMPARE(rig.failure(), QString());
+        QCOMPARE(rig.succeeded.first(), (QList<QVariant>{"gamma", "hint-g"}));
+    }
+
+    void signatureOfAnotherLensIdFails()
+    {
+        Rig rig = fixtureRig("gamma2", unlockAnswer("gamma2", m_gammaSignature, "h"), m_gammaZip);
+        rig.provider.acquireLens("gamma2");
+        QVERIFY(rig.waitForOutcome());
+        QCOMPARE(rig.failure(), QString("Checksum doesn't match for lens archive: gamma2"));
+        QVERIFY(!QFileInfo::exists(rig.provider.cache().lensDirectory("gamma2") + "/lens"));
+    }
+
+    void missingHintIdGivesAnEmptyOne()
+    {
+        json answer = unlockAnswer("gamma", m_gammaSignature, "");
+        answer.erase("hint_id");
+        Rig rig = fixtureRig("gamma", answer, m_gammaZip);
+        rig.provider.acquireLens("gamma");
+        QVERIFY(rig.waitForOutcome());
+        QCOMPARE(rig.succeeded.first(), (QList<QVariant>{"gamma", QString()}));
+    }
+
+    void failuresCarryTheirTexts_data()
+    {
+        QTest::addColumn<QByteArray>("link");
+        QTest::addColumn<int>("linkStatus");
+        QTest::addColumn<QByteArray>("archive");
+        QTest::addColumn<int>("archiveStatus");
+        QTest::addColumn<QString>("expected");
+        const QByteArray link =
+            QByteArray::fromStdString(unlockAnswer("gamma", m_gammaSignature, "h").dump());
+        const QByteArray otherIdSignature = QByteArray::fromStdString(
+            unlockAnswer("gamma", TestLenses::sign(m_alpha, m_server.keyPath()), "h").dump());
+        const QByteArray notDer = QByteArray::fromStdString(unlockAnswer("gamma", "AAAA", "h").dump());
+        json noSignature = unlockAnswer("gamma", "", "h");
+        noSignature.erase("signature");
+
+        QTest::newRow("link refused")
+            << QByteArray("{}") << 404 << m_gammaZip << 200 << "Failed to receive lens archive link: *";
+        QTest::newRow("link garbage")
+            << QByteArray("<html>") << 200 << m_gammaZip << 200 << "Failed to parse lens archive link";
+        QTest::newRow("link truncated")
+            << link.left(link.size() / 2) << 200 << m_gammaZip << 200 << "Failed to parse lens archive link";
+        QTest::newRow("link an array") << QByteArray("[\"lens_url\"]") << 200 << m_gammaZip << 200
+                                       << "Failed to parse lens archive link";
+        QTest::newRow("no lens_url") << QByteArray("{\"signature\":\"x\"}") << 200 << m_gammaZip << 200
+                                     << "Failed to parse lens archive link: No 'lens_url' in JSON";
+        QTest::newRow("lens_url a number") << QByteArray("{\"lens_url\":5}") << 200 << m_gammaZip << 200
+                                           << "Failed to parse lens archive link: No 'lens_url' in JSON";
+        QTest::newRow("archive missing")
+            << link << 200 << QByteArray() << 404 << "Failed to download lens archive: *";
+        QTest::newRow("archive garbage")
+            << link << 200 << QByteArray("PK\x03\x04 nothing") << 200 << "Failed to extract lens archive";
+        QTest::newRow("archive truncated") << link << 200 << m_gammaZip.left(m_gammaZip.size() - 30) << 200
+                                           << "Failed to extract lens archive";
+        QTest::newRow("archive empty")
+            << link << 200 << TestLenses::zip({}) << 200 << "Failed to extract lens archive";
+        QTest::newRow("another lens's signature") << otherIdSignature << 200 << m_gammaZip << 200
+                                                  << "Checksum doesn't match for lens archive: gamma";
+        QTest::newRow("signature not DER")
+            << notDer << 200 << m_gammaZip << 200 << "Checksum doesn't match for lens archive: gamma";
+        QTest::newRow("no signature") << QByteArray::fromStdString(noSignature.dump()) << 200 << m_gammaZip
+                                      << 200 << "Checksum doesn't match for lens archive: gamma";
+    }
+
+    void failuresCarryTheirTexts()
+    {
+        QFETCH(QByteArray, link);
+        QFETCH(int, linkStatus);
+        QFETCH(QByteArray, archive);
+        QFETCH(int, archiveStatus);
+        QFETCH(QString, expected);
+        m_fixture->route("/vc/v1/explorer/unlock", linkStatus, link);
+        m_fixture->route("/archives/gamma.zip", archiveStatus, archive);
+        Rig rig(m_fixture->url("/vc/v1"), m_server.publicKey());
+        rig.provider.acquireLens("gamma");
+        QVERIFY(rig.waitForOutcome());
+        const bool matches = expected.endsWith('*') ? rig.failure().startsWith(expected.chopped(1))
+                                                    : rig.failure() == expected;
+        QVERIFY2(matches, qPrintable(rig.failure()));
+        QCOMPARE(rig.succeeded.count(), 0);
+        QCOMPARE(rig.downloadFailed.count(), 1);
+        QCOMPARE(rig.downloadFailed.first().at(1).toString(), rig.failure());
+        QVERIFY(!rig.provider.cache().contains("gamma"));
+        QVERIFY(!QFileInfo::exists(rig.provider.cache().lensPath("gamma") + ".zip") ||
+                expected.startsWith("Can't"));
+        if (expected.startsWith("Checksum"))
+            QVERIFY(!QFileInfo::exists(rig.provider.cache().lensDirectory("gamma")));
+        QCOMPARE(rig.provider.acquireHelper()->stage(), NetworkLensAcquireHelper::Idle);
+    }
+
+    // Nothing may be written outside <cache>/<lens id>.
+    void unsafeArchivesAreRefused_data()
+    {
+        QTest::addColumn<QList<TestLenses::ZipEntry>>("entries");
+        const TestLenses::ZipEntry manifest{"lens.json", "{}"};
+        const QString absolute =
+            QDir::tempPath() + "/glint-escape-" + QString::number(QCoreApplication::applicationPid());
+        QTest::newRow("parent") << QList<TestLenses::ZipEntry>{manifest, {"../escape.txt", "x"}};
+        QTest::newRow("far up") << QList<TestLenses::ZipEntry>{manifest, {"a/../../../../escape.txt", "x"}};
+        QTest::newRow("absolute") << QList<TestLenses::ZipEntry>{manifest, {absolute + "/escape.txt", "x"}};
+        QTest::newRow("backslashes") << QList<TestLenses::ZipEntry>{manifest, {"..\\..\\escape.txt", "x"}};
+        QTest::newRow("link out") << QList<TestLenses::ZipEntry>{
+            manifest, {"out", "../../..", true}, {"out/escape.txt", "x"}};
+        QTest::newRow("link alone") << QList<TestLenses::ZipEntry>{manifest, {"passwd", "/etc/passwd", true}};
+    }
+
+    void unsafeArchivesAreRefused()
+    {
+        QFETCH(QList<TestLenses::ZipEntry>, entries);
+        Rig rig = fixtureRig("gamma", unlockAnswer("gamma", m_gammaSignature, "h"), TestLenses::zip(entries));
+        rig.provider.acquireLens("gamma");
+        QVERIFY(rig.waitForOutcome());
+        QCOMPARE(rig.failure(), QString("Failed to extract lens archive"));
+        QVERIFY(!anyFileNamed(rig.cacheDir.path(), "escape.txt"));
+        QVERIFY(!anyFileNamed(rig.cacheDir.path(), "passwd"));
+        QVERIFY(!QFileInfo::exists(QDir::tempPath() + "/glint-escape-" +
+                                   QString::number(QCoreApplication::applicationPid())));
+        QVERIFY(!rig.provider.cache().contains("gamma"));
+    }
+
+    void archiveBombsFailCleanly()
+    {
+        const QByteArray bomb =
+            TestLenses::zip({{"lens.json", "{}"}, {"zeros.bin", QByteArray(64 << 20, '\0')}});
+        QVERIFY(bomb.size() < 1 << 20);
+        Rig rig = fixtureRig("gamma", unlockAnswer("gamma", m_gammaSignature, "h"), bomb);
+        rig.provider.acquireHelper()->setMaxUnpackedBytes(8 << 20);
+        rig.provider.acquireLens("gamma");
+        QVERIFY(rig.waitForOutcome());
+        QCOMPARE(rig.failure(), QString("Failed to extract lens archive"));
+        QVERIFY(!anyFileNamed(rig.cacheDir.path(), "zeros.bin"));
+    }
+
+    void badLensIdsAreRefusedBeforeAnyPath()
+    {
+        Rig rig(m_fixture->url("/vc/v1"), m_server.publicKey());
+        for (const QString id : {"", "..", "../gamma", "a/b", "-1", "/etc"}) {
+            rig.provider.acquireLens(id);
+            QCOMPARE(rig.failed.count(), 1);
+            QCOMPARE(rig.failed.takeFirst().at(0).toString(), id);
+        }
+        QTest::qWait(50);
+        QVERIFY(m_fixture->received().isEmpty());
+        QCOMPARE(QDir(rig.provider.cache().rootPath()).entryList(QDir::NoDotAndDotDot | QDir::AllEntries),
+                 QStringList());
+    }
+
+    // The answer for an acquisition that was replaced arrives late and
+    // changes nothing.
+    void abandonedAcquisitionsStayAbandoned()
+    {
+        HttpFixture::Response slowLink{200,
+                                       QByteArray::fromStdString(unlockAnswer("slow", "c2ln", "").dump())};
+        slowLink.delayMs = 400;
+        m_fixture->route("/vc/v1/explorer/unlock", slowLink);
+        Rig rig(m_fixture->url("/vc/v1"), m_server.publicKey());
+        rig.provider.acquireLens("slow");
+        QTest::qWait(100);
+        m_fixture->route("/vc/v1/explorer/unlock", 200,
+                         QByteArray::fromStdString(unlockAnswer("gamma", m_gammaSignature, "g").dump()));
+        m_fixture->route("/archives/gamma.zip", 200, m_gammaZip);
+        rig.provider.acquireLens("gamma");
+        QVERIFY(rig.waitForOutcome());
+        QTest::qWait(600);
+        QCOMPARE(rig.succeeded.count(), 1);
+        QCOMPARE(rig.succeeded.first().at(0).toString(), QString("gamma"));
+        QVERIFY(rig.failed.isEmpty());
+        QCOMPARE(m_fixture->count("/archives/slow.zip"), 0);
+        QCOMPARE(rig.provider.acquireHelper()->lensId(), QString("gamma"));
+        QCOMPARE(rig.provider.acquireHelper()->stage(), NetworkLensAcquireHelper::Idle);
+    }
+
+    void tooManyRequestsGivesOneErrorAndNoResult()
+    {
+        m_fixture->route("/vc/v1/explorer/unlock", 429, "{}");
+        Rig rig(m_fixture->url("/vc/v1"), m_server.publicKey());
+        rig.provider.acquireLens("gamma");
+        QTRY_COMPARE(rig.errors.count(), 1);
+        QTest::qWait(100);
+        QCOMPARE(rig.errors.count(), 1);
+        QCOMPARE(rig.succeeded.count() + rig.failed.count(), 0);
+    }
+
+private:
+    json unlockAnswer(const QString &id, const QString &signature, const QString &hint) const
+    {
+        return {{"lens_url", m_fixture->url("/archives/" + id + ".zip").toStdString()},
+                {"signature", signature.toStdString()},
+                {"hint_id", hint.toStdString()}};
+    }
+
+    Rig fixtureRig(const QString &id, const json &answer, const QByteArray &archive)
+    {
+        m_fixture->route("/vc/v1/explorer/unlock", 200, QByteArray::fromStdString(answer.dump()));
+        m_fixture->route(("/archives/" + id + ".zip").toUtf8(), 200, archive);
+        return Rig(m_fixture->url("/vc/v1"), m_server.publicKey());
+    }
+
+    LensServerProcess m_server;
+    QTemporaryDir m_lenses;
+    QString m_alpha;
+    QString m_gamma;
+    QString m_gammaSignature;
+    QByteArray m_gammaZip;
+    QScopedPointer<HttpFixture> m_fixture;
+};
+
+QTEST_GUILESS_MAIN(TestLensAcquire)
+#include "tst_lensacquire.moc"
