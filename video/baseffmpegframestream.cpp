@@ -97,8 +97,7 @@ bool BaseFFmpegFrameStream::openLocked()
         return false;
 
     AVStream *stream = m_formatContext->streams[m_videoStreamIndex];
-    const AVDictionaryEntry *rotate = av_dict_get(stream->metadata, "rotate", nullptr, 0);
-    m_rotation = rotate && rotate->value[0] ? int(std::strtol(rotate->value, nullptr, 10)) : 0;
+    m_rotation = rotationOf(stream);
 
     const AVRational rate = av_guess_frame_rate(m_formatContext, stream, nullptr);
     if (rate.num == 0) {
@@ -110,6 +109,12 @@ bool BaseFFmpegFrameStream::openLocked()
     m_fps = double(rate.num) / rate.den;
     m_lastPacketSize = -1;
     return true;
+}
+
+int BaseFFmpegFrameStream::rotationOf(const AVStream *stream) const
+{
+    const AVDictionaryEntry *rotate = av_dict_get(stream->metadata, "rotate", nullptr, 0);
+    return rotate && rotate->value[0] ? int(std::strtol(rotate->value, nullptr, 10)) : 0;
 }
 
 bool BaseFFmpegFrameStream::openDecoder()

@@ -11,6 +11,7 @@ struct AVFilterGraph;
 struct AVFormatContext;
 struct AVFrame;
 struct AVPacket;
+struct AVStream;
 
 namespace VCam {
 
@@ -44,6 +45,8 @@ public:
 protected:
     std::string filterDescription(int width, int height) override;
     static std::string rotationPrefix(int rotation);
+    // Degrees clockwise from the stream's "rotate" tag (any case); 0 without one.
+    virtual int rotationOf(const AVStream *stream) const;
 
     AVFormatContext *m_formatContext = nullptr;
     AVCodecContext *m_codecContext = nullptr;

@@ -6,7 +6,10 @@
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
+#include <libavutil/display.h>
 }
+
+#include <cmath>
 
 namespace VCam {
 
@@ -26,6 +29,19 @@ bool FFmpegFileFrameStream::openInput()
 std::string FFmpegFileFrameStream::inputPath() const
 {
     return CameraList::filePathOf(deviceName());
+}
+
+int FFmpegFileFrameStream::rotationOf(const AVStream *stream) const
+{
+    if (av_dict_get(stream->metadata, "rotate", nullptr, 0))
+        return FFmpegWebcamFrameStream::rotationOf(stream);
+    const auto *matrix = reinterpret_cast<const int32_t *>(
+        av_stream_get_side_data(stream, AV_PKT_DATA_DISPLAYMATRIX, nullptr));
+    if (!matrix)
+        return 0;
+    // The matrix turns counter-clockwise; the filter text wants clockwise degrees.
+    const int degrees = int(std::lround(-av_display_rotation_get(matrix)));
+    return (degrees % 360 + 360) % 360;
 }
 
 Frame FFmpegFileFrameStream::read()

@@ -18,6 +18,9 @@ public:
 protected:
     bool openInput() override;
     virtual std::string inputPath() const;
+    // Files from phones carry their rotation as a display matrix instead of
+    // a tag; it counts when there is no tag.
+    int rotationOf(const AVStream *stream) const override;
 
 private:
     bool rewind();

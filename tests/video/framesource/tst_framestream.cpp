@@ -131,15 +131,18 @@ void TestFrameStream::decodesToRgba_data()
     QTest::addColumn<QSize>("size");
     QTest::addColumn<QString>("rotate");
     QTest::addColumn<Corner>("mark");
+    QTest::addColumn<QString>("container");
 
-    QTest::newRow("mjpeg 640x480") << "mjpeg" << QSize(640, 480) << "" << Corner::TopLeft;
-    QTest::newRow("raw 640x480") << "rawvideo" << QSize(640, 480) << "" << Corner::TopLeft;
-    QTest::newRow("mjpeg 1920x1080") << "mjpeg" << QSize(1920, 1080) << "" << Corner::TopLeft;
-    QTest::newRow("raw 1920x1080") << "rawvideo" << QSize(1920, 1080) << "" << Corner::TopLeft;
-    QTest::newRow("rotate 90") << "mjpeg" << QSize(640, 480) << "90" << Corner::TopRight;
-    QTest::newRow("rotate 180") << "mjpeg" << QSize(640, 480) << "180" << Corner::BottomRight;
-    QTest::newRow("rotate 270") << "rawvideo" << QSize(640, 480) << "270" << Corner::BottomLeft;
-    QTest::newRow("rotate 45") << "mjpeg" << QSize(640, 480) << "45" << Corner::TopLeft;
+    QTest::newRow("mjpeg 640x480") << "mjpeg" << QSize(640, 480) << "" << Corner::TopLeft << "mkv";
+    QTest::newRow("raw 640x480") << "rawvideo" << QSize(640, 480) << "" << Corner::TopLeft << "mkv";
+    QTest::newRow("mjpeg 1920x1080") << "mjpeg" << QSize(1920, 1080) << "" << Corner::TopLeft << "mkv";
+    QTest::newRow("raw 1920x1080") << "rawvideo" << QSize(1920, 1080) << "" << Corner::TopLeft << "mkv";
+    QTest::newRow("rotate 90") << "mjpeg" << QSize(640, 480) << "90" << Corner::TopRight << "mkv";
+    QTest::newRow("rotate 180") << "mjpeg" << QSize(640, 480) << "180" << Corner::BottomRight << "mkv";
+    QTest::newRow("rotate 270") << "rawvideo" << QSize(640, 480) << "270" << Corner::BottomLeft << "mkv";
+    QTest::newRow("rotate 45") << "mjpeg" << QSize(640, 480) << "45" << Corner::TopLeft << "mkv";
+    QTest::newRow("display matrix 90") << "mjpeg" << QSize(640, 480) << "90" << Corner::TopRight << "mp4";
+    QTest::newRow("display matrix 270") << "mjpeg" << QSize(640, 480) << "270" << Corner::BottomLeft << "mp4";
 }
 
 void TestFrameStream::decodesToRgba()
@@ -148,9 +151,10 @@ void TestFrameStream::decodesToRgba()
     QFETCH(QSize, size);
     QFETCH(QString, rotate);
     QFETCH(Corner, mark);
+    QFETCH(QString, container);
 
     const QString name =
-        QString("%1_%2x%3_%4.mkv").arg(codec).arg(size.width()).arg(size.height()).arg(rotate);
+        QString("%1_%2x%3_%4.%5").arg(codec).arg(size.width()).arg(size.height()).arg(rotate, container);
     const QString path = VideoFixture::make(m_dir.path(), name, {codec, size, 3, 25, rotate});
     QVERIFY(!path.isEmpty());
     // The input's own ratio: no crop, so every corner of the picture survives.

@@ -1,10 +1,34 @@
 #include "videofixture.h"
 
+#include <QDataStream>
 #include <QDir>
+#include <QFile>
 #include <QProcess>
 #include <QtTest>
 
 namespace VideoFixture {
+
+// Writes a quarter-turn into the track header's display matrix, the way
+// phones mark rotated recordings (a 0 1 / -1 0 matrix for 90 degrees).
+bool setDisplayMatrix(const QString &path, int degrees)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadWrite))
+        return false;
+    const QByteArray data = file.readAll();
+    const int box = data.indexOf("tkhd");
+    if (box < 0 || (degrees != 90 && degrees != 270))
+        return false;
+    const int payload = box + 4;
+    const int matrix = payload + (data.at(payload) == 1 ? 52 : 40);
+    const qint32 turn = degrees == 90 ? 0x10000 : -0x10000;
+    const qint32 entries[] = {0, turn, 0, -turn, 0};
+    QDataStream out(&file);
+    file.seek(matrix);
+    for (qint32 entry : entries)
+        out << entry; // big-endian, as MP4 stores it
+    return out.status() == QDataStream::Ok;
+}
 
 QString make(const QString &dir, const QString &name, const Spec &spec)
 {
@@ -23,9 +47,10 @@ QString make(const QString &dir, const QString &name, const Spec &spec)
     else
         args << "-q:v"
              << "3";
-    if (!spec.rotate.isEmpty())
+    const bool mp4 = name.endsWith(".mp4");
+    if (!spec.rotate.isEmpty() && !mp4)
         args << "-metadata:s:v:0"
-             << "ROTATE=" + spec.rotate;
+             << "ROTATE=" + spec.rotate; // Matroska keeps tags as written
     args << path;
 
     QProcess ffmpeg;
@@ -36,6 +61,8 @@ QString make(const QString &dir, const QString &name, const Spec &spec)
         qWarning() << "ffmpeg failed:" << ffmpeg.readAllStandardError();
         return {};
     }
+    if (mp4 && !spec.rotate.isEmpty() && !setDisplayMatrix(path, spec.rotate.toInt()))
+        return {};
     return path;
 }
 
