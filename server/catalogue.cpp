@@ -102,6 +102,33 @@ void Catalogue::addPopularity(const std::string &id, int64_t delta)
     q.exec();
 }
 
+void Catalogue::setSignature(const std::string &id, const std::string &signature)
+{
+    auto guard = m_database.lock();
+    SQLite::Statement q(m_database.db(), "UPDATE lenses SET signature = ? WHERE id = ?");
+    q.bind(1, signature);
+    q.bind(2, id);
+    q.exec();
+}
+
+std::string Catalogue::stateValue(const std::string &key)
+{
+    auto guard = m_database.lock();
+    SQLite::Statement q(m_database.db(), "SELECT value FROM server_state WHERE key = ?");
+    q.bind(1, key);
+    return q.executeStep() ? q.getColumn(0).getString() : std::string();
+}
+
+void Catalogue::setStateValue(const std::string &key, const std::string &value)
+{
+    auto guard = m_database.lock();
+    SQLite::Statement q(m_database.db(), "INSERT INTO server_state (key, value) VALUES (?1, ?2) "
+                                         "ON CONFLICT(key) DO UPDATE SET value = ?2");
+    q.bind(1, key);
+    q.bind(2, value);
+    q.exec();
+}
+
 void Catalogue::schedule(const std::string &id, int position, int64_t startsAt, int64_t endsAt)
 {
     auto guard = m_database.lock();

@@ -22,6 +22,11 @@ public:
     std::optional<LensRecord> find(const std::string &id);
     int count();
     void addPopularity(const std::string &id, int64_t delta);
+    void setSignature(const std::string &id, const std::string &signature);
+
+    // Small named values the server keeps about itself; empty when unset.
+    std::string stateValue(const std::string &key);
+    void setStateValue(const std::string &key, const std::string &value);
 
     // Features a lens from startsAt until endsAt (seconds since the epoch;
     // endsAt 0 means open-ended). Lower positions are listed first; the

@@ -65,6 +65,12 @@ const std::vector<const char *> kMigrations = {
     CREATE INDEX schedule_by_lens ON schedule(lens_id);
     CREATE INDEX reports_by_lens ON reports(lens_id);
     )sql",
+    R"sql(
+    CREATE TABLE server_state (
+        key TEXT PRIMARY KEY,
+        value TEXT NOT NULL
+    );
+    )sql",
 };
 
 } // namespace

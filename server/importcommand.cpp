@@ -3,6 +3,7 @@
 #include "catalogue.h"
 #include "database.h"
 #include "lensimporter.h"
+#include "lensresigner.h"
 #include "lenssigner.h"
 #include "serverconfig.h"
 
@@ -35,6 +36,8 @@ int ImportCommand::run(const ServerConfig &config, const std::vector<std::string
     std::filesystem::create_directories(config.dataDir, ec);
     Database database((std::filesystem::path(config.dataDir) / "lenses.db").string());
     Catalogue catalogue(database);
+    if (const int resigned = LensResigner::ensureSignedWith(catalogue, signer))
+        std::cout << "Signed " << resigned << " stored lenses again with this key\n";
     LensImporter importer(config.dataDir, signer, catalogue, config.deeplinkBase);
     int position = int(catalogue.featuredAt(INT64_MAX / 2).size());
     int failures = 0;

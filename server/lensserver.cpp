@@ -8,6 +8,7 @@
 #include "explorerapi.h"
 #include "lensimporter.h"
 #include "lensindex.h"
+#include "lensresigner.h"
 #include "lenssigner.h"
 #include "lensurls.h"
 #include "ratelimiter.h"
@@ -188,6 +189,9 @@ bool LensServer::start(std::string *error)
     server.widenBacklog();
     if (!openData(error))
         return false;
+    const int resigned = LensResigner::ensureSignedWith(*m_catalogue, *m_signer);
+    if (resigned > 0)
+        std::cout << "Signed " << resigned << " lenses again with the current key" << std::endl;
     importBundledIfEmpty();
     m_urls = std::make_unique<LensUrls>(publicUrl(), kPrefix, m_config.deeplinkBase);
     m_index = std::make_unique<LensIndex>(*m_urls);

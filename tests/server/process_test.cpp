@@ -159,6 +159,23 @@ TEST(ServerProgram, FeaturedListIsEditedWhileTheServerRuns)
     EXPECT_EQ(runCommand(kServer + " feature" + options + " --from soon a 2>&1"), 2);
 }
 
+TEST(ServerProgram, LensesAreSignedAgainWhenTheKeyChanges)
+{
+    TempDir dir;
+    const std::string lens = writeLens(dir / "lenses", {"sun", "Sun", "Sky", "", 1});
+    const std::string oldKey = makeKey(dir / "old");
+    const std::string newKey = makeKey(dir / "new");
+    ASSERT_EQ(runCommand(kServer + " import --data-dir " + (dir / "data") + " --key " + oldKey + " " + lens),
+              0);
+    ServerProcess server({"--data-dir", dir / "data", "--key", newKey, "--rate-limit", "0"});
+    ASSERT_TRUE(server.started()) << server.output();
+    EXPECT_NE(server.output().find("Signed 1 lenses again"), std::string::npos) << server.output();
+    const std::string signature = getJson(server.port(), "/vc/v1/explorer/unlock?uid=sun")["signature"];
+    const std::string checksum = LensSigner::directoryChecksum(lens);
+    EXPECT_TRUE(LensSigner::verify(checksum, "sun", signature, LensSigner(newKey).publicKeyBase64()));
+    EXPECT_FALSE(LensSigner::verify(checksum, "sun", signature, LensSigner(oldKey).publicKeyBase64()));
+}
+
 TEST(PackProgram, KeysPackingVerifyingAndRegistering)
 {
     if (kPack.empty())

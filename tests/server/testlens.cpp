@@ -83,6 +83,7 @@ int runCommand(const std::string &command, std::string *output)
 std::string makeKey(const std::string &dir)
 {
     const std::string path = dir + "/key.pem";
+    fs::create_directories(dir);
     glint::server::LensSigner::generateKey(path, nullptr);
     return path;
 }
