@@ -5,6 +5,9 @@
 #include "settings.h"
 #include "terminationwatcher.h"
 
+#include <QCommandLineParser>
+#include <QDir>
+#include <QFileInfo>
 #include <QLoggingCategory>
 #include <QQmlApplicationEngine>
 #include <QQmlContext>
@@ -12,9 +15,15 @@
 #include <actionprovider.h>
 #include <actiontypes.h>
 #include <applicationstore.h>
+#include <busyindicator.h>
+#include <coreservice.h>
+#include <corestore.h>
 #include <dispatcher.h>
+#include <lenscommand.h>
 #include <logmiddleware.h>
 #include <metatypes.h>
+#include <previewoutput.h>
+#include <qquicknonblockingpresscatcher.h>
 
 Q_LOGGING_CATEGORY(lcApp, "glint.app")
 
@@ -50,6 +59,34 @@ void Application::init()
     connect(m_engine, &QQmlApplicationEngine::objectCreated, this, &Application::onObjectCreated);
     m_engine->load(QUrl(QStringLiteral("qrc:/qml/main.qml")));
     m_dispatcher->start();
+    applyDeveloperLens();
+}
+
+// For lens authors: "--lens <folder>" applies a lens folder at start, without
+// the catalogue. The folder name is the lens id.
+void Application::applyDeveloperLens()
+{
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral("Glint Camera"));
+    parser.addHelpOption();
+    const QCommandLineOption lens(QStringLiteral("lens"),
+                                  QStringLiteral("Apply the lens in <folder> at start."),
+                                  QStringLiteral("folder"));
+    parser.addOption(lens);
+    parser.process(arguments());
+    if (!parser.isSet(lens))
+        return;
+    const QFileInfo folder(parser.value(lens));
+    if (!folder.isDir()) {
+        qCWarning(lcApp).noquote() << "No lens folder at" << folder.filePath();
+        return;
+    }
+    LensCommand command;
+    command.lensId = folder.fileName();
+    command.text = folder.absoluteFilePath();
+    qCInfo(lcApp).noquote() << "Applying the lens folder" << command.text;
+    m_dispatcher->dispatch(
+        new Bureau::Action(int(ActionType::SetCoreProcessingLens), QVariant::fromValue(command)));
 }
 
 void Application::createServices()
@@ -63,6 +100,8 @@ void Application::createStores()
 {
     // Hotkeys and the update check are not available in this build yet; the
     // store keeps their settings untouched until they are.
+    m_coreStore = std::make_shared<CoreStore>(m_dispatcher, new CoreService());
+    m_stores["core"] = m_coreStore;
     m_applicationStore = std::make_shared<ApplicationStore>(m_dispatcher, nullptr, nullptr);
     m_stores["settings"] = m_applicationStore;
 }
@@ -115,6 +154,7 @@ void Application::setContextProperties()
     QQmlContext *context = m_engine->rootContext();
     context->setContextProperty(QStringLiteral("actionProvider"), m_actionProvider.get());
     context->setContextProperty(QStringLiteral("applicationStore"), m_applicationStore.get());
+    context->setContextProperty(QStringLiteral("coreStore"), m_coreStore.get());
     context->setContextProperty(QStringLiteral("keyHelper"), m_keyHelper.get());
     context->setContextProperty(QStringLiteral("resizeHelper"), m_resizeHelper.get());
 }
@@ -126,6 +166,12 @@ void Application::registerQmlTypes()
     qmlRegisterUncreatableMetaObject(VCam::ActionContext::staticMetaObject, "VCam", 1, 0, "LensActionContext",
                                      QStringLiteral("LensActionContext holds enumerations only"));
     qmlRegisterSingletonType(QUrl(QStringLiteral("qrc:/qml/Style.qml")), "Style", 1, 0, "Style");
+    qmlRegisterType<PreviewOutput>("Preview", 1, 0, "PreviewOutput");
+    qmlRegisterType<BusyIndicator>("BusyIndicator", 1, 0, "BusyIndicator");
+    qmlRegisterType<QQuickNonBlockingPressCatcher>("NonBlockingPressCatcher", 1, 0,
+                                                   "NonBlockingPressCatcher");
+    qmlRegisterUncreatableType<CoreStore>("VCam", 1, 0, "CoreStore",
+                                          QStringLiteral("Use the coreStore property"));
 }
 
 void Application::onObjectCreated(QObject *object, const QUrl &)
@@ -136,9 +182,30 @@ void Application::onObjectCreated(QObject *object, const QUrl &)
         return;
     }
     window->installEventFilter(m_keyHelper.get());
+    if (PreviewOutput *preview = findPreview()) {
+        connect(preview, &PreviewOutput::previewOutputLoaded, this, &Application::onPreviewOutputLoaded,
+                Qt::UniqueConnection);
+        onPreviewOutputLoaded(); // already complete by the time the window exists
+    }
 }
 
-void Application::onPreviewOutputLoaded() {}
+PreviewOutput *Application::findPreview() const
+{
+    if (!m_engine || m_engine->rootObjects().isEmpty())
+        return nullptr;
+    return m_engine->rootObjects().first()->findChild<PreviewOutput *>(QStringLiteral("PreviewOutput"));
+}
+
+void Application::onPreviewOutputLoaded()
+{
+    PreviewOutput *preview = findPreview();
+    if (!preview) {
+        qCWarning(lcApp) << "The preview item is not part of the window";
+        return;
+    }
+    connect(m_coreStore.get(), &CoreStore::frameReady, preview, &PreviewOutput::onFrameReady,
+            Qt::UniqueConnection);
+}
 
 void Application::onTerminationRequested()
 {

@@ -16,6 +16,8 @@ namespace VCam {
 
 class ActionProvider;
 class ApplicationStore;
+class CoreStore;
+class PreviewOutput;
 class KeyHelper;
 class ResizeHelper;
 class Settings;
@@ -57,6 +59,8 @@ private:
     void setupQml();
     void registerQmlTypes();
     void setContextProperties();
+    void applyDeveloperLens();
+    PreviewOutput *findPreview() const;
 
     QPointer<QQmlApplicationEngine> m_engine;
     std::shared_ptr<Bureau::Dispatcher> m_dispatcher;
@@ -64,6 +68,7 @@ private:
     std::shared_ptr<KeyHelper> m_keyHelper;
     std::map<QByteArray, std::shared_ptr<Store>> m_stores;
     std::shared_ptr<ApplicationStore> m_applicationStore;
+    std::shared_ptr<CoreStore> m_coreStore;
     std::shared_ptr<ResizeHelper> m_resizeHelper;
     std::vector<std::shared_ptr<Bureau::Middleware>> m_middlewares;
     std::unique_ptr<Settings> m_settings;

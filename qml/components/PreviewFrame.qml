@@ -1,33 +1,69 @@
 import QtQuick 2.15
 import Style 1.0
+import Preview 1.0
+import BusyIndicator 1.0
+import NonBlockingPressCatcher 1.0
 
-// A 16:9 stage for the processed camera picture. Until the first frame
-// arrives it shows what the camera is doing.
+// The processed camera picture in a 16:9 stage. Until the first frame
+// arrives it shows what the camera is doing. A tap on the picture reaches
+// the lens, in frame pixels and as the camera sees it (not mirrored).
 Item {
     id: frame
-    property string status: qsTr("Waiting for the camera\u2026")
+    property bool hasFrame: false
 
     Rectangle {
         id: stage
         anchors.centerIn: parent
-        width: Math.min(parent.width, parent.height * 16 / 9)
-        height: width * 9 / 16
+        width: Math.min(parent.width, parent.height * preview.whRatio)
+        height: width / preview.whRatio
         radius: Style.radiusLarge
         color: "#07080c"
         border.color: Style.border
         clip: true
 
+        PreviewOutput {
+            id: preview
+            anchors.fill: parent
+            anchors.margins: 1
+            flip: applicationStore.mirrorPreview
+            visible: frame.hasFrame
+        }
+
+        Connections {
+            target: coreStore
+            function onFrameReady() { frame.hasFrame = true }
+        }
+
+        MouseArea {
+            anchors.fill: preview
+            enabled: frame.hasFrame
+            function framePoint(mouse) {
+                var x = mouse.x / width
+                if (preview.flip)
+                    x = 1 - x
+                return Qt.point(x * 1280, mouse.y / height * 720)
+            }
+            onPressed: actionProvider.touchBegin(framePoint(mouse))
+            onPositionChanged: actionProvider.touchChange(framePoint(mouse))
+            onReleased: actionProvider.touchEnd(framePoint(mouse))
+            onClicked: actionProvider.tapEvent(framePoint(mouse))
+        }
+
         Column {
             anchors.centerIn: parent
             spacing: Style.spacing
-            Logo {
+            visible: !frame.hasFrame
+            BusyIndicator {
                 anchors.horizontalCenter: parent.horizontalCenter
-                size: 72
-                opacity: 0.85
+                width: 72
+                height: 72
+                color: Style.accentBright
+                visible: !frame.hasFrame
             }
             Text {
                 anchors.horizontalCenter: parent.horizontalCenter
-                text: frame.status
+                text: coreStore.currentWebcamName.length > 0 ? qsTr("Starting %1\u2026").arg(coreStore.currentWebcamName)
+                                                              : qsTr("No camera found")
                 color: Style.textMuted
                 font.pixelSize: Style.fontLarge
             }
@@ -41,12 +77,21 @@ Item {
             height: 28
             width: badge.implicitWidth + 24
             color: "#99000000"
-            Text {
+            visible: frame.hasFrame
+            Row {
                 id: badge
                 anchors.centerIn: parent
-                text: applicationStore.mirrorPreview ? qsTr("Mirrored preview") : qsTr("Preview")
-                color: Style.text
-                font.pixelSize: Style.fontSmall
+                spacing: 6
+                Rectangle {
+                    anchors.verticalCenter: parent.verticalCenter
+                    width: 8; height: 8; radius: 4
+                    color: coreStore.isStreamRunning ? Style.success : Style.warning
+                }
+                Text {
+                    text: coreStore.currentWebcamName
+                    color: Style.text
+                    font.pixelSize: Style.fontSmall
+                }
             }
         }
     }

@@ -19,9 +19,21 @@ Item {
             Layout.fillHeight: true
             spacing: Style.spacing
 
-            PageHeader {
-                title: qsTr("Camera")
-                subtitle: qsTr("Choose \u201CGlint Camera\u201D as the camera in your call or streaming app.")
+            Item {
+                Layout.fillWidth: true
+                implicitHeight: header.implicitHeight
+                PageHeader {
+                    id: header
+                    anchors.left: parent.left
+                    anchors.right: picker.left
+                    title: qsTr("Camera")
+                    subtitle: qsTr("Choose \u201CGlint Camera\u201D as the camera in your call or streaming app.")
+                }
+                CameraPicker {
+                    id: picker
+                    anchors.right: parent.right
+                    anchors.verticalCenter: parent.verticalCenter
+                }
             }
 
             PreviewFrame {

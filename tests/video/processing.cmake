@@ -1,0 +1,16 @@
+# Frame processing: the worker with the real AR core on the demo camera, the
+# camera store, and the preview items.
+if(TARGET video AND TARGET orb)
+  set(processing_dir ${CMAKE_CURRENT_LIST_DIR}/processing)
+  set(processing_env
+      "GLINT_DEMO_CLIP=${GLINT_DEMO_CLIP_OUTPUT}"
+      "GLINT_ASSET_BUNDLE=${CMAKE_SOURCE_DIR}/data/PrecachedAssets.bundle")
+  foreach(name tst_coreserviceworker tst_corestore tst_previewitems)
+    glint_add_qtest(${name} SOURCES ${processing_dir}/${name}.cpp LIBS video actions)
+    target_compile_definitions(${name} PRIVATE
+      GLINT_LENSES_DIR="${CMAKE_SOURCE_DIR}/data/lenses"
+      GLINT_ARTIFACTS_DIR="${CMAKE_BINARY_DIR}/test-artifacts")
+    target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR})
+    set_tests_properties(${name} PROPERTIES ENVIRONMENT "QT_QPA_PLATFORM=offscreen;${processing_env}" TIMEOUT 300)
+  endforeach()
+endif()

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <orb/compasstrackerdelegate.h>
+
+namespace VCam {
+
+// Desktops have no compass: the heading is always unknown.
+class CompassTrackerDelegate : public Orb::CompassTrackerDelegate
+{
+public:
+    bool getHeadingDegrees(float &) override { return false; }
+};
+
+} // namespace VCam

@@ -1,0 +1,245 @@
+#include "corestore.h"
+
+#include "cameralist.h"
+#include "coreservice.h"
+#include "videologging.h"
+
+#include <QFileInfo>
+#include <QTimer>
+#include <actiontypes.h>
+#include <dispatcher.h>
+#include <externalevent.h>
+#include <gestureevent.h>
+#include <lenscommand.h>
+#include <popupmessage.h>
+
+namespace VCam {
+
+const char *const CoreStore::kMainLensHint = "lens_hint_tap";
+const char *const CoreStore::kEmulatedTrigger = "trigger1";
+
+namespace {
+const char *const kCameraKey = "camera";
+}
+
+CoreStore::CoreStore(std::shared_ptr<Bureau::Dispatcher> dispatcher, CoreService *service, QObject *parent)
+    : Store(parent), m_dispatcher(std::move(dispatcher)), m_service(service)
+{
+    m_service->setParent(this);
+    connect(m_service, &CoreService::frameReady, this, &CoreStore::frameReady);
+    connect(m_service, &CoreService::lensLoaded, this, [] {});
+    connect(m_service, &CoreService::lensLoadError, this, &CoreStore::onLensLoadError);
+    connect(m_service, &CoreService::supportedExternalEventsChanged, this,
+            &CoreStore::onSupportedExternalEventsChanged);
+    connect(m_service, &CoreService::showHintRequested, this,
+            [this](const QString &hintId) { dispatch(int(ActionType::ShowLensHint), hintId); });
+    connect(m_service, &CoreService::hideHintRequested, this,
+            [this] { dispatch(int(ActionType::HideLensHint)); });
+    connect(m_service, &CoreService::streamStateChanged, this, &CoreStore::onStreamStateChanged);
+    connect(m_service, &CoreService::started, this, [this] {
+        m_serviceReady = true;
+        if (m_startRequested) {
+            emit m_service->startProcessing();
+            emit started();
+        }
+    });
+}
+
+CoreStore::~CoreStore() = default;
+
+void CoreStore::dispatch(int type, QVariant payload)
+{
+    m_dispatcher->dispatch(new Bureau::Action(type, std::move(payload)));
+}
+
+void CoreStore::start()
+{
+    // The store counts as started once its processing thread is ready.
+    m_startRequested = true;
+    if (!m_serviceReady)
+        return;
+    emit m_service->startProcessing();
+    emit started();
+}
+
+void CoreStore::stop()
+{
+    if (!m_serviceReady || !m_service->isRunning()) {
+        emit stopped();
+        return;
+    }
+    auto done = std::make_shared<bool>(false);
+    const auto finish = [this, done] {
+        if (*done)
+            return;
+        *done = true;
+        emit stopped();
+    };
+    connect(m_service, &QThread::finished, this, finish);
+    QTimer::singleShot(int(CoreService::kExitWaitMs), this, finish);
+    emit m_service->stopProcessing();
+}
+
+nlohmann::json CoreStore::saveSettings() const
+{
+    const QString camera = m_currentWebcamName.isEmpty() ? m_savedWebcamName : m_currentWebcamName;
+    return {{kCameraKey, camera.toStdString()}};
+}
+
+void CoreStore::loadSettings(const nlohmann::json &section)
+{
+    if (section.is_object() && section.contains(kCameraKey) && section[kCameraKey].is_string())
+        m_savedWebcamName = QString::fromStdString(section[kCameraKey].get<std::string>());
+}
+
+void CoreStore::process(std::shared_ptr<Bureau::Action> action)
+{
+    const QVariant &payload = action->payload;
+    switch (static_cast<ActionType>(action->type)) {
+    case ActionType::Started:
+        if (m_processingState != Started) {
+            m_processingState = Started;
+            emit processingStateChanged();
+        }
+        chooseWebcam(m_savedWebcamName);
+        break;
+    case ActionType::SetChromakeyEnabled:
+        emit m_service->setChromakeyEnabled(payload.toBool());
+        break;
+    case ActionType::SetInputCamera:
+        chooseWebcam(payload.toString());
+        break;
+    case ActionType::SetAlwaysShowGlintcode:
+        if (payload.toBool() == m_alwaysShowGlintcode)
+            break;
+        m_alwaysShowGlintcode = payload.toBool();
+        refreshGlintcodeOverlay();
+        emit alwaysShowGlintcodeChanged();
+        break;
+    case ActionType::SetCoreProcessingLens: {
+        const auto lens = payload.value<LensCommand>();
+        const LensId lensId = payload.canConvert<LensCommand>() ? lens.lensId : LensId();
+        if (m_currentLensId != lensId) {
+            m_currentLensId = lensId;
+            emit currentLensIdChanged();
+        }
+        emit m_service->setLens(lensId, lens.text);
+        refreshGlintcodeOverlay();
+        break;
+    }
+    case ActionType::SetCoreProcessingOverlay:
+        emit m_service->setOverlay(payload.value<QImage>());
+        break;
+    case ActionType::SetCoreProcessingOverlayMirrored:
+        if (payload.toBool() == m_mirrorGlintcode)
+            break;
+        m_mirrorGlintcode = payload.toBool();
+        emit m_service->setOverlayMirrored(m_mirrorGlintcode);
+        emit mirrorGlintcodeChanged();
+        break;
+    case ActionType::UpdateFrame:
+        emit frameReady(payload.value<QImage>());
+        break;
+    case ActionType::GestureEvent:
+        emit m_service->processGesture(payload.value<GestureEvent>());
+        break;
+    case ActionType::ExternalEvent:
+        emit m_service->proccessExternalEvent(payload.value<ExternalEvent>());
+        break;
+    case ActionType::EmulateExternalEvent:
+        emulateExternalEvent();
+        break;
+    case ActionType::SetMainLensHint: {
+        const bool isMain = payload.toString() == QLatin1String(kMainLensHint);
+        if (isMain != m_isMainLensHint) {
+            m_isMainLensHint = isMain;
+            emit mainLensHintChanged();
+        }
+        break;
+    }
+    default:
+        break;
+    }
+}
+
+void CoreStore::chooseWebcam(const QString &requested)
+{
+    const QStringList names = CameraList::availableCameras();
+    if (names != m_webcamNames) {
+        m_webcamNames = names;
+        emit webcamNamesChanged();
+    }
+    QString choice;
+    const bool isFile = CameraList::kindOf(requested.toStdString()) == CameraList::Kind::File;
+    if (names.contains(requested) || (isFile && QFileInfo::exists(QString::fromStdString(
+                                                    CameraList::filePathOf(requested.toStdString())))))
+        choice = requested;
+    else if (!names.isEmpty())
+        choice = names.first();
+    m_currentWebcamName = choice;
+    emit currentWebcamNameChanged();
+    emit m_service->setInputCamera(choice);
+}
+
+void CoreStore::refreshGlintcodeOverlay()
+{
+    if (!m_alwaysShowGlintcode || m_currentLensId == kInvalidLensId || m_currentLensId.isEmpty() ||
+        !m_glintcodeFetcher) {
+        dispatch(int(ActionType::SetCoreProcessingOverlay), QImage());
+        return;
+    }
+    const LensId lensId = m_currentLensId;
+    m_glintcodeFetcher(lensId, [this, lensId](const QImage &image, const QString &error) {
+        if (image.isNull()) {
+            qCWarning(lcCoreStore).noquote() << "Can't download glintcode for stream:" << error;
+            return;
+        }
+        if (lensId == m_currentLensId && m_alwaysShowGlintcode)
+            dispatch(int(ActionType::SetCoreProcessingOverlay), image);
+    });
+}
+
+void CoreStore::emulateExternalEvent()
+{
+    if (m_isTriggerAvailable) {
+        qCInfo(lcCoreStore) << "Process external event as trigger1";
+        emit m_service->proccessExternalEvent(ExternalEvent{QByteArray(), QByteArray(kEmulatedTrigger)});
+        return;
+    }
+    qCInfo(lcCoreStore) << "Process external event as tap";
+    // A tap as a finger makes it: down, (no) movement, up.
+    for (GestureType type : {GestureType::TouchBegin, GestureType::TouchEnd, GestureType::Tap})
+        dispatch(int(ActionType::GestureEvent), QVariant::fromValue(GestureEvent{type, QPointF(0, 0)}));
+}
+
+void CoreStore::onLensLoadError(const QString &error)
+{
+    qCWarning(lcCoreStore).noquote() << "Lens could not be loaded:" << error;
+    emit lensLoadFailed(error);
+    dispatch(int(ActionType::ShowPopupMessage),
+             QVariant::fromValue(
+                 PopupMessage{tr("This lens could not be loaded. %1").arg(error), MessageType::Warning}));
+}
+
+void CoreStore::onSupportedExternalEventsChanged(const QStringList &triggers)
+{
+    setTriggerAvailable(triggers.contains(QLatin1String(kEmulatedTrigger)));
+}
+
+void CoreStore::setTriggerAvailable(bool available)
+{
+    if (available == m_isTriggerAvailable)
+        return;
+    m_isTriggerAvailable = available;
+    emit triggerAvailableChanged();
+}
+
+void CoreStore::onStreamStateChanged(bool running)
+{
+    if (running == m_isStreamRunning)
+        return;
+    m_isStreamRunning = running;
+    emit streamStateChanged();
+}
+
+} // namespace VCam

@@ -1,0 +1,113 @@
+#pragma once
+
+#include <QImage>
+#include <QStringList>
+#include <functional>
+#include <lensid.h>
+#include <memory>
+#include <store.h>
+
+namespace Bureau {
+class Dispatcher;
+}
+
+namespace VCam {
+
+class CoreService;
+
+// The store of the "core" section: owns the processing service, turns camera
+// and processing actions into its commands, and publishes the camera list,
+// the processing state and the frames for the interface.
+class CoreStore : public Store
+{
+    Q_OBJECT
+    Q_PROPERTY(ProcessingState processingState READ processingState NOTIFY processingStateChanged)
+    Q_PROPERTY(bool isTriggerAvailable READ isTriggerAvailable NOTIFY triggerAvailableChanged)
+    Q_PROPERTY(QStringList webcamNames READ webcamNames NOTIFY webcamNamesChanged)
+    Q_PROPERTY(QString currentWebcamName READ currentWebcamName NOTIFY currentWebcamNameChanged)
+    Q_PROPERTY(bool alwaysShowGlintcode READ alwaysShowGlintcode NOTIFY alwaysShowGlintcodeChanged)
+    Q_PROPERTY(bool mirrorGlintcode READ mirrorGlintcode NOTIFY mirrorGlintcodeChanged)
+    Q_PROPERTY(bool isStreamRunning READ isStreamRunning NOTIFY streamStateChanged)
+    Q_PROPERTY(bool isMainLensHint READ isMainLensHint NOTIFY mainLensHintChanged)
+    Q_PROPERTY(QString currentLensId READ currentLensId NOTIFY currentLensIdChanged)
+public:
+    enum ProcessingState { Started = 0, Stopped = 1 };
+    Q_ENUM(ProcessingState)
+
+    // Fetches the code image of a lens and answers with it (a null image
+    // and a reason on failure).
+    using GlintcodeFetcher =
+        std::function<void(const LensId &lensId, std::function<void(const QImage &, const QString &error)>)>;
+    // The hint that tells the user the lens waits for a tap or the hotkey.
+    static const char *const kMainLensHint;
+    static const char *const kEmulatedTrigger;
+
+    CoreStore(std::shared_ptr<Bureau::Dispatcher> dispatcher, CoreService *service,
+              QObject *parent = nullptr);
+    ~CoreStore() override;
+
+    // Until a fetcher is given, asking for the code image clears the overlay.
+    void setGlintcodeFetcher(GlintcodeFetcher fetcher) { m_glintcodeFetcher = std::move(fetcher); }
+
+    ProcessingState processingState() const { return m_processingState; }
+    bool isTriggerAvailable() const { return m_isTriggerAvailable; }
+    QStringList webcamNames() const { return m_webcamNames; }
+    QString currentWebcamName() const { return m_currentWebcamName; }
+    bool alwaysShowGlintcode() const { return m_alwaysShowGlintcode; }
+    bool mirrorGlintcode() const { return m_mirrorGlintcode; }
+    bool isStreamRunning() const { return m_isStreamRunning; }
+    bool isMainLensHint() const { return m_isMainLensHint; }
+    QString currentLensId() const { return m_currentLensId; }
+    CoreService *service() const { return m_service; }
+
+    nlohmann::json saveSettings() const override;
+    void loadSettings(const nlohmann::json &section) override;
+
+public slots:
+    void process(std::shared_ptr<Bureau::Action> action) override;
+    void start() override;
+    void stop() override;
+
+signals:
+    void processingStateChanged();
+    void frameReady(const QImage &image);
+    void triggerAvailableChanged();
+    void webcamNamesChanged();
+    void currentWebcamNameChanged();
+    void alwaysShowGlintcodeChanged();
+    void mirrorGlintcodeChanged();
+    void streamStateChanged();
+    void mainLensHintChanged();
+    void currentLensIdChanged();
+    void lensLoadFailed(const QString &error);
+
+private slots:
+    void onLensLoadError(const QString &error);
+    void onSupportedExternalEventsChanged(const QStringList &triggers);
+    void onStreamStateChanged(bool running);
+
+private:
+    void dispatch(int type, QVariant payload = {});
+    void chooseWebcam(const QString &requested);
+    void refreshGlintcodeOverlay();
+    void emulateExternalEvent();
+    void setTriggerAvailable(bool available);
+
+    std::shared_ptr<Bureau::Dispatcher> m_dispatcher;
+    CoreService *m_service;
+    GlintcodeFetcher m_glintcodeFetcher;
+    ProcessingState m_processingState = Stopped;
+    bool m_isTriggerAvailable = false;
+    QStringList m_webcamNames;
+    QString m_currentWebcamName;
+    QString m_savedWebcamName;
+    QString m_currentLensId = kInvalidLensId;
+    bool m_alwaysShowGlintcode = false;
+    bool m_mirrorGlintcode = false;
+    bool m_isMainLensHint = false;
+    bool m_isStreamRunning = false;
+    bool m_serviceReady = false;
+    bool m_startRequested = false;
+};
+
+} // namespace VCam

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <orb/devicemotiontrackerdelegate.h>
+
+namespace VCam {
+
+// A desktop camera does not move: the orientation is fixed.
+class DeviceMotionTrackerDelegate : public Orb::DeviceMotionTrackerDelegate
+{
+public:
+    Orb::DeviceOrientation getDeviceOrientation() override;
+};
+
+} // namespace VCam

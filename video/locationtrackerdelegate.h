@@ -1,0 +1,14 @@
+#pragma once
+
+#include <orb/locationtrackerdelegate.h>
+
+namespace VCam {
+
+// The program does not ask for the user's position: it is always unknown.
+class LocationTrackerDelegate : public Orb::LocationTrackerDelegate
+{
+public:
+    bool getLocation(double &, double &) override { return false; }
+};
+
+} // namespace VCam
