@@ -94,6 +94,12 @@ int Database::schemaVersion()
     return m_db.execAndGet("PRAGMA user_version").getInt();
 }
 
+int64_t Database::dataVersion()
+{
+    auto guard = lock();
+    return m_db.execAndGet("PRAGMA data_version").getInt64();
+}
+
 void Database::migrate()
 {
     for (int version = schemaVersion(); version < latestSchemaVersion(); ++version) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <SQLiteCpp/Database.h>
+#include <cstdint>
 #include <mutex>
 #include <string>
 
@@ -16,6 +17,8 @@ public:
     explicit Database(const std::string &path);
 
     int schemaVersion();
+    // Changes whenever another connection (another process) commits.
+    int64_t dataVersion();
     static int latestSchemaVersion();
 
     std::unique_lock<std::mutex> lock() { return std::unique_lock<std::mutex>(m_mutex); }

@@ -202,11 +202,38 @@ bool LensServer::start(std::string *error)
     m_context.reset(new ApiContext{m_config, *m_catalogue, *m_events, *m_index, *m_urls, *m_twitch});
     installHandlers();
     m_thread = std::thread([&server] { server.listen_after_bind(); });
+    m_watcher = std::thread([this] { watchDatabase(); });
     return true;
+}
+
+void LensServer::watchDatabase()
+{
+    int64_t seen = m_database->dataVersion();
+    std::unique_lock lock(m_stopMutex);
+    while (!m_stopped.wait_for(lock, std::chrono::seconds(2), [this] { return m_stopping; })) {
+        try {
+            const int64_t now = m_database->dataVersion();
+            if (now == seen)
+                continue;
+            seen = now;
+            reload();
+            std::cout << "Catalogue reloaded after an outside change (" << m_index->size() << " lenses)"
+                      << std::endl;
+        } catch (const std::exception &e) {
+            std::cerr << "Catalogue couldn't be reloaded. Reason: " << e.what() << std::endl;
+        }
+    }
 }
 
 void LensServer::stop()
 {
+    {
+        std::lock_guard lock(m_stopMutex);
+        m_stopping = true;
+    }
+    m_stopped.notify_all();
+    if (m_watcher.joinable())
+        m_watcher.join();
     if (m_thread.joinable()) {
         m_http->server.stop();
         m_thread.join();

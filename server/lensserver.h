@@ -2,7 +2,9 @@
 
 #include "serverconfig.h"
 
+#include <condition_variable>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <thread>
 
@@ -35,8 +37,8 @@ public:
 
     int port() const { return m_port; }
     std::string publicUrl() const;
-    // Rebuilds the in-memory catalogue from the database (after imports made
-    // by another process).
+    // Rebuilds the in-memory catalogue from the database. Happens by itself
+    // within a few seconds of an import made by another process.
     void reload();
 
 private:
@@ -44,6 +46,7 @@ private:
     void importBundledIfEmpty();
     void configureConnections();
     void installHandlers();
+    void watchDatabase();
 
     ServerConfig m_config;
     int m_port = 0;
@@ -58,6 +61,10 @@ private:
     std::unique_ptr<TwitchTokenClient> m_twitch;
     std::unique_ptr<ApiContext> m_context;
     std::thread m_thread;
+    std::thread m_watcher;
+    std::mutex m_stopMutex;
+    std::condition_variable m_stopped;
+    bool m_stopping = false;
 };
 
 } // namespace glint::server

@@ -257,8 +257,8 @@ std::string ServerConfig::helpText(const std::string &program)
            "\n"
            "Import options: --featured puts the imported lenses on the featured list.\n"
            "Feature options: --position N (0 first; default after the others), --from T and\n"
-           "--until T (seconds since the epoch; default always). A running server sees\n"
-           "imports after SIGHUP or a restart; the featured list is read on every request.\n";
+           "--until T (seconds since the epoch; default always). A running server picks up\n"
+           "imports and featured changes within two seconds.\n";
 }
 
 } // namespace glint::server

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 #include <httplib.h>
 #include <nlohmann/json.hpp>
+#include <thread>
 
 namespace fs = std::filesystem;
 using namespace glint::server;
@@ -154,6 +155,13 @@ TEST(ServerProgram, FeaturedListIsEditedWhileTheServerRuns)
     EXPECT_EQ(featured(), std::vector<std::string>{"b"});
     EXPECT_EQ(runCommand(kServer + " unfeature" + options + " b"), 0);
     EXPECT_TRUE(featured().empty());
+
+    // A lens imported while the server runs shows up within a few seconds.
+    writeLens(dir / "lenses", {"c", "Gamma", "Sky", "", 1});
+    ASSERT_EQ(runCommand(kServer + " import" + options + " --featured " + (dir / "lenses/c")), 0);
+    for (int i = 0; i < 60 && featured().empty(); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    EXPECT_EQ(featured(), std::vector<std::string>{"c"});
 
     EXPECT_EQ(runCommand(kServer + " feature" + options + " no-such-lens 2>&1"), 1);
     EXPECT_EQ(runCommand(kServer + " feature" + options + " --from soon a 2>&1"), 2);
