@@ -98,15 +98,11 @@ void TestFrameStream::filterText_data()
     const float wide = 16.0f / 9.0f;
     QTest::newRow("square cut of 720p") << 1280 << 720 << 1.0f << 0 << "crop=720:720,scale=1280:720";
     QTest::newRow("16:9 on 720p") << 1280 << 720 << wide << 0 << "scale=1280:720";
-    QTest::newRow("16:9 on 1080p") << 1920 << 1080 << wide << 0 << "scale=1280:720";
     QTest::newRow("16:9 rotated 90") << 1280 << 720 << wide << 90 << "transpose=1,scale=1280:720";
-    QTest::newRow("16:9 rotated 180")
-        << 1280 << 720 << wide << 180 << "transpose=1,transpose=1,scale=1280:720";
     QTest::newRow("16:9 rotated 270") << 1280 << 720 << wide << 270 << "transpose=2,scale=1280:720";
     QTest::newRow("45 adds no rotation") << 1280 << 720 << wide << 45 << "scale=1280:720";
     // Too wide for the picture: full width, height derived from the input height.
     QTest::newRow("16:9 on 4:3") << 640 << 480 << wide << 0 << "crop=640:270,scale=1280:720";
-    QTest::newRow("4:3 on 1080p") << 1920 << 1080 << 4.0f / 3.0f << 0 << "crop=1440:1080,scale=1280:720";
     QTest::newRow("crop before rotation")
         << 640 << 480 << 1.0f << 90 << "crop=480:480,transpose=1,scale=1280:720";
 }
@@ -134,7 +130,6 @@ void TestFrameStream::decodesToRgba_data()
     QTest::addColumn<QString>("container");
 
     QTest::newRow("mjpeg 640x480") << "mjpeg" << QSize(640, 480) << "" << Corner::TopLeft << "mkv";
-    QTest::newRow("raw 640x480") << "rawvideo" << QSize(640, 480) << "" << Corner::TopLeft << "mkv";
     QTest::newRow("mjpeg 1920x1080") << "mjpeg" << QSize(1920, 1080) << "" << Corner::TopLeft << "mkv";
     QTest::newRow("raw 1920x1080") << "rawvideo" << QSize(1920, 1080) << "" << Corner::TopLeft << "mkv";
     QTest::newRow("rotate 90") << "mjpeg" << QSize(640, 480) << "90" << Corner::TopRight << "mkv";

@@ -76,7 +76,7 @@ bool isBlue(QRgb pixel)
     return qBlue(pixel) > 180 && qRed(pixel) < 80 && qGreen(pixel) < 80;
 }
 
-QRgb cornerPixel(const QImage &image, Corner corner)
+static QRgb cornerPixel(const QImage &image, Corner corner)
 {
     const int inset = 40;
     const bool right = corner == Corner::TopRight || corner == Corner::BottomRight;

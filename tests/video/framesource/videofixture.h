@@ -25,7 +25,6 @@ QString make(const QString &dir, const QString &name, const Spec &spec);
 enum class Corner { TopLeft, TopRight, BottomLeft, BottomRight };
 bool isRed(QRgb pixel);
 bool isBlue(QRgb pixel);
-QRgb cornerPixel(const QImage &image, Corner corner);
 // The single corner that carries the red mark; fails when not exactly one.
 bool markedCorner(const QImage &image, Corner *corner);
 
