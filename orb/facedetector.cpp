@@ -6,9 +6,19 @@
 
 namespace Orb {
 
+namespace {
+// Building the detector decodes its embedded model, which takes about a
+// second; do it once per process and hand out copies.
+const dlib::frontal_face_detector &prototype()
+{
+    static const dlib::frontal_face_detector detector = dlib::get_frontal_face_detector();
+    return detector;
+}
+} // namespace
+
 struct FaceDetector::Impl
 {
-    dlib::frontal_face_detector detector = dlib::get_frontal_face_detector();
+    dlib::frontal_face_detector detector = prototype();
 };
 
 FaceDetector::FaceDetector() : d(std::make_unique<Impl>()) {}

@@ -233,6 +233,8 @@ FaceTracker::~FaceTracker() = default;
 bool FaceTracker::initialize(const std::string &modelPath, std::string &error)
 {
     d->model = LandmarkModel::shared(modelPath, error);
+    if (d->model && !d->background)
+        d->background = std::make_unique<BackgroundFaceDetector>();
     return d->model != nullptr;
 }
 

@@ -199,6 +199,7 @@ private:
         e.scale = optionalNumber(item, "scale", 1.0f);
         if (e.scale <= 0.0f || e.scale > 1.0f)
             fail(item, "\"scale\" must be above 0 and at most 1");
+        e.overlay = optionalBool(item, "overlay", false);
         if (const JsonValue *uniforms = optional(item, "uniforms", JsonValue::Type::Object)) {
             for (const auto &[name, value] : uniforms->members)
                 e.uniforms[name] = readUniform(value);

@@ -21,6 +21,7 @@ struct LensEffectDefinition
     // shader: fragment source file, render scale, extra uniforms and images
     std::string shaderFile;
     float scale = 1.0f;
+    bool overlay = false; // the pass draws only what it adds, blended over the picture
     std::map<std::string, std::vector<float>> uniforms;
     std::map<std::string, std::string> textures; // sampler name -> file or "asset:<id>"
 

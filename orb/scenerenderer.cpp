@@ -145,6 +145,8 @@ struct SceneRenderer::Impl
     bool loadEffect(EffectRuntime &runtime, std::string &error);
     void drawPass(EffectRuntime &e, const Texture &camera, const Scene &scene, const FaceUniforms &faces,
                   Size output);
+    void bindPassInputs(EffectRuntime &e, ShaderProgram &program, const Texture &camera, const Scene &scene,
+                        const FaceUniforms &faces, Size size);
     void setCommonUniforms(ShaderProgram &p, const Scene &scene, const EffectRuntime &e,
                            const FaceUniforms &faces, Size target);
     void ensureFullTarget(Size output);
@@ -264,30 +266,11 @@ void SceneRenderer::Impl::ensureFullTarget(Size output)
     current = target.texture();
 }
 
-void SceneRenderer::Impl::drawPass(EffectRuntime &e, const Texture &camera, const Scene &scene,
-                                   const FaceUniforms &faces, Size output)
+void SceneRenderer::Impl::bindPassInputs(EffectRuntime &e, ShaderProgram &program, const Texture &camera,
+                                         const Scene &scene, const FaceUniforms &faces, Size size)
 {
-    ShaderProgram &program = e.def->kind == LensEffectKind::Lut ? lut : *e.program;
-    const float scale = e.def->kind == LensEffectKind::Shader ? e.def->scale : 1.0f;
-    Texture source = current;
-    RenderTarget *target = nullptr;
-    Size size = output;
-    if (scale < 1.0f) {
-        size = {std::max(1, static_cast<int>(output.width * scale)),
-                std::max(1, static_cast<int>(output.height * scale))};
-        if (!e.reduced)
-            e.reduced = std::make_unique<RenderTarget>();
-        if (!e.reduced->ensure(size.width, size.height))
-            throw std::runtime_error("reduced render target is not complete");
-        target = e.reduced.get();
-        currentTarget = -1;
-    } else {
-        target = &freeTarget(output);
-    }
-    target->bind();
-    program.use();
     glActiveTexture(GL_TEXTURE0);
-    glBindTexture(GL_TEXTURE_2D, source.id());
+    glBindTexture(GL_TEXTURE_2D, current.id());
     program.setInt("u_input", 0);
     glActiveTexture(GL_TEXTURE1);
     glBindTexture(GL_TEXTURE_2D, camera.id());
@@ -311,9 +294,49 @@ void SceneRenderer::Impl::drawPass(EffectRuntime &e, const Texture &camera, cons
             program.setInt(name, unit++);
         }
     }
-    glDrawArrays(GL_TRIANGLES, 0, 3);
     glActiveTexture(GL_TEXTURE0);
-    current = target->texture();
+}
+
+void SceneRenderer::Impl::drawPass(EffectRuntime &e, const Texture &camera, const Scene &scene,
+                                   const FaceUniforms &faces, Size output)
+{
+    ShaderProgram &program = e.def->kind == LensEffectKind::Lut ? lut : *e.program;
+    const bool shader = e.def->kind == LensEffectKind::Shader;
+    const float scale = shader ? e.def->scale : 1.0f;
+    const bool overlay = shader && e.def->overlay;
+    RenderTarget *target = nullptr;
+    Size size = output;
+    if (scale < 1.0f || overlay) {
+        size = {std::max(1, static_cast<int>(output.width * scale)),
+                std::max(1, static_cast<int>(output.height * scale))};
+        if (!e.reduced)
+            e.reduced = std::make_unique<RenderTarget>();
+        if (!e.reduced->ensure(size.width, size.height))
+            throw std::runtime_error("reduced render target is not complete");
+        target = e.reduced.get();
+    } else {
+        target = &freeTarget(output);
+    }
+    target->bind();
+    program.use();
+    bindPassInputs(e, program, camera, scene, faces, size);
+    glDrawArrays(GL_TRIANGLES, 0, 3);
+    if (!overlay) {
+        if (target == e.reduced.get())
+            currentTarget = -1;
+        current = target->texture();
+        return;
+    }
+    // Blend what the pass drew over the picture so far.
+    ensureFullTarget(output);
+    full[currentTarget].bind();
+    glEnable(GL_BLEND);
+    glBlendFuncSeparate(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA, GL_ONE, GL_ONE_MINUS_SRC_ALPHA);
+    copy.use();
+    glBindTexture(GL_TEXTURE_2D, e.reduced->texture().id());
+    copy.setInt("u_input", 0);
+    glDrawArrays(GL_TRIANGLES, 0, 3);
+    glDisable(GL_BLEND);
 }
 
 void SceneRenderer::Impl::drawSticker(EffectRuntime &e, const Scene &scene, const std::vector<Face> &faces,

@@ -27,6 +27,10 @@ void main()
     for (int i = 0; i < 4; ++i) {
         if (i >= u_faceCount)
             break;
+        // Most of the picture is far from any face: leave it alone quickly.
+        vec4 near = u_faceRect[i] + vec4(-0.4, -0.4, 0.8, 0.8) * u_faceRect[i].zwzw;
+        if (v_uv.x < near.x || v_uv.y < near.y || v_uv.x > near.x + near.z || v_uv.y > near.y + near.w)
+            continue;
         vec2 l = u_leftEye[i] * u_resolution;
         vec2 r = u_rightEye[i] * u_resolution;
         float eyes = distance(l, r);

@@ -29,6 +29,8 @@ void main()
         float roll = u_faceRoll[i];
         mat2 unroll = mat2(cos(roll), -sin(roll), sin(roll), cos(roll));
         for (int e = 0; e < 2; ++e) {
+            if (distance(px, eyes[e]) > size * 1.3)
+                continue;
             vec2 q = unroll * (px - eyes[e]) / size;
             q = vec2(q.x, -q.y) + vec2(0.0, 0.55);
             float d = heart(q);
