@@ -1,7 +1,129 @@
+#include <QPainter>
+#include <QQuickItem>
+#include <QQuickView>
+#include <QSignalSpy>
 #include <QtTest>
-class T : public QObject
+#include <busyindicator.h>
+#include <previewoutput.h>
+#include <qquicknonblockingpresscatcher.h>
+
+using namespace VCam;
+
+namespace {
+class PressRecorder : public QQuickItem
+{
+public:
+    using QQuickItem::QQuickItem;
+    int presses = 0;
+
+protected:
+    void mousePressEvent(QMouseEvent *event) override
+    {
+        ++presses;
+        event->accept();
+    }
+};
+} // namespace
+
+class TestPreviewItems : public QObject
 {
     Q_OBJECT
+private slots:
+    void previewFollowsTheFrameShape()
+    {
+        PreviewOutput preview;
+        QSignalSpy ratio(&preview, &PreviewOutput::whRatioChanged);
+        preview.onFrameReady(QImage(1280, 720, QImage::Format_RGB888));
+        QCOMPARE(ratio.count(), 0);
+        preview.onFrameReady(QImage(640, 480, QImage::Format_RGB888));
+        QCOMPARE(ratio.count(), 1);
+        QCOMPARE(preview.whRatio(), 4.0f / 3.0f);
+        preview.onFrameReady(QImage(1280, 960, QImage::Format_RGB888));
+        QCOMPARE(ratio.count(), 1);
+    }
+
+    void flipAlwaysNotifiesAndMirrorsThePicture()
+    {
+        PreviewOutput preview;
+        QSignalSpy flip(&preview, &PreviewOutput::flipChanged);
+        preview.setFlip(false);
+        preview.setFlip(false);
+        QCOMPARE(flip.count(), 2);
+
+        QImage frame(64, 36, QImage::Format_RGB888);
+        frame.fill(Qt::white);
+        QPainter(&frame).fillRect(0, 0, 32, 36, Qt::red); // red on the left
+        preview.onFrameReady(frame);
+        preview.setWidth(64);
+        preview.setHeight(36);
+        QImage canvas(64, 36, QImage::Format_RGB888);
+        {
+            QPainter painter(&canvas);
+            preview.paint(&painter);
+        }
+        QCOMPARE(QColor(canvas.pixel(4, 18)), QColor(Qt::red));
+        preview.setFlip(true);
+        {
+            QPainter painter(&canvas);
+            preview.paint(&painter);
+        }
+        QCOMPARE(QColor(canvas.pixel(4, 18)), QColor(Qt::white));
+        QCOMPARE(QColor(canvas.pixel(60, 18)), QColor(Qt::red));
+    }
+
+    void busyIndicatorThicknessAndRestart()
+    {
+        QCOMPARE(BusyIndicator::thicknessFor(14), 1);
+        QCOMPARE(BusyIndicator::thicknessFor(50), 4);
+
+        QQuickView view;
+        view.resize(100, 100);
+        BusyIndicator indicator(view.contentItem());
+        indicator.setWidth(100);
+        indicator.setHeight(100);
+        QVERIFY(indicator.isAnimating());
+        QImage canvas(100, 100, QImage::Format_ARGB32);
+        for (int i = 0; i < 10; ++i) {
+            QPainter painter(&canvas);
+            indicator.paint(&painter);
+        }
+        QCOMPARE(indicator.sweep(), 216.0f); // grown in seven steps
+        QCOMPARE(indicator.penWidth(), double(BusyIndicator::thicknessFor(100)));
+        indicator.setVisible(false);
+        QVERIFY(!indicator.isAnimating());
+        QCOMPARE(indicator.sweep(), 0.0f);
+        indicator.setVisible(true);
+        QVERIFY(indicator.isAnimating());
+        QPainter painter(&canvas);
+        indicator.paint(&painter);
+        QCOMPARE(indicator.sweep(), 34.0f); // from zero again
+    }
+
+    void pressCatcherLetsPressesThrough()
+    {
+        QQuickView view;
+        view.resize(200, 200);
+        PressRecorder below(view.contentItem());
+        below.setSize({200, 200});
+        below.setAcceptedMouseButtons(Qt::LeftButton);
+        QQuickNonBlockingPressCatcher catcher(view.contentItem());
+        catcher.setSize({200, 200});
+        view.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&view));
+        QSignalSpy pressed(&catcher, &QQuickNonBlockingPressCatcher::pressed);
+        QTest::mousePress(&view, Qt::LeftButton, {}, QPoint(50, 50));
+        QCOMPARE(pressed.count(), 1);
+        QCOMPARE(below.presses, 1); // the item underneath still got the press
+        QTest::mouseRelease(&view, Qt::LeftButton, {}, QPoint(50, 50));
+    }
 };
-QTEST_MAIN(T)
+
+int main(int argc, char **argv)
+{
+    // The window test needs no GPU: Qt Quick draws in software here.
+    qputenv("QT_QUICK_BACKEND", "software");
+    QGuiApplication app(argc, argv);
+    TestPreviewItems test;
+    return QTest::qExec(&test, argc, argv);
+}
 #include "tst_previewitems.moc"
