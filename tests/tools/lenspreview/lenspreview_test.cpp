@@ -1,0 +1,89 @@
+#include <cstdio>
+#include <cstdlib>
+#include <gtest/gtest.h>
+#include <opencv2/imgcodecs.hpp>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+struct Result
+{
+    int code = -1;
+    std::string output;
+};
+
+// Runs the tool with the given arguments and collects its exit code and
+// everything it printed.
+Result runTool(const std::string &arguments)
+{
+    Result r;
+    const std::string command = std::string(LENSPREVIEW) + " " + arguments + " 2>&1";
+    FILE *pipe = popen(command.c_str(), "r");
+    char buffer[512];
+    while (pipe && fgets(buffer, sizeof buffer, pipe))
+        r.output += buffer;
+    const int status = pipe ? pclose(pipe) : -1;
+    r.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return r;
+}
+
+class LensPreview : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        char pattern[] = "/tmp/lenspreview-XXXXXX";
+        dir = mkdtemp(pattern);
+    }
+    void TearDown() override { std::system(("rm -rf '" + dir + "'").c_str()); }
+
+    std::string dir;
+    const std::string lenses = std::string(TEST_DATA) + "/lenses/";
+    const std::string portrait = std::string(TEST_DATA) + "/testdata/astronaut.png";
+};
+} // namespace
+
+TEST_F(LensPreview, WritesTheLensAppliedToAnImage)
+{
+    const std::string out = dir + "/out.png";
+    const Result r = runTool("--canvas 1280x720 " + lenses + "sunglasses " + portrait + " " + out);
+    ASSERT_EQ(r.code, 0) << r.output;
+    const cv::Mat image = cv::imread(out);
+    ASSERT_FALSE(image.empty());
+    EXPECT_EQ(image.size(), cv::Size(1280, 720));
+    // The sunglasses darken the eyes of the portrait (canvas scale 720/512).
+    const cv::Scalar eyes = cv::mean(image(cv::Rect(280 + 275, 130, 80, 25)));
+    EXPECT_LT(eyes[0] + eyes[1] + eyes[2], 200.0);
+}
+
+TEST_F(LensPreview, WritesNumberedPreviewFramesAtTheRequestedSize)
+{
+    const std::string out = dir + "/preview";
+    const Result r = runTool("--frames 3 --interval 100 --size 64x64 --event trigger1@0.1 " + lenses +
+                             "fireworks " + portrait + " " + out);
+    ASSERT_EQ(r.code, 0) << r.output;
+    for (const char *name : {"/00.png", "/01.png", "/02.png"}) {
+        const cv::Mat frame = cv::imread(out + name);
+        ASSERT_FALSE(frame.empty()) << name;
+        EXPECT_EQ(frame.size(), cv::Size(64, 64));
+    }
+    EXPECT_TRUE(cv::imread(out + "/03.png").empty());
+}
+
+TEST_F(LensPreview, ReportsBrokenLensesAndBadArguments)
+{
+    const Result broken = runTool(dir + " " + portrait + " " + dir + "/x.png");
+    EXPECT_EQ(broken.code, 2);
+    EXPECT_NE(broken.output.find("lens does not load: " + dir + "/lens.json: file not found"),
+              std::string::npos)
+        << broken.output;
+
+    const Result usage = runTool("--size nonsense a b c");
+    EXPECT_EQ(usage.code, 64);
+    EXPECT_NE(usage.output.find("bad --size"), std::string::npos);
+
+    const Result missing = runTool(lenses + "sunglasses " + dir + "/none.png " + dir + "/x.png");
+    EXPECT_EQ(missing.code, 1);
+    EXPECT_NE(missing.output.find("cannot read image"), std::string::npos);
+}
