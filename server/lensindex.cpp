@@ -259,7 +259,16 @@ std::string LensIndex::searchJson(const std::string &query, size_t limit) const
     if (folded.empty() || folded.find('\n') != std::string::npos)
         return joinLenses({});
     std::shared_lock guard(m_mutex);
-    std::vector<std::pair<int, size_t>> hits;
+    // Everything the ordering needs sits in the hit itself, so selecting the
+    // best ones does not chase entries around memory.
+    struct Hit
+    {
+        int rank;
+        int64_t popularity;
+        size_t nameOrder;
+        size_t entry;
+    };
+    std::vector<Hit> hits;
     const char *begin = m_haystack.data();
     const char *end = begin + m_haystack.size();
     size_t entry = 0;
@@ -270,14 +279,17 @@ std::string LensIndex::searchJson(const std::string &query, size_t limit) const
         const size_t offset = size_t(static_cast<const char *>(found) - begin);
         while (entry + 1 < m_haystackStarts.size() && m_haystackStarts[entry + 1] <= offset)
             ++entry;
-        hits.emplace_back(searchRank(entry, offset, folded.size()), entry);
+        const Entry &e = m_entries[entry];
+        hits.push_back({searchRank(entry, offset, folded.size()), e.popularity, e.nameOrder, entry});
         // Each entry is ranked once: go on after it.
         at = entry + 1 < m_haystackStarts.size() ? begin + m_haystackStarts[entry + 1] : end;
     }
-    auto better = [this](const std::pair<int, size_t> &a, const std::pair<int, size_t> &b) {
-        if (a.first != b.first)
-            return a.first < b.first;
-        return ranksBefore(m_entries[a.second], m_entries[b.second]);
+    auto better = [](const Hit &a, const Hit &b) {
+        if (a.rank != b.rank)
+            return a.rank < b.rank;
+        if (a.popularity != b.popularity)
+            return a.popularity > b.popularity;
+        return a.nameOrder < b.nameOrder;
     };
     const size_t count = std::min(limit, hits.size());
     if (count < hits.size())
@@ -285,7 +297,7 @@ std::string LensIndex::searchJson(const std::string &query, size_t limit) const
     std::sort(hits.begin(), hits.begin() + long(count), better);
     std::vector<const std::string *> objects;
     for (size_t i = 0; i < count; ++i)
-        objects.push_back(&m_entries[hits[i].second].json);
+        objects.push_back(&m_entries[hits[i].entry].json);
     return joinLenses(objects);
 }
 
