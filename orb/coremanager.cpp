@@ -207,8 +207,10 @@ bool CoreManager::useComplexEffect(std::shared_ptr<ComplexEffectDescriptor> desc
 
 void CoreManager::clearComplexEffect()
 {
-    if (auto effect = m_effects->getComplexEffect())
+    if (auto effect = m_effects->getComplexEffect()) {
+        effect->getScene()->stop();
         d->retired.push_back(std::move(effect));
+    }
     m_effects->setComplexEffect(nullptr);
     m_faces.clear();
 }

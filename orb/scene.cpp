@@ -152,14 +152,23 @@ void Scene::apply(const LensBehaviorDefinition &behavior)
 
 void Scene::showHint(const std::string &id)
 {
+    m_hintShown = true;
     if (auto hints = m_hints.lock())
         hints->showHint(id);
 }
 
 void Scene::hideHint()
 {
+    m_hintShown = false;
     if (auto hints = m_hints.lock())
         hints->hideHint();
+}
+
+void Scene::stop()
+{
+    m_hideStartHintAt = -1.0;
+    if (m_hintShown)
+        hideHint();
 }
 
 } // namespace Orb::Mosaica

@@ -60,6 +60,8 @@ public:
     void update(const std::vector<Face> &faces, double time);
     // Returns whether the lens reacts to the input.
     bool handleTouch(const TouchEvent &event);
+    // The lens is being taken off: hides a hint it still shows.
+    void stop();
 
     double time() const { return m_time; }
     const EffectState &effectState(const std::string &effectId) const;
@@ -82,6 +84,7 @@ private:
     double m_time = 0.0;
     double m_hideStartHintAt = -1.0;
     bool m_started = false;
+    bool m_hintShown = false;
     bool m_hadFaces = false;
     bool m_touchUsedByShaders = false;
 };

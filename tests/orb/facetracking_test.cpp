@@ -1,6 +1,8 @@
 #include "testframes.h"
 
 #include <chrono>
+#include <cstdio>
+#include <cstdlib>
 #include <facetracker.h>
 #include <gtest/gtest.h>
 #include <landmarkmodel.h>
@@ -167,4 +169,26 @@ TEST_F(FaceTracking, RestartForgetsFacesAndFindsThemAgain)
     run(frame); // the restart frame itself is within the limit
     tracker.restart(noSearch, clock / 30.0 - 1.0);
     EXPECT_TRUE(run(frame, 3).empty()) << "searching stops after the requested time";
+}
+
+TEST(LandmarkModel, PathIsConfigurationAndBadFilesAreReported)
+{
+    const std::string fake = "/tmp/orb-not-a-model.dat";
+    {
+        FILE *f = std::fopen(fake.c_str(), "w");
+        ASSERT_TRUE(f);
+        std::fputs("not a model", f);
+        std::fclose(f);
+    }
+    setenv("ORB_LANDMARK_MODEL", fake.c_str(), 1);
+    EXPECT_EQ(Orb::LandmarkModel::path(), fake);
+    unsetenv("ORB_LANDMARK_MODEL");
+    EXPECT_EQ(Orb::LandmarkModel::path(), "/usr/share/dlib/shape_predictor_68_face_landmarks.dat");
+
+    std::string error;
+    EXPECT_FALSE(Orb::LandmarkModel::shared(fake, error));
+    EXPECT_EQ(error.rfind("landmark model " + fake + " could not be read", 0), 0u) << error;
+    EXPECT_FALSE(Orb::LandmarkModel::shared("/nonexistent.dat", error));
+    EXPECT_EQ(error, "landmark model not found at /nonexistent.dat (set ORB_LANDMARK_MODEL)");
+    std::remove(fake.c_str());
 }

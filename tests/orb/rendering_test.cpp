@@ -240,6 +240,13 @@ TEST_F(Rendering, StartHintGoesThroughTheDelegate)
     ASSERT_TRUE(use(TestFrames::dataPath("lenses/confetti"))) << core->getLastError();
     render(1);
     EXPECT_EQ(hints->calls, std::vector<std::string>{"lens_hint_open_your_mouth"});
+    // Taking the lens off before the hint times out hides it.
+    core->clearComplexEffect();
+    EXPECT_EQ(hints->calls, (std::vector<std::string>{"lens_hint_open_your_mouth", "-"}));
+    ASSERT_TRUE(use(TestFrames::dataPath("lenses/sunglasses"))) << core->getLastError();
+    render(1);
+    core->clearComplexEffect();
+    EXPECT_EQ(hints->calls.size(), 2u) << "no hint, nothing to hide";
 }
 
 TEST_F(Rendering, ShaderErrorsCarryTheFileAndTheCompilerLog)
