@@ -14,3 +14,14 @@ if(TARGET video AND TARGET orb)
     set_tests_properties(${name} PROPERTIES ENVIRONMENT "QT_QPA_PLATFORM=offscreen;${processing_env}" TIMEOUT 300)
   endforeach()
 endif()
+
+if(TARGET video AND TARGET orb AND TARGET virtualcam_fixture)
+  glint_add_qtest(tst_processingpipeline SOURCES ${processing_dir}/tst_processingpipeline.cpp
+                  LIBS video actions virtualcam_fixture)
+  target_compile_definitions(tst_processingpipeline PRIVATE
+    GLINT_LENSES_DIR="${CMAKE_SOURCE_DIR}/data/lenses"
+    GLINT_ARTIFACTS_DIR="${CMAKE_BINARY_DIR}/test-artifacts")
+  add_dependencies(tst_processingpipeline glint-camera-sink)
+  set_tests_properties(tst_processingpipeline PROPERTIES
+    ENVIRONMENT "QT_QPA_PLATFORM=offscreen;${processing_env}" TIMEOUT 300)
+endif()
