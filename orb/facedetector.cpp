@@ -40,15 +40,15 @@ std::vector<cv::Rect2f> FaceDetector::detect(const cv::Mat &gray, double minConf
 bool FaceDetector::detectAround(const cv::Mat &gray, const cv::Rect2f &expected, cv::Rect2f &found,
                                 double minConfidence)
 {
-    const float margin = expected.width * 0.6f;
+    const float margin = expected.width * 0.35f;
     cv::Rect window(
         cv::Point(static_cast<int>(expected.x - margin), static_cast<int>(expected.y - margin)),
         cv::Point(static_cast<int>(expected.br().x + margin), static_cast<int>(expected.br().y + margin)));
     window &= cv::Rect(0, 0, gray.cols, gray.rows);
     if (window.width < 40 || window.height < 40)
         return false;
-    // Scale so the expected face is about 100 pixels wide.
-    const double scale = std::min(1.5, 100.0 / std::max(1.0f, expected.width));
+    // Scale so the expected face is a little above the detector's 80 pixels.
+    const double scale = std::min(1.5, 90.0 / std::max(1.0f, expected.width));
     cv::Mat crop;
     cv::resize(gray(window), crop, cv::Size(), scale, scale, cv::INTER_AREA);
     const cv::Point2f centre(expected.x + expected.width / 2, expected.y + expected.height / 2);

@@ -2,6 +2,8 @@
 #include <cstdlib>
 #include <gtest/gtest.h>
 #include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+#include <opencv2/videoio.hpp>
 #include <string>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -41,6 +43,7 @@ protected:
     std::string dir;
     const std::string lenses = std::string(TEST_DATA) + "/lenses/";
     const std::string portrait = std::string(TEST_DATA) + "/testdata/astronaut.png";
+    std::string portraitPath() const { return portrait; }
 };
 } // namespace
 
@@ -69,6 +72,35 @@ TEST_F(LensPreview, WritesNumberedPreviewFramesAtTheRequestedSize)
         EXPECT_EQ(frame.size(), cv::Size(64, 64));
     }
     EXPECT_TRUE(cv::imread(out + "/03.png").empty());
+}
+
+TEST_F(LensPreview, AppliesTheLensToEveryFrameOfAVideo)
+{
+    const std::string in = dir + "/in.mp4", out = dir + "/out.mp4";
+    cv::VideoWriter writer(in, cv::VideoWriter::fourcc('m', 'p', '4', 'v'), 15, cv::Size(640, 360));
+    ASSERT_TRUE(writer.isOpened());
+    cv::Mat portrait = cv::imread(portraitPath()), frame(360, 640, CV_8UC3, cv::Scalar(90, 90, 90));
+    cv::resize(portrait, portrait, cv::Size(360, 360));
+    for (int i = 0; i < 12; ++i) {
+        frame.setTo(cv::Scalar(90, 90, 90));
+        portrait.copyTo(frame(cv::Rect(100 + i * 10, 0, 360, 360)));
+        writer.write(frame);
+    }
+    writer.release();
+    const Result r = runTool(lenses + "film-noir " + in + " " + out);
+    ASSERT_EQ(r.code, 0) << r.output;
+    cv::VideoCapture result(out);
+    ASSERT_TRUE(result.isOpened());
+    int frames = 0;
+    cv::Mat got;
+    while (result.read(got)) {
+        ++frames;
+        EXPECT_EQ(got.size(), cv::Size(640, 360));
+        // Graded to black and white: the orange suit has lost its colour.
+        const cv::Scalar suit = cv::mean(got(cv::Rect(100 + (frames - 1) * 10 + 60, 300, 60, 50)));
+        EXPECT_LT(std::abs(suit[2] - suit[0]), 25.0) << "frame " << frames;
+    }
+    EXPECT_EQ(frames, 12);
 }
 
 TEST_F(LensPreview, ReportsBrokenLensesAndBadArguments)
