@@ -71,6 +71,16 @@ const std::vector<const char *> kMigrations = {
         value TEXT NOT NULL
     );
     )sql",
+    R"sql(
+    CREATE TABLE crash_reports (
+        id INTEGER PRIMARY KEY AUTOINCREMENT,
+        path TEXT NOT NULL,
+        parts TEXT NOT NULL,
+        size INTEGER NOT NULL,
+        file TEXT NOT NULL,
+        received_at INTEGER NOT NULL
+    );
+    )sql",
 };
 
 } // namespace

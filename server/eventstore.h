@@ -28,6 +28,10 @@ public:
                       const std::string &installationId);
     int64_t addStreamEvent(const StreamEventRecord &event);
     int64_t addAnalyticsBatch(const std::string &installationId, const std::string &body);
+    // A crash upload: its path, a JSON list of its parts, their total size
+    // and the folder that holds them.
+    int64_t addCrashReport(const std::string &path, const std::string &partsJson, int64_t size,
+                           const std::string &file);
 
 private:
     Database &m_database;

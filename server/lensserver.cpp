@@ -3,6 +3,7 @@
 #include "apicontext.h"
 #include "apierror.h"
 #include "catalogue.h"
+#include "crashsink.h"
 #include "database.h"
 #include "eventstore.h"
 #include "explorerapi.h"
@@ -120,7 +121,8 @@ void LensServer::configureConnections()
     auto &server = m_http->server;
     const size_t threads = size_t(m_config.threads);
     server.new_task_queue = [threads] { return new httplib::ThreadPool(threads); };
-    server.set_payload_max_length(std::max(m_config.maxBodyBytes, m_config.maxAnalyticsBytes));
+    server.set_payload_max_length(
+        std::max({m_config.maxBodyBytes, m_config.maxAnalyticsBytes, m_config.maxCrashBytes}));
     server.set_keep_alive_max_count(10000);
     server.set_keep_alive_timeout(10);
     server.set_tcp_nodelay(true);
@@ -171,6 +173,7 @@ void LensServer::installHandlers()
     server.set_mount_point(kPrefix + "/archives", (fs::path(m_config.dataDir) / "archives").string());
     ExplorerApi::install(server, *m_context);
     ServiceApi::install(server, *m_context);
+    CrashSink::install(server, *m_context);
 }
 
 bool LensServer::start(std::string *error)

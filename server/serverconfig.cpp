@@ -94,6 +94,10 @@ bool ServerConfig::apply(const std::string &key, const std::string &value, std::
         if (!toInt(value, 16, 1 << 30, number))
             return bad("expected a number of bytes");
         maxAnalyticsBytes = size_t(number);
+    } else if (key == "max-crash-body") {
+        if (!toInt(value, 16, 1LL << 32, number))
+            return bad("expected a number of bytes");
+        maxCrashBytes = size_t(number);
     } else if (key == "update-version")
         updateVersion = value;
     else if (key == "update-notes")
@@ -240,6 +244,7 @@ std::string ServerConfig::helpText(const std::string &program)
            "  --rate-burst N              requests a client may make at once (default 40)\n"
            "  --max-body BYTES            largest JSON request body (default 65536)\n"
            "  --max-analytics-body BYTES  largest analytics batch (default 4194304)\n"
+           "  --max-crash-body BYTES      largest crash upload (default 33554432)\n"
            "  --update-version V          newest application version, as 1.2.3.4\n"
            "  --update-notes TEXT         release notes of that version\n"
            "  --update-url URL            download address of that version\n"

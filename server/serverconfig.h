@@ -21,6 +21,7 @@ struct ServerConfig
     int rateBurst = 40;
     size_t maxBodyBytes = 64 * 1024;            // JSON requests
     size_t maxAnalyticsBytes = 4 * 1024 * 1024; // analytics batches
+    size_t maxCrashBytes = 32 * 1024 * 1024;    // crash uploads
     std::string updateVersion;
     std::string updateNotes;
     std::string updateUrl;

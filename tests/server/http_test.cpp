@@ -322,6 +322,41 @@ TEST(Analytics, StoresEachBatchWithItsSize)
     b.post("/vc/v1/analytics", "{}", 415, "application/json");
 }
 
+TEST(CrashReports, MultipartUploadsAreKept)
+{
+    auto &b = shared();
+    const httplib::MultipartFormDataItems parts = {
+        {"log", "line one\nline two\n", "log.txt", "text/plain"},
+        {"description", "Debian 12, 2 cores", "description.txt", "text/plain"},
+        {"userID", "installation-1", "", ""},
+        {"attachment0",
+         std::string("\x7f"
+                     "ELF\0\1\2",
+                     7),
+         "crash.dump", "application/octet-stream"},
+    };
+    const auto res = b.client->Post("/crashglint-camera/crashes/upload", parts);
+    ASSERT_TRUE(res);
+    ASSERT_EQ(res->status, 201) << res->body;
+    const int64_t id = json::parse(res->body)["crash_id"];
+    auto db = b.database();
+    SQLite::Statement q(db, "SELECT path, parts, size, file FROM crash_reports WHERE id = ?");
+    q.bind(1, id);
+    ASSERT_TRUE(q.executeStep());
+    EXPECT_EQ(q.getColumn(0).getString(), "/crashglint-camera/crashes/upload");
+    std::map<std::string, std::string> stored;
+    for (const auto &part : json::parse(q.getColumn(1).getString()))
+        stored[part["name"]] = readFile(q.getColumn(3).getString() + "/" + part["file"].get<std::string>());
+    ASSERT_EQ(stored.size(), 4u);
+    for (const auto &part : parts)
+        EXPECT_EQ(stored[part.name], part.content) << part.name;
+    EXPECT_EQ(q.getColumn(2).getInt64(), 18 + 18 + 14 + 7);
+
+    const auto plain = b.client->Post("/crash/upload", "not multipart", "text/plain");
+    ASSERT_TRUE(plain);
+    EXPECT_EQ(plain->status, 400);
+}
+
 TEST(Update, AnswersFromTheConfiguration)
 {
     Backend configured([](ServerConfig &c) {
