@@ -89,6 +89,32 @@ TEST_F(FaceTracking, StillFaceStaysStillOverThirtyFrames)
     }
 }
 
+TEST_F(FaceTracking, SensorNoiseDoesNotMakeLandmarksJitter)
+{
+    const cv::Mat still = TestFrames::place(TestFrames::load("astronaut.png"), 384, 104, 1.4);
+    cv::RNG rng(7);
+    auto noisy = [&] {
+        cv::Mat noise(still.size(), CV_16SC3), out;
+        rng.fill(noise, cv::RNG::NORMAL, 0, 4);
+        still.convertTo(out, CV_16SC3);
+        out += noise;
+        out.convertTo(out, CV_8UC3);
+        return out;
+    };
+    ASSERT_EQ(run(noisy(), 3).size(), 1u);
+    Face previous = tracker.faces()[0];
+    float worst = 0.0f;
+    for (int i = 0; i < 30; ++i) {
+        const auto &faces = run(noisy());
+        ASSERT_EQ(faces.size(), 1u) << "frame " << i;
+        // Eyes carry stickers: their frame-to-frame movement is what shows.
+        worst = std::max({worst, Face::distance(faces[0].leftEye(), previous.leftEye()),
+                          Face::distance(faces[0].rightEye(), previous.rightEye())});
+        previous = faces[0];
+    }
+    EXPECT_LT(worst, 0.35f) << "eye centres move between frames of a still face";
+}
+
 TEST_F(FaceTracking, FollowsAMovingFace)
 {
     const cv::Mat portrait = TestFrames::load("astronaut.png");
