@@ -174,6 +174,17 @@ void downloadAddress(const ApiContext &ctx, const httplib::Request &req, httplib
     res.set_content(json{{"platform", platform}, {"url", ctx.config.updateUrl}}.dump(), kJson);
 }
 
+// The page the application falls back to when it has no download address:
+// the configured download, or a short note.
+void downloadPage(const ApiContext &ctx, const httplib::Request &, httplib::Response &res)
+{
+    if (!ctx.config.updateUrl.empty())
+        return res.set_redirect(ctx.config.updateUrl);
+    res.set_content("<!DOCTYPE html><html><head><meta charset=\"utf-8\"><title>Glint Camera</title></head>"
+                    "<body><p>This lens server offers no application download.</p></body></html>",
+                    "text/html; charset=utf-8");
+}
+
 void analytics(const ApiContext &ctx, const httplib::Request &req, httplib::Response &res)
 {
     if (req.get_header_value("Content-Type").rfind("application/octet-stream", 0) != 0)
@@ -201,6 +212,7 @@ void ServiceApi::install(httplib::Server &server, const ApiContext &context)
     server.Get(base + "/update/latest", [ctx](const auto &req, auto &res) { latestVersion(*ctx, req, res); });
     server.Get(base + "/update/download",
                [ctx](const auto &req, auto &res) { downloadAddress(*ctx, req, res); });
+    server.Get("/download", [ctx](const auto &req, auto &res) { downloadPage(*ctx, req, res); });
     server.Post(base + "/analytics", [ctx](const auto &req, auto &res) { analytics(*ctx, req, res); });
 }
 

@@ -370,6 +370,10 @@ TEST(Update, AnswersFromTheConfiguration)
     EXPECT_EQ(latest["notes"], "Faster lenses");
     EXPECT_EQ(configured.get("/vc/v1/update/download?platform=windows")["url"],
               "https://example.test/glint-1.2.0.0.exe");
+    const auto page = configured.client->Get("/download");
+    ASSERT_TRUE(page);
+    EXPECT_EQ(page->status, 302);
+    EXPECT_EQ(page->get_header_value("Location"), "https://example.test/glint-1.2.0.0.exe");
     configured.get("/vc/v1/update/latest", 400);
     configured.get("/vc/v1/update/latest?platform=Win%20dows", 400);
 
