@@ -133,6 +133,7 @@ struct SceneRenderer::Impl
     std::vector<EffectRuntime> effects;
     ShaderProgram copy, sticker, lut;
     RenderTarget full[2];
+    Texture transparent; // stands in for images that are not (yet) there
     unsigned vao = 0;
 
     // The texture the next pass reads, and which full target holds it
@@ -290,7 +291,7 @@ void SceneRenderer::Impl::bindPassInputs(EffectRuntime &e, ShaderProgram &progra
         for (auto &[name, slot] : e.samplers) {
             const Texture *t = slot.resolve(scene, folder);
             glActiveTexture(GL_TEXTURE0 + unit);
-            glBindTexture(GL_TEXTURE_2D, t ? t->id() : 0);
+            glBindTexture(GL_TEXTURE_2D, t ? t->id() : transparent.id());
             program.setInt(name, unit++);
         }
     }
@@ -415,6 +416,7 @@ bool SceneRenderer::load(const Scene &scene, std::string &error)
     const LensManifest &manifest = scene.manifest();
     d->folder = manifest.folder;
     glGenVertexArrays(1, &d->vao);
+    d->transparent = Texture::fromImage(ImageBase(1, 1, ColorSpace::RGBA));
     const std::string &vertex = ShaderLibrary::fullScreenVertex();
     if (!d->compile(d->copy, vertex, ShaderLibrary::copyFragment(), "copy", error) ||
         !d->compile(d->sticker, ShaderLibrary::stickerVertex(), ShaderLibrary::stickerFragment(), "sticker",

@@ -21,6 +21,8 @@ std::string PreviewOptions::usage()
            "  --canvas WxH        centre a still image on a black canvas of this size\n"
            "  --tap X,Y@SECONDS   tap at normalized X,Y at that lens time\n"
            "  --event NAME@SECONDS  send an external event at that lens time\n"
+           "  --assets DIR        serve remote assets from DIR\n"
+           "                      (default: ../PrecachedAssets.bundle from the lens folder)\n"
            "  --debug             mark the tracked landmarks\n";
 }
 
@@ -53,6 +55,8 @@ bool PreviewOptions::parse(int argc, char **argv, std::string &message)
             if (at == std::string::npos || at == 0)
                 return message = "bad --event, expected NAME@SECONDS", false;
             inputs.push_back({std::atof(v.c_str() + at + 1), v.substr(0, at)});
+        } else if (arg == "--assets") {
+            assetsFolder = value();
         } else if (arg == "--debug") {
             debug = true;
         } else if (arg == "--help" || arg == "-h") {
@@ -66,6 +70,8 @@ bool PreviewOptions::parse(int argc, char **argv, std::string &message)
     if (positional.size() != 3 || frames < 1 || intervalMs < 1)
         return message = usage(), false;
     lensFolder = positional[0];
+    if (assetsFolder.empty())
+        assetsFolder = lensFolder + "/../../PrecachedAssets.bundle";
     input = positional[1];
     output = positional[2];
     return true;

@@ -22,6 +22,7 @@ struct PreviewOptions
     int width = 0, height = 0;             // size of written frames (0: as rendered)
     int canvasWidth = 0, canvasHeight = 0; // place a still image on a canvas
     bool debug = false;
+    std::string assetsFolder; // empty: the bundle beside the lens folder's parent
     std::vector<Input> inputs;
 
     // Returns false with a message (usage or the bad argument).

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "previewassets.h"
 #include "previewoptions.h"
 
 #include <coremanager.h>
@@ -26,5 +27,6 @@ private:
 
     const PreviewOptions &m_options;
     std::unique_ptr<Orb::CoreManager> m_core;
+    std::shared_ptr<PreviewAssets> m_assets;
     Orb::TextureReader m_reader;
 };
