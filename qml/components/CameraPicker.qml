@@ -17,6 +17,46 @@ Row {
         currentIndex: Math.max(0, coreStore.webcamNames.indexOf(coreStore.currentWebcamName))
         displayText: coreStore.currentWebcamName.indexOf("file:") === 0
                      ? coreStore.currentWebcamName.replace(/^.*[\\/]/, "") : coreStore.currentWebcamName
+        font.pixelSize: Style.fontNormal
+        contentItem: Text {
+            leftPadding: 14
+            rightPadding: cameras.indicator.width + 8
+            text: cameras.displayText
+            color: Style.text
+            font: cameras.font
+            verticalAlignment: Text.AlignVCenter
+            elide: Text.ElideRight
+        }
+        indicator: Text {
+            x: cameras.width - width - 14
+            anchors.verticalCenter: parent.verticalCenter
+            text: "\u25BE"
+            color: Style.textMuted
+            font.pixelSize: 14
+        }
+        background: Rectangle {
+            implicitHeight: 40
+            radius: Style.radius
+            color: cameras.hovered ? Style.border : Style.panelRaised
+            border.color: cameras.activeFocus ? Style.accent : Style.border
+        }
+        delegate: ItemDelegate {
+            width: cameras.width
+            highlighted: cameras.highlightedIndex === index
+            contentItem: Text {
+                text: modelData
+                color: Style.text
+                font.pixelSize: Style.fontNormal
+                elide: Text.ElideRight
+                verticalAlignment: Text.AlignVCenter
+            }
+            background: Rectangle { color: highlighted ? Style.accentSoft : Style.panelRaised }
+        }
+        popup.background: Rectangle {
+            color: Style.panelRaised
+            border.color: Style.border
+            radius: Style.radius
+        }
         onActivated: {
             if (index === coreStore.webcamNames.length)
                 fileDialog.open()

@@ -25,8 +25,9 @@ QString run(const QString &program, const QStringList &args, int timeoutMs = 150
 class AppInstance
 {
 public:
-    explicit AppInstance(const QString &configHome)
+    explicit AppInstance(const QString &configHome, const QStringList &arguments = {})
     {
+        process.setArguments(arguments);
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
         env.insert("XDG_CONFIG_HOME", configHome);
         env.insert("QT_QPA_PLATFORM", "xcb");
@@ -259,6 +260,59 @@ private slots:
         sendKeys(running->waitForWindow(), "ctrl+q");
         QVERIFY(running->process.waitForFinished(15000));
         QCOMPARE(running->process.exitCode(), 0);
+    }
+
+    void lensOnTheDemoCameraAndATapOnThePreview()
+    {
+        const QString config = home.filePath("lens");
+        QDir().mkpath(config + "/Glint/Glint Camera");
+        QFile settings(config + "/Glint/Glint Camera/settings.json");
+        QVERIFY(settings.open(QIODevice::WriteOnly));
+        settings.write(R"({"settings": {"show_onboarding": false}})");
+        settings.close();
+
+        AppInstance app(config, {"--lens", QStringLiteral(GLINT_LENSES_DIR "/color-pop")});
+        app.start();
+        const QString window = app.waitForWindow();
+        QVERIFY(!window.isEmpty());
+        // The preview fills the middle of the window once frames arrive.
+        const auto previewColour = [&](const QString &name) {
+            screenshot(window, name);
+            const QImage shot(kArtifacts + "/" + name + ".png");
+            const QRect middle(shot.width() * 0.15, shot.height() * 0.3, shot.width() * 0.4, shot.height() * 0.4);
+            qint64 r = 0, g = 0, b = 0, n = 0;
+            for (int y = middle.top(); y < middle.bottom(); y += 5)
+                for (int x = middle.left(); x < middle.right(); x += 5, ++n) {
+                    const QColor c = shot.pixelColor(x, y);
+                    r += c.red(), g += c.green(), b += c.blue();
+                }
+            return QColor(int(r / n), int(g / n), int(b / n));
+        };
+        QElapsedTimer clock;
+        clock.start();
+        QColor before = previewColour("main-window-lens");
+        while (before.value() < 40 && clock.elapsed() < 20000) { // still the dark empty stage
+            QTest::qWait(500);
+            before = previewColour("main-window-lens");
+        }
+        QVERIFY2(before.value() >= 40, "no picture appeared in the preview");
+
+        // A tap on the picture moves the lens on to its next colours.
+        QProcess::execute("xdotool", {"windowfocus", "--sync", window});
+        const QString geometry = run("xdotool", {"getwindowgeometry", window});
+        const QStringList size = geometry.section("Geometry: ", 1).trimmed().split('x');
+        QVERIFY(size.size() == 2);
+        QProcess::execute("xdotool", {"mousemove", "--window", window, QString::number(size[0].toInt() * 35 / 100),
+                                      QString::number(size[1].toInt() / 2), "click", "1"});
+        QTest::qWait(1500);
+        const QColor after = previewColour("main-window-lens-tapped");
+        const int change = std::abs(after.red() - before.red()) + std::abs(after.green() - before.green()) +
+                           std::abs(after.blue() - before.blue());
+        QVERIFY2(change > 40, qPrintable(QString("colour %1 -> %2").arg(before.name(), after.name())));
+
+        sendKeys(window, "ctrl+q");
+        QVERIFY(app.process.waitForFinished(15000));
+        QCOMPARE(app.process.exitCode(), 0);
     }
 
     void unwritableLogFolderStillStarts()
