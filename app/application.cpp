@@ -31,6 +31,7 @@ namespace VCam {
 
 Application::Application(int &argc, char **argv) : QApplication(argc, argv)
 {
+    m_sinceStart.start();
     // Shutdown is ours: the last window's closing starts it, and the event
     // loop ends only when every store has stopped.
     setQuitOnLastWindowClosed(false);
@@ -205,6 +206,15 @@ void Application::onPreviewOutputLoaded()
     }
     connect(m_coreStore.get(), &CoreStore::frameReady, preview, &PreviewOutput::onFrameReady,
             Qt::UniqueConnection);
+    if (m_firstFrameConnected)
+        return;
+    m_firstFrameConnected = true;
+    connect(m_coreStore.get(), &CoreStore::frameReady, this, [this] {
+        if (m_firstFrameShown)
+            return;
+        m_firstFrameShown = true;
+        qCInfo(lcApp).noquote() << QStringLiteral("First frame shown %1 ms after start").arg(m_sinceStart.elapsed());
+    });
 }
 
 void Application::onTerminationRequested()

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QApplication>
+#include <QElapsedTimer>
 #include <QPointer>
 #include <QQmlApplicationEngine>
 #include <map>
@@ -74,6 +75,9 @@ private:
     std::unique_ptr<Settings> m_settings;
     TerminationWatcher *m_terminationWatcher = nullptr;
     bool m_closing = false;
+    bool m_firstFrameShown = false;
+    bool m_firstFrameConnected = false;
+    QElapsedTimer m_sinceStart;
 };
 
 } // namespace VCam
