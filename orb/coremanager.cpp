@@ -39,7 +39,6 @@ struct CoreManager::Impl
     // Resizes frames when no lens is in use.
     std::unique_ptr<Mosaica::Scene> emptyScene;
     std::unique_ptr<Mosaica::SceneRenderer> passthrough;
-    double lastTime = 0.0;
 
     std::weak_ptr<CompassTrackerDelegate> compass;
     std::weak_ptr<LocationTrackerDelegate> location;
@@ -137,7 +136,6 @@ TextureWithTransform CoreManager::processFrameToTexture(const ImageBase &image, 
         timestamp.isValid()
             ? timestamp.seconds()
             : std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
-    d->lastTime = now;
     d->camera.upload(image);
     const Size output{config.outputWidth > 0 ? config.outputWidth : image.width(),
                       config.outputHeight > 0 ? config.outputHeight : image.height()};
@@ -224,7 +222,7 @@ void CoreManager::deinitializeUnusedFilters()
 
 void CoreManager::restartTracking(const TrackingRequestInfo &info)
 {
-    d->tracker.restart(info, d->lastTime);
+    d->tracker.restart(info);
     m_faces.clear();
 }
 

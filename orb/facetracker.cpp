@@ -84,6 +84,7 @@ struct FaceTracker::Impl
     int nextId = 1;
     int lastSearchFrame = -kSearchInterval;
     double restartTime = 0.0;
+    bool restartPending = true; // limits count from the next frame's time
     TrackingRequestInfo limits;
 
     void toGray(const ImageBase &frame);
@@ -250,6 +251,10 @@ const std::vector<Face> &FaceTracker::process(const ImageBase &frame, double tim
     if (!d->model)
         return d->faces;
     ++d->frameIndex;
+    if (d->restartPending) {
+        d->restartPending = false;
+        d->restartTime = timeSeconds;
+    }
     if (timeSeconds - d->restartTime > d->limits.maxTrackingSeconds) {
         d->tracked.clear();
         return d->faces;
@@ -270,12 +275,12 @@ const std::vector<Face> &FaceTracker::faces() const
     return d->faces;
 }
 
-void FaceTracker::restart(const TrackingRequestInfo &info, double timeSeconds)
+void FaceTracker::restart(const TrackingRequestInfo &info)
 {
     d->tracked.clear();
     d->faces.clear();
     d->limits = info;
-    d->restartTime = timeSeconds;
+    d->restartPending = true;
     d->lastSearchFrame = d->frameIndex - kSearchInterval;
     std::vector<cv::Rect2f> stale;
     if (d->background)

@@ -33,8 +33,9 @@ public:
     const std::vector<Face> &process(const ImageBase &frame, double timeSeconds, bool synchronousDetection);
 
     const std::vector<Face> &faces() const;
-    // Forgets every face and expression baseline and searches afresh.
-    void restart(const TrackingRequestInfo &info, double timeSeconds);
+    // Forgets every face and expression baseline and searches afresh. The
+    // request's time limits count from the next processed frame.
+    void restart(const TrackingRequestInfo &info);
 
 private:
     struct Impl;

@@ -131,7 +131,7 @@ struct SceneRenderer::Impl
 {
     std::string folder;
     std::vector<EffectRuntime> effects;
-    ShaderProgram copy, sticker, lut;
+    ShaderProgram copy, sticker, lut, composite;
     RenderTarget full[2];
     Texture transparent; // stands in for images that are not (yet) there
     unsigned vao = 0;
@@ -328,16 +328,19 @@ void SceneRenderer::Impl::drawPass(EffectRuntime &e, const Texture &camera, cons
         current = target->texture();
         return;
     }
-    // Blend what the pass drew over the picture so far.
-    ensureFullTarget(output);
-    full[currentTarget].bind();
-    glEnable(GL_BLEND);
-    glBlendFuncSeparate(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA, GL_ONE, GL_ONE_MINUS_SRC_ALPHA);
-    copy.use();
+    // Lay what the pass drew over the picture so far, in one full pass.
+    const Texture base = current;
+    RenderTarget &out = freeTarget(output);
+    out.bind();
+    composite.use();
+    glActiveTexture(GL_TEXTURE1);
     glBindTexture(GL_TEXTURE_2D, e.reduced->texture().id());
-    copy.setInt("u_input", 0);
+    composite.setInt("u_overlay", 1);
+    glActiveTexture(GL_TEXTURE0);
+    glBindTexture(GL_TEXTURE_2D, base.id());
+    composite.setInt("u_input", 0);
     glDrawArrays(GL_TRIANGLES, 0, 3);
-    glDisable(GL_BLEND);
+    current = out.texture();
 }
 
 void SceneRenderer::Impl::drawSticker(EffectRuntime &e, const Scene &scene, const std::vector<Face> &faces,
@@ -421,7 +424,8 @@ bool SceneRenderer::load(const Scene &scene, std::string &error)
     if (!d->compile(d->copy, vertex, ShaderLibrary::copyFragment(), "copy", error) ||
         !d->compile(d->sticker, ShaderLibrary::stickerVertex(), ShaderLibrary::stickerFragment(), "sticker",
                     error) ||
-        !d->compile(d->lut, vertex, ShaderLibrary::lutFragment(), "lut", error))
+        !d->compile(d->lut, vertex, ShaderLibrary::lutFragment(), "lut", error) ||
+        !d->compile(d->composite, vertex, ShaderLibrary::compositeFragment(), "composite", error))
         return false;
     d->effects.resize(manifest.effects.size());
     for (size_t i = 0; i < manifest.effects.size(); ++i) {

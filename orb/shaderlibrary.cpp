@@ -131,4 +131,22 @@ void main() {
     return source;
 }
 
+const std::string &ShaderLibrary::compositeFragment()
+{
+    // Lays an overlay (straight alpha) over the picture in one pass.
+    static const std::string source = R"(#version 300 es
+precision mediump float;
+uniform sampler2D u_input;
+uniform sampler2D u_overlay;
+in vec2 v_uv;
+out vec4 fragColor;
+void main() {
+    vec4 base = texture(u_input, v_uv);
+    vec4 over = texture(u_overlay, v_uv);
+    fragColor = vec4(mix(base.rgb, over.rgb, over.a), base.a);
+}
+)";
+    return source;
+}
+
 } // namespace Orb

@@ -15,6 +15,7 @@ public:
     static const std::string &copyFragment();
     static const std::string &stickerFragment();
     static const std::string &lutFragment();
+    static const std::string &compositeFragment();
     // The prelude followed by the author's source, with line numbers of
     // compile errors counted in the author's file.
     static std::string lensFragment(const std::string &authorSource);
