@@ -67,6 +67,14 @@ void Catalogue::upsert(const LensRecord &lens)
     q.exec();
 }
 
+bool Catalogue::remove(const std::string &id)
+{
+    auto guard = m_database.lock();
+    SQLite::Statement q(m_database.db(), "DELETE FROM lenses WHERE id = ?");
+    q.bind(1, id);
+    return q.exec() > 0;
+}
+
 std::vector<LensRecord> Catalogue::all()
 {
     auto guard = m_database.lock();

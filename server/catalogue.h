@@ -18,6 +18,8 @@ public:
 
     // Inserts or replaces a lens; a re-imported lens keeps its popularity.
     void upsert(const LensRecord &lens);
+    // Removes a lens and its schedule; false when there was none.
+    bool remove(const std::string &id);
     std::vector<LensRecord> all();
     std::optional<LensRecord> find(const std::string &id);
     int count();

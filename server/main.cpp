@@ -1,7 +1,7 @@
 // glint-lens-server: the Glint Camera lens backend.
+#include "cataloguecommand.h"
 #include "importcommand.h"
 #include "lensserver.h"
-#include "schedulecommand.h"
 #include "serverconfig.h"
 
 #include <csignal>
@@ -68,7 +68,8 @@ int main(int argc, char **argv)
 {
     std::vector<std::string> args(argv + 1, argv + argc);
     std::string command;
-    if (!args.empty() && (args[0] == "import" || args[0] == "feature" || args[0] == "unfeature")) {
+    if (!args.empty() &&
+        (args[0] == "import" || args[0] == "feature" || args[0] == "unfeature" || args[0] == "remove")) {
         command = args[0];
         args.erase(args.begin());
     }
@@ -91,9 +92,11 @@ int main(int argc, char **argv)
         if (command == "import")
             return ImportCommand::run(config, positional);
         if (command == "feature")
-            return ScheduleCommand::feature(config, positional);
+            return CatalogueCommand::feature(config, positional);
         if (command == "unfeature")
-            return ScheduleCommand::unfeature(config, positional);
+            return CatalogueCommand::unfeature(config, positional);
+        if (command == "remove")
+            return CatalogueCommand::remove(config, positional);
         if (!positional.empty()) {
             std::cerr << "unexpected argument \"" << positional.front() << "\"\nTry --help.\n";
             return 2;

@@ -128,7 +128,7 @@ TEST(ServerProgram, ConfigurationFileIsReadAndTheCommandLineWins)
     EXPECT_EQ(featured["lenses"][0]["icon_url"], "http://lenses.example.test:1234/vc/v1/media/sun/icon.png");
 }
 
-TEST(ServerProgram, FeaturedListIsEditedWhileTheServerRuns)
+TEST(ServerProgram, CatalogueIsEditedWhileTheServerRuns)
 {
     TempDir dir;
     writeLens(dir / "lenses", {"a", "Alpha", "Sky", "", 1});
@@ -162,6 +162,24 @@ TEST(ServerProgram, FeaturedListIsEditedWhileTheServerRuns)
     for (int i = 0; i < 60 && featured().empty(); ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
     EXPECT_EQ(featured(), std::vector<std::string>{"c"});
+
+    // Removing a lens: gone from lists, lookups mark it invalid, files go.
+    EXPECT_EQ(runCommand(kServer + " remove" + options + " c"), 0);
+    EXPECT_TRUE(featured().empty());
+    httplib::Client client("127.0.0.1", server.port());
+    client.set_default_headers({{"X-Installation-Id", "process-test"}});
+    json invalid;
+    for (int i = 0; i < 60 && invalid != json{"c"}; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        const auto lookup =
+            client.Post("/vc/v1/explorer/lenses", R"({"lenses":["a","c"]})", "application/json");
+        ASSERT_TRUE(lookup);
+        invalid = json::parse(lookup->body)["invalid_ids"];
+    }
+    EXPECT_EQ(invalid, json{"c"});
+    EXPECT_EQ(client.Get("/vc/v1/explorer/unlock?uid=c")->status, 404);
+    EXPECT_EQ(client.Get("/vc/v1/archives/c.zip")->status, 404);
+    EXPECT_EQ(runCommand(kServer + " remove" + options + " c 2>&1"), 1);
 
     EXPECT_EQ(runCommand(kServer + " feature" + options + " no-such-lens 2>&1"), 1);
     EXPECT_EQ(runCommand(kServer + " feature" + options + " --from soon a 2>&1"), 2);

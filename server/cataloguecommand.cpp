@@ -1,4 +1,4 @@
-#include "schedulecommand.h"
+#include "cataloguecommand.h"
 
 #include "catalogue.h"
 #include "database.h"
@@ -60,7 +60,7 @@ std::string databasePath(const ServerConfig &config)
 
 } // namespace
 
-int ScheduleCommand::feature(const ServerConfig &config, const std::vector<std::string> &args)
+int CatalogueCommand::feature(const ServerConfig &config, const std::vector<std::string> &args)
 {
     FeatureArgs parsed;
     if (!parse(args, parsed))
@@ -82,7 +82,7 @@ int ScheduleCommand::feature(const ServerConfig &config, const std::vector<std::
     return failures == 0 ? 0 : 1;
 }
 
-int ScheduleCommand::unfeature(const ServerConfig &config, const std::vector<std::string> &args)
+int CatalogueCommand::unfeature(const ServerConfig &config, const std::vector<std::string> &args)
 {
     if (args.empty()) {
         std::cerr << "Name at least one lens id.\n";
@@ -93,6 +93,29 @@ int ScheduleCommand::unfeature(const ServerConfig &config, const std::vector<std
     for (const auto &id : args)
         catalogue.unschedule(id);
     return 0;
+}
+
+int CatalogueCommand::remove(const ServerConfig &config, const std::vector<std::string> &args)
+{
+    if (args.empty()) {
+        std::cerr << "Name at least one lens id.\n";
+        return 2;
+    }
+    Database database(databasePath(config));
+    Catalogue catalogue(database);
+    int failures = 0;
+    for (const auto &id : args) {
+        if (!catalogue.remove(id)) {
+            std::cerr << "No lens with id \"" << id << "\"\n";
+            ++failures;
+            continue;
+        }
+        std::error_code ec;
+        std::filesystem::remove(std::filesystem::path(config.dataDir) / "archives" / (id + ".zip"), ec);
+        std::filesystem::remove_all(std::filesystem::path(config.dataDir) / "media" / id, ec);
+        std::cout << "Removed " << id << "\n";
+    }
+    return failures == 0 ? 0 : 1;
 }
 
 } // namespace glint::server
