@@ -21,6 +21,8 @@ int serve(const ServerConfig &config)
     sigaddset(&signals, SIGHUP);
     // Blocked before any thread starts, so only sigwait below sees them.
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    // A client that goes away mid-answer must not end the server.
+    std::signal(SIGPIPE, SIG_IGN);
 
     LensServer server(config);
     std::string error;
