@@ -19,15 +19,29 @@ namespace {
 constexpr int kPointSize = 97;      // 0x04, X, Y of 48 bytes each
 constexpr int kMaxIntegerSize = 48; // r and s after one optional leading zero
 
+// SHA-256 of a whole file through OpenSSL, which uses the CPU's hashing
+// instructions where there are any (lens folders can be large).
 QString fileSha256(const QString &path, bool *ok)
 {
     QFile file(path);
     *ok = file.open(QIODevice::ReadOnly);
     if (!*ok)
         return {};
-    QCryptographicHash hash(QCryptographicHash::Sha256);
-    *ok = hash.addData(&file);
-    return QString::fromLatin1(hash.result().toHex().toUpper());
+    EVP_MD_CTX *ctx = EVP_MD_CTX_new();
+    *ok = ctx && EVP_DigestInit_ex(ctx, EVP_sha256(), nullptr) == 1;
+    QByteArray buffer(1 << 16, Qt::Uninitialized);
+    while (*ok && !file.atEnd()) {
+        const qint64 read = file.read(buffer.data(), buffer.size());
+        *ok = read >= 0 && EVP_DigestUpdate(ctx, buffer.constData(), size_t(read)) == 1;
+    }
+    unsigned char digest[EVP_MAX_MD_SIZE];
+    unsigned int length = 0;
+    *ok = *ok && EVP_DigestFinal_ex(ctx, digest, &length) == 1;
+    EVP_MD_CTX_free(ctx);
+    if (!*ok)
+        return {};
+    return QString::fromLatin1(
+        QByteArray(reinterpret_cast<const char *>(digest), int(length)).toHex().toUpper());
 }
 
 // One INTEGER of the signature at pos: tag 0x02, a one-byte length that
