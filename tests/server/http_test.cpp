@@ -235,6 +235,51 @@ TEST(BadRequests, AreAnsweredWithJsonErrors)
     EXPECT_EQ(anonymous.Post("/vc/v1/analytics", "batch", "application/octet-stream")->status, 200);
 }
 
+TEST(BadRequests, WronglyTypedFieldsNeverCauseServerErrors)
+{
+    auto &b = shared();
+    const std::vector<std::pair<std::string, json>> valid = {
+        {"/vc/v1/explorer/search", {{"query", "sun"}}},
+        {"/vc/v1/explorer/lenses", {{"lenses", {"sun"}}}},
+        {"/vc/v1/reporting/lens", {{"lens_id", "sun"}, {"reason_id", "r"}, {"context", "c"}}},
+        {"/vc/v1/stream/event",
+         {{"token", "t"},
+          {"action", "subscription"},
+          {"client_ts", 1},
+          {"payload", {{"subscribe", json::object()}}},
+          {"is_subscribe_enabled", false}}},
+    };
+    const std::vector<json> replacements = {nullptr,
+                                            1,
+                                            -1.5,
+                                            "text",
+                                            json::array(),
+                                            json::object(),
+                                            true,
+                                            std::string(5000, 'x'),
+                                            json::array({nullptr})};
+    for (const auto &[path, body] : valid) {
+        for (const auto &[key, value] : body.items()) {
+            for (const auto &replacement : replacements) {
+                json changed = body;
+                changed[key] = replacement;
+                const auto res = b.client->Post(path.c_str(), changed.dump(), "application/json");
+                ASSERT_TRUE(res);
+                EXPECT_LT(res->status, 500)
+                    << path << " " << changed.dump().substr(0, 200) << " -> " << res->body;
+                if (res->status >= 400) {
+                    EXPECT_TRUE(json::parse(res->body, nullptr, false).contains("error")) << res->body;
+                }
+            }
+            json missing = body;
+            missing.erase(key);
+            const auto res = b.client->Post(path.c_str(), missing.dump(), "application/json");
+            ASSERT_TRUE(res);
+            EXPECT_EQ(res->status, 400) << path << " without " << key << " -> " << res->body;
+        }
+    }
+}
+
 TEST(Reporting, StoresReportsOfKnownLenses)
 {
     auto &b = shared();
