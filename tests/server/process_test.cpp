@@ -159,7 +159,7 @@ TEST(ServerProgram, CatalogueIsEditedWhileTheServerRuns)
     // A lens imported while the server runs shows up within a few seconds.
     writeLens(dir / "lenses", {"c", "Gamma", "Sky", "", 1});
     ASSERT_EQ(runCommand(kServer + " import" + options + " --featured " + (dir / "lenses/c")), 0);
-    for (int i = 0; i < 60 && featured().empty(); ++i)
+    for (int i = 0; i < 150 && featured().empty(); ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
     EXPECT_EQ(featured(), std::vector<std::string>{"c"});
 
@@ -169,7 +169,7 @@ TEST(ServerProgram, CatalogueIsEditedWhileTheServerRuns)
     httplib::Client client("127.0.0.1", server.port());
     client.set_default_headers({{"X-Installation-Id", "process-test"}});
     json invalid;
-    for (int i = 0; i < 60 && invalid != json{"c"}; ++i) {
+    for (int i = 0; i < 150 && invalid != json{"c"}; ++i) {
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
         const auto lookup =
             client.Post("/vc/v1/explorer/lenses", R"({"lenses":["a","c"]})", "application/json");
