@@ -1,0 +1,341 @@
+#include "baselensmodel.h"
+#include "favoriteslensmodel.h"
+#include "lensinfostorage.h"
+#include "lensserverprocess.h"
+#include "lensstore.h"
+#include "networklensprovider.h"
+#include "networkmanager.h"
+#include "recentslensmodel.h"
+#include "recentslensproxymodel.h"
+
+#include <QClipboard>
+#include <QGuiApplication>
+#include <QSignalSpy>
+#include <QTcpServer>
+#include <QTemporaryDir>
+#include <QtTest>
+#include <actiontypes.h>
+#include <dispatcher.h>
+#include <glintdeployment.h>
+#include <hinttable.h>
+#include <lenscommand.h>
+#include <metatypes.h>
+#include <popupmessage.h>
+#include <settings.h>
+
+using namespace VCam;
+
+namespace {
+
+// Keeps every action that went through the dispatcher.
+class Recorder : public Store
+{
+public:
+    void process(std::shared_ptr<Bureau::Action> action) override { actions.push_back(action); }
+    QList<std::shared_ptr<Bureau::Action>> of(ActionType type) const
+    {
+        QList<std::shared_ptr<Bureau::Action>> found;
+        for (const auto &action : actions)
+            if (action->type == int(type))
+                found << action;
+        return found;
+    }
+    QStringList popups() const
+    {
+        QStringList texts;
+        for (const auto &action : of(ActionType::ShowPopupMessage))
+            texts << action->payload.value<PopupMessage>().text;
+        return texts;
+    }
+    QList<LensCommand> processingLenses() const
+    {
+        QList<LensCommand> lenses;
+        for (const auto &action : of(ActionType::SetCoreProcessingLens))
+            lenses << action->payload.value<LensCommand>();
+        return lenses;
+    }
+    QList<std::shared_ptr<Bureau::Action>> actions;
+};
+
+// The lens side of the application as start-up wires it, over a backend.
+struct Rig
+{
+    Rig(const QString &baseUrl, const QString &cacheRoot, const QString &key)
+        : network(baseUrl, [] { return QStringLiteral("store-test"); }),
+          provider(new NetworkLensProvider(&network, cacheRoot, key)),
+          dispatcher(std::make_shared<Bureau::Dispatcher>()),
+          store(std::make_shared<LensStore>(dispatcher, provider, &provider->cache(), &network, &storage)),
+          recorder(std::make_shared<Recorder>())
+    {
+        dispatcher->addStore(store);
+        dispatcher->addStore(recorder);
+        dispatcher->start();
+    }
+    ~Rig() { dispatcher->stop(); }
+
+    void send(ActionType type, const QVariant &payload = {})
+    {
+        dispatcher->dispatch(new Bureau::Action(int(type), payload));
+        QCoreApplication::processEvents();
+    }
+    void select(const LensId &lensId)
+    {
+        LensCommand command;
+        command.lensId = lensId;
+        command.context = LensActionContext::LensExplorer;
+        send(ActionType::SetActiveLensId, QVariant::fromValue(command));
+    }
+    void favorite(const LensId &lensId, bool value)
+    {
+        LensCommand command;
+        command.lensId = lensId;
+        command.enabled = value;
+        send(ActionType::SetLensFavorite, QVariant::fromValue(command));
+    }
+    bool applied(const LensId &lensId) const
+    {
+        const auto lenses = recorder->processingLenses();
+        return !lenses.isEmpty() && lenses.last().lensId == lensId && !store->acquiring();
+    }
+
+    NetworkManager network;
+    LensInfoStorage storage;
+    NetworkLensProvider *provider;
+    std::shared_ptr<Bureau::Dispatcher> dispatcher;
+    std::shared_ptr<LensStore> store;
+    std::shared_ptr<Recorder> recorder;
+};
+
+QStringList sampleLenses(const QStringList &names)
+{
+    QStringList folders;
+    for (const QString &name : names)
+        folders << QStringLiteral(GLINT_SAMPLE_LENSES "/") + name;
+    return folders;
+}
+
+} // namespace
+
+class TestLensStore : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase()
+    {
+        registerMetaTypes();
+        QVERIFY(m_server.isReady());
+        QVERIFY(m_server.import(sampleLenses(
+            {"big-eyes", "confetti", "film-noir", "fireworks", "heart-eyes", "retro-vhs", "sunglasses"})));
+        QVERIFY(m_server.import(sampleLenses({"party-hat", "color-pop"}), true));
+        QVERIFY(m_server.start());
+    }
+
+    void init() { QVERIFY(m_cache.isValid()); }
+
+    void catalogueSelectionAndRestart()
+    {
+        QTemporaryDir config;
+        const QString settingsPath = config.filePath("settings.json");
+        {
+            Rig rig(m_server.baseUrl(), m_cache.path(), m_server.publicKey());
+            QSignalSpy initing(rig.store.get(), &LensStore::isInitingChanged);
+            QVERIFY(rig.store->initing());
+            rig.send(ActionType::Started);
+            QTRY_VERIFY(!rig.store->initing());
+            QCOMPARE(initing.count(), 1);
+            QTRY_VERIFY(!rig.store->fetching());
+            QCOMPARE(rig.store->featuredLensModel()->rowCount(), 2);
+            QVERIFY(rig.store->topCommunityLensModel()->rowCount() >= 7);
+            QVERIFY(!rig.store->topCommunityLensModel()->canLoadMore()); // less than a page
+            QCOMPARE(rig.store->catalogueError(), QString());
+            QCOMPARE(rig.recorder->of(ActionType::NotifyFavoriteLensesCounted).value(0)->payload.toInt(), 0);
+
+            rig.send(ActionType::SetSearchFilter, QStringLiteral("party"));
+            QTRY_VERIFY(rig.store->searchLensModel()->rowCount() > 0);
+            QCOMPARE(rig.store->searchLensModel()->lensIdAt(0), QString("party-hat"));
+
+            QSignalSpy hints(rig.store.get(), &LensStore::showHintRequested);
+            rig.select("party-hat");
+            QCOMPARE(rig.store->currentLensId(), QString("party-hat"));
+            QVERIFY(rig.store->acquiring());
+            QCOMPARE(rig.store->state(), LensStore::Acquiring);
+            QTRY_VERIFY_WITH_TIMEOUT(rig.applied("party-hat"), 15000);
+            const LensCommand applied = rig.recorder->processingLenses().last();
+            QVERIFY(QFileInfo(applied.text + "/lens.json").isFile());
+            QVERIFY(applied.text.startsWith(m_cache.path()));
+            QCOMPARE(rig.store->state(), LensStore::Applied);
+            QCOMPARE(rig.store->currentLens().value("title").toString(),
+                     rig.storage.info("party-hat").lensName);
+            QTRY_COMPARE(hints.count(), 1);
+            QCOMPARE(hints.at(0).at(0).toString(), HintTable::text("lens_hint_raise_your_eyebrows"));
+            QVERIFY(!hints.at(0).at(0).toString().isEmpty());
+            QCOMPARE(hints.at(0).at(1).toBool(), true);
+            QTRY_COMPARE(rig.recorder->of(ActionType::SetMainLensHint).size(), 1);
+            QCOMPARE(rig.recorder->of(ActionType::SetMainLensHint)[0]->payload.toString(),
+                     QString("lens_hint_raise_your_eyebrows"));
+            QCOMPARE(rig.recorder->of(ActionType::ActiveLensChanged).size(), 1);
+            QVERIFY(rig.store->refreshTimer()->isActive());
+            QCOMPARE(rig.store->refreshTimer()->interval(), 600000);
+
+            // Selecting the applied lens again hands nothing over twice.
+            rig.select("party-hat");
+            QTRY_VERIFY(!rig.store->acquiring());
+            QTest::qWait(100);
+            QCOMPARE(rig.recorder->processingLenses().size(), 1);
+
+            // The toggle goes to no lens and back to the last one used.
+            rig.send(ActionType::ToggleLens, QVariant::fromValue(LensActionContext::Shortcut));
+            QTRY_COMPARE(rig.store->currentLensId(), kInvalidLensId);
+            QCOMPARE(rig.recorder->processingLenses().last().lensId, kInvalidLensId);
+            QCOMPARE(rig.recorder->processingLenses().last().text, QString());
+            QVERIFY(!rig.store->refreshTimer()->isActive());
+            rig.send(ActionType::ToggleLens, QVariant::fromValue(LensActionContext::Shortcut));
+            QTRY_VERIFY(rig.applied("party-hat"));
+            QCOMPARE(rig.recorder->processingLenses().size(), 3);
+
+            QSignalSpy favorite(rig.store.get(), &LensStore::isFavoriteChanged);
+            rig.favorite("color-pop", true);
+            rig.favorite("party-hat", true);
+            QCOMPARE(favorite.count(), 2);
+            QVERIFY(rig.store->isLensFavorite("party-hat"));
+            QVERIFY(rig.store->currentLens().value("isFav").toBool());
+
+            Settings settings(settingsPath, QString(glint::kSourceDir) + "/app/defaults/settings.json");
+            settings.load();
+            settings.setSection("lenses", rig.store->saveSettings());
+            QVERIFY(settings.save());
+        }
+
+        Settings settings(settingsPath, QString(glint::kSourceDir) + "/app/defaults/settings.json");
+        QVERIFY(settings.load());
+        Rig rig(m_server.baseUrl(), m_cache.path(), m_server.publicKey());
+        rig.store->loadSettings(settings.section("lenses"));
+        QCOMPARE(rig.store->favoriteLensesModel()->lensIds(), (QStringList{"party-hat", "color-pop"}));
+        QCOMPARE(rig.store->recentsSourceModel()->mostRecent(), QString("party-hat"));
+        QCOMPARE(rig.store->recentsLensModel()->count(), 0); // records not fetched yet
+        rig.send(ActionType::Started);
+        QTRY_COMPARE(rig.store->recentsLensModel()->count(), 1);
+        QCOMPARE(rig.store->recentsLensModel()->lensIdAt(0), QString("party-hat"));
+        QTRY_VERIFY(!rig.store->favoriteLensesModel()
+                         ->index(1)
+                         .data(LensInfoStorage::TitleRole)
+                         .toString()
+                         .isEmpty());
+        QCOMPARE(rig.recorder->of(ActionType::NotifyFavoriteLensesCounted).value(0)->payload.toInt(), 2);
+        // The cached lens is used from the disk after the restart.
+        rig.send(ActionType::ToggleLens, QVariant::fromValue(LensActionContext::Shortcut));
+        QTRY_VERIFY(rig.applied("party-hat"));
+    }
+
+    void togglesTakeDownsAndSearches()
+    {
+        Rig rig(m_server.baseUrl(), m_cache.path(), m_server.publicKey());
+        rig.send(ActionType::ToggleLens, QVariant::fromValue(LensActionContext::Shortcut));
+        QTest::qWait(50);
+        QCOMPARE(rig.recorder->of(ActionType::SetActiveLensId).size(), 0); // nothing to go back to
+
+        rig.select("sunglasses");
+        QTRY_VERIFY(rig.applied("sunglasses"));
+        rig.send(ActionType::TakeDownLens, QStringLiteral("film-noir"));
+        QCOMPARE(rig.store->currentLensId(), QString("sunglasses"));
+        const QString folder = rig.provider->cache().lensPath("sunglasses");
+        rig.send(ActionType::TakeDownLens, QStringLiteral("sunglasses"));
+        QCOMPARE(rig.store->currentLensId(), kInvalidLensId);
+        QCOMPARE(rig.recorder->processingLenses().last().lensId, kInvalidLensId);
+        QVERIFY(!QFileInfo::exists(folder));
+
+        rig.send(ActionType::SetSearchFilter, QStringLiteral("eyes"));
+        QTRY_COMPARE(rig.store->searchLensModel()->rowCount(), 2);
+        rig.send(ActionType::SetSearchFilter, QString());
+        QTest::qWait(100);
+        QCOMPARE(rig.store->searchLensModel()->rowCount(), 2);
+        QVERIFY(!rig.store->fetching());
+
+        // A pasted lens link shows that lens alone.
+        rig.send(ActionType::SetSearchFilter, rig.storage.info("big-eyes").deeplink);
+        QVERIFY(!rig.storage.info("big-eyes").deeplink.isEmpty());
+        QTRY_COMPARE(rig.store->searchLensModel()->lensIds(), QStringList{"big-eyes"});
+        QTRY_VERIFY(!rig.store->fetching());
+    }
+
+    void failuresAndClearing()
+    {
+        Rig rig(m_server.baseUrl(), m_cache.path(), m_server.publicKey());
+        rig.select("no-such-lens");
+        QTRY_VERIFY(!rig.store->acquiring());
+        QCOMPARE(rig.store->currentLensId(), QString("no-such-lens"));
+        QCOMPARE(rig.store->state(), LensStore::Failed);
+        const auto popups = rig.recorder->of(ActionType::ShowPopupMessage);
+        QCOMPARE(popups.size(), 1);
+        QCOMPARE(popups[0]->payload.value<PopupMessage>().type, MessageType::Warning);
+        QVERIFY(!popups[0]->payload.value<PopupMessage>().text.isEmpty());
+        QVERIFY(rig.recorder->processingLenses().isEmpty());
+
+        rig.recorder->actions.clear();
+        rig.send(ActionType::ClearCache);
+        rig.send(ActionType::ClearFavorites);
+        rig.send(ActionType::ClearRecents);
+        QCOMPARE(rig.recorder->popups(), (QStringList{"Application data cleared", "Application data cleared",
+                                                      "Application data cleared"}));
+        QCOMPARE(rig.store->recentsSourceModel()->mostRecent(), kInvalidLensId);
+
+        QSignalSpy limit(rig.store.get(), &LensStore::cacheLimitChanged);
+        rig.send(ActionType::SetCacheLimit, 300);
+        rig.send(ActionType::SetCacheLimit, 300);
+        QCOMPARE(limit.count(), 1);
+        QCOMPARE(rig.store->saveSettings()["cache"]["cacheSize"].get<int>(), 300);
+        QTemporaryDir otherCache;
+        rig.send(ActionType::SetCacheDir, QUrl::fromLocalFile(otherCache.path()));
+        QCOMPARE(rig.store->cacheDirDisplayName(), QDir::toNativeSeparators(otherCache.path()));
+        QCOMPARE(QString::fromStdString(rig.store->saveSettings()["cache"]["cachePath"].get<std::string>()),
+                 otherCache.path());
+    }
+
+    void offlineCatalogue()
+    {
+        QTcpServer closed;
+        QVERIFY(closed.listen(QHostAddress::LocalHost, 0));
+        const QString url = QStringLiteral("http://127.0.0.1:%1/vc/v1").arg(closed.serverPort());
+        closed.close();
+        Rig rig(url, m_cache.path(), m_server.publicKey());
+        rig.send(ActionType::Started);
+        QTRY_VERIFY(!rig.store->initing());
+        QVERIFY(!rig.store->fetching());
+        QVERIFY(rig.store->catalogueError().startsWith("Failed to receive"));
+        QCOMPARE(rig.store->featuredLensModel()->rowCount(), 0);
+    }
+
+    void codeImageLinkAndReport()
+    {
+        Rig rig(m_server.baseUrl(), m_cache.path(), m_server.publicKey());
+        rig.send(ActionType::Started);
+        QTRY_VERIFY(!rig.store->initing());
+        QTemporaryDir out;
+        LensCommand command;
+        command.lensId = "confetti";
+        command.url = QUrl::fromLocalFile(out.filePath("code.png"));
+        rig.send(ActionType::SaveGlintcode, QVariant::fromValue(command));
+        QTRY_VERIFY(QFileInfo(out.filePath("code.png")).size() > 0);
+        QFile code(out.filePath("code.png"));
+        QVERIFY(code.open(QIODevice::ReadOnly));
+        QCOMPARE(code.read(8), QByteArray("\x89PNG\r\n\x1a\n"));
+
+        rig.send(ActionType::CopyLensLink, QVariant::fromValue(command));
+        QCOMPARE(QGuiApplication::clipboard()->text(), rig.storage.info("confetti").deeplink);
+        QCOMPARE(rig.recorder->popups(), QStringList{"Lens link copied"});
+
+        QSignalSpy reported(rig.store.get(), &LensStore::reportLensSuccess);
+        command.kind = int(LensReportType::CopyrightInfringement);
+        command.text = QStringLiteral("Not theirs");
+        rig.send(ActionType::ReportLens, QVariant::fromValue(command));
+        QTRY_COMPARE(reported.count(), 1);
+    }
+
+private:
+    LensServerProcess m_server;
+    QTemporaryDir m_cache;
+};
+
+QTEST_MAIN(TestLensStore)
+#include "tst_lensstore.moc"
