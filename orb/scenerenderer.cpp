@@ -263,6 +263,7 @@ void SceneRenderer::Impl::ensureFullTarget(Size output)
     glActiveTexture(GL_TEXTURE0);
     glBindTexture(GL_TEXTURE_2D, source.id());
     copy.setInt("u_input", 0);
+    copy.setInt("u_direct", source.size() == output ? 1 : 0);
     glDrawArrays(GL_TRIANGLES, 0, 3);
     current = target.texture();
 }
@@ -339,6 +340,7 @@ void SceneRenderer::Impl::drawPass(EffectRuntime &e, const Texture &camera, cons
     glActiveTexture(GL_TEXTURE0);
     glBindTexture(GL_TEXTURE_2D, base.id());
     composite.setInt("u_input", 0);
+    composite.setInt("u_direct", base.size() == output ? 1 : 0);
     glDrawArrays(GL_TRIANGLES, 0, 3);
     current = out.texture();
 }

@@ -79,7 +79,14 @@ precision mediump float;
 uniform sampler2D u_input;
 in vec2 v_uv;
 out vec4 fragColor;
-void main() { fragColor = texture(u_input, v_uv); }
+uniform bool u_direct; // source and target have the same size
+void main() {
+    // A 1:1 copy reads texels directly, which is much cheaper in software.
+    if (u_direct)
+        fragColor = texelFetch(u_input, ivec2(gl_FragCoord.xy), 0);
+    else
+        fragColor = texture(u_input, v_uv);
+}
 )";
     return source;
 }
@@ -138,10 +145,15 @@ const std::string &ShaderLibrary::compositeFragment()
 precision mediump float;
 uniform sampler2D u_input;
 uniform sampler2D u_overlay;
+uniform bool u_direct; // the picture has the target's size
 in vec2 v_uv;
 out vec4 fragColor;
 void main() {
-    vec4 base = texture(u_input, v_uv);
+    vec4 base;
+    if (u_direct)
+        base = texelFetch(u_input, ivec2(gl_FragCoord.xy), 0);
+    else
+        base = texture(u_input, v_uv);
     vec4 over = texture(u_overlay, v_uv);
     fragColor = vec4(mix(base.rgb, over.rgb, over.a), base.a);
 }

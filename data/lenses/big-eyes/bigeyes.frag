@@ -21,24 +21,37 @@ vec2 pinch(vec2 p, vec2 centre, float radius, float amount)
     return p + d * amount * (1.0 - t) * t;
 }
 
+bool nearFace(vec4 rect)
+{
+    vec4 r = rect + vec4(-0.4, -0.4, 0.8, 0.8) * rect.zwzw;
+    return v_uv.x > r.x && v_uv.y > r.y && v_uv.x < r.x + r.z && v_uv.y < r.y + r.w;
+}
+
+vec2 warpFace(vec2 p, vec4 rect, vec2 leftEye, vec2 rightEye)
+{
+    if (!nearFace(rect))
+        return p;
+    vec2 l = leftEye * u_resolution;
+    vec2 r = rightEye * u_resolution;
+    float eyes = distance(l, r);
+    vec4 box = rect * vec4(u_resolution, u_resolution);
+    vec2 jaw = vec2(box.x + box.z * 0.5, box.y + box.w * 0.75);
+    p = pinch(p, jaw, box.z * 0.75, u_slim);
+    p = bulge(p, l, eyes * 0.5, u_strength);
+    return bulge(p, r, eyes * 0.5, u_strength);
+}
+
 void main()
 {
+    // The loop runs as many times as there are faces; a software renderer
+    // evaluates both sides of branches, so per-face work must stay in it.
     vec2 p = v_uv * u_resolution;
-    for (int i = 0; i < 4; ++i) {
-        if (i >= u_faceCount)
-            break;
-        // Most of the picture is far from any face: leave it alone quickly.
-        vec4 near = u_faceRect[i] + vec4(-0.4, -0.4, 0.8, 0.8) * u_faceRect[i].zwzw;
-        if (v_uv.x < near.x || v_uv.y < near.y || v_uv.x > near.x + near.z || v_uv.y > near.y + near.w)
-            continue;
-        vec2 l = u_leftEye[i] * u_resolution;
-        vec2 r = u_rightEye[i] * u_resolution;
-        float eyes = distance(l, r);
-        vec4 box = u_faceRect[i] * vec4(u_resolution, u_resolution);
-        vec2 jaw = vec2(box.x + box.z * 0.5, box.y + box.w * 0.75);
-        p = pinch(p, jaw, box.z * 0.75, u_slim);
-        p = bulge(p, l, eyes * 0.5, u_strength);
-        p = bulge(p, r, eyes * 0.5, u_strength);
-    }
-    fragColor = texture(u_input, p / u_resolution);
+    vec2 start = p;
+    for (int i = 0; i < u_faceCount; ++i)
+        p = warpFace(p, u_faceRect[i], u_leftEye[i], u_rightEye[i]);
+    // Most of the picture is far from any face: copy it straight through.
+    if (p == start)
+        fragColor = texelFetch(u_input, ivec2(gl_FragCoord.xy), 0);
+    else
+        fragColor = texture(u_input, p / u_resolution);
 }

@@ -15,6 +15,19 @@ float heart(vec2 p)
     return sqrt(min(dot2(p - vec2(0.0, 1.0)), dot2(p - 0.5 * max(p.x + p.y, 0.0)))) * sign(p.x - p.y);
 }
 
+// Draws one heart centred on an eye, turned with the head.
+vec3 drawHeart(vec3 c, vec2 px, vec2 eye, float size, float roll)
+{
+    vec2 d = px - eye;
+    if (dot(d, d) > size * size * 1.7)
+        return c;
+    vec2 q = mat2(cos(roll), -sin(roll), sin(roll), cos(roll)) * d / size;
+    q = vec2(q.x, -q.y) + vec2(0.0, 0.55);
+    vec3 colour = vec3(0.95, 0.1, 0.3) * (0.75 + 0.25 * q.y);
+    colour = mix(colour, vec3(1.0), smoothstep(0.08, 0.0, length(q - vec2(-0.22, 0.72))));
+    return mix(c, colour, smoothstep(0.02, -0.02, heart(q)));
+}
+
 void main()
 {
     vec3 c = texelFetch(u_input, ivec2(gl_FragCoord.xy), 0).rgb;
@@ -24,21 +37,11 @@ void main()
         if (i >= u_faceCount)
             break;
         c = mix(c, c * vec3(1.1, 0.9, 0.95) + vec3(0.06, 0.0, 0.02), u_expressions[i].z);
-        vec2 eyes[2] = vec2[2](u_leftEye[i] * u_resolution, u_rightEye[i] * u_resolution);
-        float size = distance(eyes[0], eyes[1]) * 0.6 * beat;
-        float roll = u_faceRoll[i];
-        mat2 unroll = mat2(cos(roll), -sin(roll), sin(roll), cos(roll));
-        for (int e = 0; e < 2; ++e) {
-            if (distance(px, eyes[e]) > size * 1.3)
-                continue;
-            vec2 q = unroll * (px - eyes[e]) / size;
-            q = vec2(q.x, -q.y) + vec2(0.0, 0.55);
-            float d = heart(q);
-            float shade = 0.75 + 0.25 * q.y;
-            vec3 colour = vec3(0.95, 0.1, 0.3) * shade;
-            colour = mix(colour, vec3(1.0), smoothstep(0.08, 0.0, length(q - vec2(-0.22, 0.72))));
-            c = mix(c, colour, smoothstep(0.02, -0.02, d));
-        }
+        vec2 left = u_leftEye[i] * u_resolution;
+        vec2 right = u_rightEye[i] * u_resolution;
+        float size = distance(left, right) * 0.6 * beat;
+        c = drawHeart(c, px, left, size, u_faceRoll[i]);
+        c = drawHeart(c, px, right, size, u_faceRoll[i]);
     }
     fragColor = vec4(c, 1.0);
 }
