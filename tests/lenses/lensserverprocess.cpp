@@ -54,15 +54,9 @@ bool LensServerProcess::import(const QStringList &lensFolders, bool featured)
 
 bool LensServerProcess::start(const QStringList &extraArguments)
 {
-    QStringList arguments{QStringLiteral("--port"),
-                          QStringLiteral("0"),
-                          QStringLiteral("--data-dir"),
-                          dataDir(),
-                          QStringLiteral("--key"),
-                          keyPath(),
-                          QStringLiteral("--no-bundled-import"),
-                          QStringLiteral("--threads"),
-                          QStringLiteral("4")};
+    QStringList arguments{
+        QStringLiteral("--port"), QStringLiteral("0"), QStringLiteral("--data-dir"),         dataDir(),
+        QStringLiteral("--key"),  keyPath(),           QStringLiteral("--no-bundled-import")};
     // A fixed port after a restart keeps the addresses handed out valid.
     if (m_port != 0)
         arguments[1] = QString::number(m_port);

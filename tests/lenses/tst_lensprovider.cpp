@@ -151,14 +151,13 @@ private slots:
     {
         LensServerProcess limited;
         QVERIFY(limited.import({TestLenses::makeLensFolder(m_lenses.path(), "limited-lens")}));
-        QVERIFY(limited.start({"--rate-limit", "1", "--rate-burst", "1"}));
+        QVERIFY(limited.start({"--rate-limit", "1", "--rate-burst", "3"}));
         NetworkManager network(limited.baseUrl(), [] { return QStringLiteral("rate-test"); });
         NetworkLensProvider provider(&network, m_cache.path(), limited.publicKey());
         QSignalSpy results(&provider, &LensProvider::communityLensesSuccess);
         QSignalSpy failures(&provider, &LensProvider::communityLensesFailure);
         QSignalSpy errors(&network, &NetworkManager::error);
-        // Fewer requests than parallel connections, so none waits for a reused one.
-        const int searches = 3;
+        const int searches = 8;
         for (int i = 0; i < searches; ++i)
             provider.requestCommunityLenses(0);
         QTRY_COMPARE(results.count() + errors.count(), searches);
@@ -169,6 +168,21 @@ private slots:
             QCOMPARE(error.first().toString(), QString("Too many requests, please try again later"));
         QTest::qWait(100);
         QCOMPARE(results.count() + errors.count(), searches);
+    }
+
+    void tooManySearchesGiveNoResult()
+    {
+        m_fixture->route("/vc/v1/explorer/search", 429, "{}");
+        NetworkManager network(m_fixture->url("/vc/v1"), {});
+        NetworkLensProvider provider(&network, m_cache.path(), m_server.publicKey());
+        QSignalSpy results(&provider, &LensProvider::lensSearchSuccess);
+        QSignalSpy failures(&provider, &LensProvider::lensSearchFailure);
+        QSignalSpy errors(&network, &NetworkManager::error);
+        provider.searchLenses("hats");
+        QTRY_COMPARE(errors.count(), 1);
+        QTest::qWait(100);
+        QCOMPARE(errors.count(), 1);
+        QCOMPARE(results.count() + failures.count(), 0);
     }
 
 private:
