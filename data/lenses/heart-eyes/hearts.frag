@@ -33,9 +33,7 @@ void main()
     vec3 c = texelFetch(u_input, ivec2(gl_FragCoord.xy), 0).rgb;
     vec2 px = v_uv * u_resolution;
     float beat = 1.0 + 0.08 * sin(u_time * 9.0) + 0.5 * exp(-u_effectTime * 5.0);
-    for (int i = 0; i < 4; ++i) {
-        if (i >= u_faceCount)
-            break;
+    for (int i = 0; i < u_faceCount; ++i) {
         c = mix(c, c * vec3(1.1, 0.9, 0.95) + vec3(0.06, 0.0, 0.02), u_expressions[i].z);
         vec2 left = u_leftEye[i] * u_resolution;
         vec2 right = u_rightEye[i] * u_resolution;
