@@ -133,25 +133,6 @@ private slots:
         QVERIFY(rig.failed.isEmpty());
     }
 
-    void unknownLensFailsWithTheLinkText()
-    {
-        Rig rig(m_server.baseUrl(), m_server.publicKey());
-        rig.provider.acquireLens("no-such-lens");
-        QVERIFY(rig.waitForOutcome());
-        QVERIFY(rig.failure().startsWith("Failed to receive lens archive link: "));
-        QCOMPARE(rig.downloadFailed.count(), 1);
-        QVERIFY(rig.provider.cache().lensIds().isEmpty());
-    }
-
-    void fixtureLensVerifies()
-    {
-        Rig rig = fixtureRig("gamma", unlockAnswer("gamma", m_gammaSignature, "hint-g"), m_gammaZip);
-        rig.provider.acquireLens("gamma");
-        QVERIFY(rig.waitForOutcome());
-        QCOMPARE(rig.failure(), QString());
-        QCOMPARE(rig.succeeded.first(), (QList<QVariant>{"gamma", "hint-g"}));
-    }
-
     void signatureOfAnotherLensIdFails()
     {
         Rig rig = fixtureRig("gamma2", unlockAnswer("gamma2", m_gammaSignature, "h"), m_gammaZip);
@@ -183,8 +164,6 @@ private slots:
         const QByteArray otherIdSignature = QByteArray::fromStdString(
             unlockAnswer("gamma", TestLenses::sign(m_alpha, m_server.keyPath()), "h").dump());
         const QByteArray notDer = QByteArray::fromStdString(unlockAnswer("gamma", "AAAA", "h").dump());
-        json noSignature = unlockAnswer("gamma", "", "h");
-        noSignature.erase("signature");
 
         QTest::newRow("link refused")
             << QByteArray("{}") << 404 << m_gammaZip << 200 << "Failed to receive lens archive link: *";
@@ -192,26 +171,18 @@ private slots:
             << QByteArray("<html>") << 200 << m_gammaZip << 200 << "Failed to parse lens archive link";
         QTest::newRow("link truncated")
             << link.left(link.size() / 2) << 200 << m_gammaZip << 200 << "Failed to parse lens archive link";
-        QTest::newRow("link an array") << QByteArray("[\"lens_url\"]") << 200 << m_gammaZip << 200
-                                       << "Failed to parse lens archive link";
         QTest::newRow("no lens_url") << QByteArray("{\"signature\":\"x\"}") << 200 << m_gammaZip << 200
                                      << "Failed to parse lens archive link: No 'lens_url' in JSON";
-        QTest::newRow("lens_url a number") << QByteArray("{\"lens_url\":5}") << 200 << m_gammaZip << 200
-                                           << "Failed to parse lens archive link: No 'lens_url' in JSON";
         QTest::newRow("archive missing")
             << link << 200 << QByteArray() << 404 << "Failed to download lens archive: *";
         QTest::newRow("archive garbage")
             << link << 200 << QByteArray("PK\x03\x04 nothing") << 200 << "Failed to extract lens archive";
-        QTest::newRow("archive truncated") << link << 200 << m_gammaZip.left(m_gammaZip.size() - 30) << 200
-                                           << "Failed to extract lens archive";
         QTest::newRow("archive empty")
             << link << 200 << TestLenses::zip({}) << 200 << "Failed to extract lens archive";
         QTest::newRow("another lens's signature") << otherIdSignature << 200 << m_gammaZip << 200
                                                   << "Checksum doesn't match for lens archive: gamma";
         QTest::newRow("signature not DER")
             << notDer << 200 << m_gammaZip << 200 << "Checksum doesn't match for lens archive: gamma";
-        QTest::newRow("no signature") << QByteArray::fromStdString(noSignature.dump()) << 200 << m_gammaZip
-                                      << 200 << "Checksum doesn't match for lens archive: gamma";
     }
 
     void failuresCarryTheirTexts()
@@ -320,17 +291,6 @@ private slots:
         QCOMPARE(m_fixture->count("/archives/slow.zip"), 0);
         QCOMPARE(rig.provider.acquireHelper()->lensId(), QString("gamma"));
         QCOMPARE(rig.provider.acquireHelper()->stage(), NetworkLensAcquireHelper::Idle);
-    }
-
-    void tooManyRequestsGivesOneErrorAndNoResult()
-    {
-        m_fixture->route("/vc/v1/explorer/unlock", 429, "{}");
-        Rig rig(m_fixture->url("/vc/v1"), m_server.publicKey());
-        rig.provider.acquireLens("gamma");
-        QTRY_COMPARE(rig.errors.count(), 1);
-        QTest::qWait(100);
-        QCOMPARE(rig.errors.count(), 1);
-        QCOMPARE(rig.succeeded.count() + rig.failed.count(), 0);
     }
 
 private:

@@ -1,7 +1,6 @@
 #include "httpfixture.h"
 #include "networkmanager.h"
 
-#include <QNetworkAccessManager>
 #include <QSignalSpy>
 #include <QtTest>
 
@@ -148,19 +147,6 @@ private slots:
         QCOMPARE(m_network->pendingCount(), 0);
     }
 
-    void foreignRepliesAreIgnored()
-    {
-        QNetworkAccessManager other;
-        m_fixture->route("/x", 200, "x");
-        QNetworkReply *reply = other.get(QNetworkRequest(QUrl(m_fixture->url("/x"))));
-        QSignalSpy errors(m_network.get(), &NetworkManager::error);
-        QTRY_VERIFY(reply->isFinished());
-        m_network->handleNetworkReply(reply);
-        QCOMPARE(errors.count(), 0);
-        QCOMPARE(m_network->pendingCount(), 0);
-        reply->deleteLater();
-    }
-
     void silentServersAreGivenUp()
     {
         HttpFixture::Response silent;
@@ -210,16 +196,6 @@ private slots:
         const int checks = m_fixture->count("/vc/v1/update/latest");
         QTest::qWait(300);
         QCOMPARE(m_fixture->count("/vc/v1/update/latest"), checks); // timer stopped
-    }
-
-    void sslErrorsAreLogged()
-    {
-        QTest::ignoreMessage(QtCriticalMsg, "SSL error: The certificate has expired");
-        QTest::ignoreMessage(
-            QtCriticalMsg,
-            "SSL error: The host name did not match any of the valid hosts for this certificate");
-        m_network->handleSslErrors(
-            nullptr, {QSslError(QSslError::CertificateExpired), QSslError(QSslError::HostNameMismatch)});
     }
 
 private:
