@@ -3,6 +3,8 @@
 #include "networklensacquirehelper.h"
 #include "networkmanager.h"
 
+#include <QPointer>
+
 Q_LOGGING_CATEGORY(lcLensProvider, "vcam.lenses.provider")
 
 namespace VCam {
@@ -66,7 +68,12 @@ bool NetworkLensProvider::parseLenses(const QByteArray &body, std::vector<LensIn
 Request::Completion NetworkLensProvider::listCompletion(const QString &failureText, ListHandler onSuccess,
                                                         FailureHandler onFailure)
 {
-    return [failureText, onSuccess, onFailure](int status, const QByteArray &body, const QString &failure) {
+    // Answers that arrive after the provider is gone are dropped.
+    QPointer<NetworkLensProvider> self(this);
+    return [self, failureText, onSuccess, onFailure](int status, const QByteArray &body,
+                                                     const QString &failure) {
+        if (!self)
+            return;
         if (!failure.isEmpty() || status / 100 != 2) {
             onFailure(
                 failureText.arg(failure.isEmpty() ? QStringLiteral("HTTP status %1").arg(status) : failure));

@@ -166,6 +166,19 @@ private slots:
         QCOMPARE(results.count() + errors.count(), searches);
     }
 
+    void answersAfterTheProviderIsGoneAreDropped()
+    {
+        HttpFixture::Response slow{200, "{\"lenses\":[]}"};
+        slow.delayMs = 200;
+        m_fixture->route("/vc/v1/explorer/scheduled", slow);
+        NetworkManager network(m_fixture->url("/vc/v1"), {});
+        auto *provider = new NetworkLensProvider(&network, m_cache.path(), m_server.publicKey());
+        provider->requestScheduledLenses();
+        delete provider;
+        QTRY_COMPARE(m_fixture->received().size(), 1);
+        QTRY_COMPARE(network.pendingCount(), 0);
+    }
+
 private:
     LensServerProcess m_server;
     QTemporaryDir m_lenses;
