@@ -29,8 +29,6 @@ bool nearFace(vec4 rect)
 
 vec2 warpFace(vec2 p, vec4 rect, vec2 leftEye, vec2 rightEye)
 {
-    if (!nearFace(rect))
-        return p;
     vec2 l = leftEye * u_resolution;
     vec2 r = rightEye * u_resolution;
     float eyes = distance(l, r);
@@ -47,11 +45,14 @@ void main()
     // evaluates both sides of branches, so per-face work must stay in it.
     vec2 p = v_uv * u_resolution;
     vec2 start = p;
-    for (int i = 0; i < u_faceCount; ++i)
-        p = warpFace(p, u_faceRect[i], u_leftEye[i], u_rightEye[i]);
+    for (int i = 0; i < u_faceCount; ++i) {
+        // A loop, not an if: a software renderer skips a loop that no pixel
+        // of a block enters, while it runs both sides of an if.
+        for (int once = 0; once < 1 && nearFace(u_faceRect[i]); ++once)
+            p = warpFace(p, u_faceRect[i], u_leftEye[i], u_rightEye[i]);
+    }
     // Most of the picture is far from any face: copy it straight through.
-    if (p == start)
-        fragColor = texelFetch(u_input, ivec2(gl_FragCoord.xy), 0);
-    else
+    fragColor = texelFetch(u_input, ivec2(gl_FragCoord.xy), 0);
+    for (int once = 0; once < 1 && p != start; ++once)
         fragColor = texture(u_input, p / u_resolution);
 }

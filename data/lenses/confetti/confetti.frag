@@ -39,13 +39,15 @@ void main()
             continue;
         vec2 cell = floor(q / cellSize) + fl * 31.0;
         float h = hash(cell);
-        if (h > u_amount)
-            continue;
-        vec2 local = fract(q / cellSize) - 0.5 - (vec2(hash(cell + 1.3), hash(cell + 7.1)) - 0.5) * 0.4;
-        float angle = t * (2.0 + h * 8.0) + h * 40.0;
-        vec2 d = mat2(cos(angle), sin(angle), -sin(angle), cos(angle)) * local;
-        vec2 size = vec2(0.26, 0.11) * vec2(abs(sin(t * 4.0 + h * 20.0)) * 0.7 + 0.3, 1.0);
-        if (abs(d.x) < size.x && abs(d.y) < size.y)
-            fragColor = vec4(paper(hash(cell + 3.3)), fade);
+        // A loop rather than an if: a software renderer skips a loop that no
+        // pixel of a block enters, but runs both sides of an if.
+        for (int once = 0; once < 1 && h <= u_amount; ++once) {
+            vec2 local = fract(q / cellSize) - 0.5 - (vec2(hash(cell + 1.3), hash(cell + 7.1)) - 0.5) * 0.4;
+            float angle = t * (2.0 + h * 8.0) + h * 40.0;
+            vec2 d = mat2(cos(angle), sin(angle), -sin(angle), cos(angle)) * local;
+            vec2 size = vec2(0.26, 0.11) * vec2(abs(sin(t * 4.0 + h * 20.0)) * 0.7 + 0.3, 1.0);
+            if (abs(d.x) < size.x && abs(d.y) < size.y)
+                fragColor = vec4(paper(hash(cell + 3.3)), fade);
+        }
     }
 }

@@ -34,18 +34,20 @@ void main()
                            0.12 + 0.3 * hash(vec2(float(b), cycle + 3.0)));
         vec2 d = p - centre - vec2(0.0, lt * lt * 0.03);
         float radius = 0.3 * (1.0 - exp(-lt * 2.5));
-        if (dot(d, d) > (radius + 0.04) * (radius + 0.04))
-            continue;
-        float a = (floor(atan(d.y, d.x) / sector) + 0.5) * sector;
-        vec2 ray = vec2(cos(a), sin(a));
-        vec2 ds = d - ray * radius;
-        float fade = 1.0 - smoothstep(0.6, period - 0.3, lt);
-        vec2 suv = ds / 0.05 + 0.5;
-        float image = all(greaterThan(suv, vec2(0.0))) && all(lessThan(suv, vec2(1.0))) ? texture(u_spark, suv).a : 0.0;
-        float along = dot(d, ray);
-        float across = abs(dot(d, vec2(-ray.y, ray.x)));
-        float trail = along > 0.0 && along < radius ? smoothstep(0.008, 0.0, across) * (along / max(radius, 0.001)) : 0.0;
-        light += burstColour(hash(vec2(cycle + 9.0, float(b)))) * (image * 1.5 + trail * 0.6) * fade;
+        // A loop rather than an if: a software renderer skips a loop that no
+        // pixel of a block enters, but runs both sides of an if.
+        for (int once = 0; once < 1 && dot(d, d) < (radius + 0.04) * (radius + 0.04); ++once) {
+            float a = (floor(atan(d.y, d.x) / sector) + 0.5) * sector;
+            vec2 ray = vec2(cos(a), sin(a));
+            vec2 ds = d - ray * radius;
+            float fade = 1.0 - smoothstep(0.6, period - 0.3, lt);
+            vec2 suv = ds / 0.05 + 0.5;
+            float image = all(greaterThan(suv, vec2(0.0))) && all(lessThan(suv, vec2(1.0))) ? texture(u_spark, suv).a : 0.0;
+            float along = dot(d, ray);
+            float across = abs(dot(d, vec2(-ray.y, ray.x)));
+            float trail = along > 0.0 && along < radius ? smoothstep(0.008, 0.0, across) * (along / max(radius, 0.001)) : 0.0;
+            light += burstColour(hash(vec2(cycle + 9.0, float(b)))) * (image * 1.5 + trail * 0.6) * fade;
+        }
     }
     float alpha = clamp(max(light.r, max(light.g, light.b)), 0.0, 1.0);
     fragColor = vec4(alpha > 0.0 ? clamp(light / alpha, 0.0, 1.0) : vec3(0.0), alpha);
