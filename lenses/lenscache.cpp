@@ -21,7 +21,9 @@ QString readString(const nlohmann::json &object, const char *key)
 } // namespace
 
 LensCache::LensCache(const QString &defaultRoot, const QString &verificationKeyBase64)
-    : m_defaultRoot(defaultRoot), m_root(defaultRoot), m_verificationKey(verificationKeyBase64)
+    : m_defaultRoot(defaultRoot),
+      m_root(defaultRoot.isEmpty() ? QString() : QDir(defaultRoot).absolutePath()),
+      m_verificationKey(verificationKeyBase64)
 {}
 
 bool LensCache::isValidLensId(const LensId &lensId)
@@ -40,7 +42,7 @@ bool LensCache::isValidLensId(const LensId &lensId)
 
 QString LensCache::lensDirectory(const LensId &lensId) const
 {
-    return isValidLensId(lensId) ? m_root + QLatin1Char('/') + lensId : QString();
+    return isValidLensId(lensId) && !m_root.isEmpty() ? m_root + QLatin1Char('/') + lensId : QString();
 }
 
 QString LensCache::lensPath(const LensId &lensId) const
@@ -73,9 +75,15 @@ void LensCache::load(const nlohmann::json &settings)
     const bool sizeOk = size != object.end() && size->is_number_integer() && size->get<qint64>() >= 0;
     m_limit = sizeOk ? size->get<qint64>() * kMebibyte : kDefaultLimitBytes;
     const QString path = readString(object, "cachePath");
-    m_root = QDir::cleanPath(path.isEmpty() ? m_defaultRoot : path);
-    if (!QDir().mkpath(m_root))
-        qCCritical(lcLensCache) << "Can't create the lens cache folder" << m_root;
+    const QString chosen = path.isEmpty() ? m_defaultRoot : path;
+    // Without a root nothing is kept: an empty path must never turn lens
+    // folders into paths relative to the working folder or to "/".
+    m_root = chosen.isEmpty() ? QString() : QDir(chosen).absolutePath();
+    if (m_root.isEmpty() || !QDir().mkpath(m_root)) {
+        qCCritical(lcLensCache) << "Can't create the lens cache folder" << chosen;
+        m_root.clear();
+        return;
+    }
 
     const auto info = object.find("cachedInfo");
     if (info != object.end() && info->is_array()) {

@@ -111,6 +111,8 @@ void NetworkLensAcquireHelper::onArchiveAnswer(const QByteArray &body, const QSt
 QString NetworkLensAcquireHelper::installArchive(const QByteArray &body)
 {
     const QString lensPath = m_cache->lensPath(m_lensId);
+    if (lensPath.isEmpty()) // no usable cache folder
+        return QStringLiteral("Failed to save lens archive");
     const QString zipPath = lensPath + QStringLiteral(".zip");
     QDir(lensPath).removeRecursively(); // leftovers of an earlier attempt would spoil the checksum
     QFile zip(zipPath);

@@ -307,7 +307,8 @@ void NetworkManager::handleNetworkReply(QNetworkReply *reply)
     if (oversized) {
         // The answer may have arrived whole before the abort took effect.
         failure = QStringLiteral("The answer is larger than allowed");
-        qCCritical(lcNetwork).noquote() << "Answer too large for" << call.getUrl().toString(QUrl::RemoveQuery);
+        qCCritical(lcNetwork).noquote()
+            << "Answer too large for" << call.getUrl().toString(QUrl::RemoveQuery);
     } else if (reply->error() != QNetworkReply::NoError) {
         failure = reply->errorString();
         qCCritical(lcNetwork).noquote() << "Network error" << errorKey(reply->error()) << "for"

@@ -54,6 +54,18 @@ private slots:
             QVERIFY(!cache.add(id, "sig", "hint"));
     }
 
+    // An empty or unusable root keeps nothing rather than using "/" or the
+    // working folder.
+    void noRootNoPaths()
+    {
+        LensCache cache(QString(), m_publicKey);
+        cache.load(json::object());
+        QVERIFY(cache.lensPath("abc").isEmpty());
+        QVERIFY(!cache.add("abc", "sig", ""));
+        cache.load({{"cachePath", "/proc/not-a-place/lenses"}});
+        QVERIFY(cache.lensDirectory("abc").isEmpty());
+    }
+
     void addVerifiesTheLens()
     {
         LensCache cache(m_root->path(), m_publicKey);
