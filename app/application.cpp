@@ -6,12 +6,15 @@
 #include "terminationwatcher.h"
 
 #include <QCommandLineParser>
+#include <QCryptographicHash>
 #include <QDir>
 #include <QFileInfo>
 #include <QLoggingCategory>
 #include <QQmlApplicationEngine>
 #include <QQmlContext>
 #include <QQuickWindow>
+#include <QStandardPaths>
+#include <QSysInfo>
 #include <actionprovider.h>
 #include <actiontypes.h>
 #include <applicationstore.h>
@@ -19,11 +22,19 @@
 #include <coreservice.h>
 #include <corestore.h>
 #include <dispatcher.h>
+#include <favoriteslensmodel.h>
+#include <glintdeployment.h>
 #include <lenscommand.h>
+#include <lensinfostorage.h>
+#include <lensstore.h>
 #include <logmiddleware.h>
 #include <metatypes.h>
+#include <networklensprovider.h>
+#include <networkmanager.h>
 #include <previewoutput.h>
+#include <qmlnetworkaccessmanagerfactory.h>
 #include <qquicknonblockingpresscatcher.h>
+#include <recentslensproxymodel.h>
 
 Q_LOGGING_CATEGORY(lcApp, "glint.app")
 
@@ -95,13 +106,47 @@ void Application::createServices()
     m_dispatcher = std::make_shared<Bureau::Dispatcher>();
     m_actionProvider = std::make_shared<ActionProvider>(m_dispatcher);
     m_keyHelper = std::make_shared<KeyHelper>();
+    m_lensInfoStorage = std::make_shared<LensInfoStorage>();
+    // Until installations carry an identifier of their own, one derived from
+    // the machine stands for it: stable across runs, nothing personal in it.
+    const QString installationId =
+        QString::fromLatin1(QCryptographicHash::hash(QSysInfo::machineUniqueId() + applicationName().toUtf8(),
+                                                     QCryptographicHash::Sha256)
+                                .toHex()
+                                .left(32));
+    m_network = std::make_shared<NetworkManager>(NetworkManager::defaultBaseUrl(),
+                                                 [installationId] { return installationId; });
+}
+
+void Application::createLensStore()
+{
+    const QString cacheRoot =
+        QStandardPaths::writableLocation(QStandardPaths::AppDataLocation) + QStringLiteral("/lenses");
+    auto *provider = new NetworkLensProvider(
+        m_network.get(), cacheRoot, QString::fromStdString(glint::deployment(glint::kLensVerificationKey)));
+    m_lensStore = std::make_shared<LensStore>(m_dispatcher, provider, &provider->cache(), m_network.get(),
+                                              m_lensInfoStorage.get());
+    m_stores["lenses"] = m_lensStore;
 }
 
 void Application::createStores()
 {
     // Hotkeys and the update check are not available in this build yet; the
     // store keeps their settings untouched until they are.
+    createLensStore();
     m_coreStore = std::make_shared<CoreStore>(m_dispatcher, new CoreService());
+    m_coreStore->setGlintcodeFetcher(
+        [network = m_network, storage = m_lensInfoStorage](const LensId &lensId, auto done) {
+            const QUrl url(storage->info(lensId).glintcodeUrl);
+            if (url.isEmpty()) {
+                done(QImage(), QStringLiteral("no code image known for lens %1").arg(lensId));
+                return;
+            }
+            network->download(url, [done](int, const QByteArray &body, const QString &error) {
+                const QImage image = QImage::fromData(body);
+                done(image, error.isEmpty() && image.isNull() ? QStringLiteral("not an image") : error);
+            });
+        });
     m_stores["core"] = m_coreStore;
     m_applicationStore = std::make_shared<ApplicationStore>(m_dispatcher, nullptr, nullptr);
     m_stores["settings"] = m_applicationStore;
@@ -156,6 +201,7 @@ void Application::setContextProperties()
     context->setContextProperty(QStringLiteral("actionProvider"), m_actionProvider.get());
     context->setContextProperty(QStringLiteral("applicationStore"), m_applicationStore.get());
     context->setContextProperty(QStringLiteral("coreStore"), m_coreStore.get());
+    context->setContextProperty(QStringLiteral("lensStore"), m_lensStore.get());
     context->setContextProperty(QStringLiteral("keyHelper"), m_keyHelper.get());
     context->setContextProperty(QStringLiteral("resizeHelper"), m_resizeHelper.get());
 }
@@ -173,6 +219,19 @@ void Application::registerQmlTypes()
                                                    "NonBlockingPressCatcher");
     qmlRegisterUncreatableType<CoreStore>("VCam", 1, 0, "CoreStore",
                                           QStringLiteral("Use the coreStore property"));
+    qmlRegisterUncreatableType<LensStore>("Mirage", 1, 0, "Lens",
+                                          QStringLiteral("Use the lensStore property"));
+    qmlRegisterUncreatableType<LensInfoStorage>("Mirage", 1, 0, "LensInfo",
+                                                QStringLiteral("LensInfo holds the lens roles"));
+    qmlRegisterUncreatableType<FavoritesLensModel>("Mirage", 1, 0, "FavoritesLensModel",
+                                                   QStringLiteral("Use lensStore.favoriteLensesModel"));
+    qmlRegisterUncreatableType<RecentsLensProxyModel>("Mirage", 1, 0, "RecentsLensProxyModel",
+                                                      QStringLiteral("Use lensStore.recentsLensModel"));
+    qRegisterMetaType<BaseLensModel *>("BaseLensModel*");
+    qRegisterMetaType<FavoritesLensModel *>("FavoritesLensModel*");
+    qRegisterMetaType<RecentsLensProxyModel *>("RecentsLensProxyModel*");
+    m_networkFactory = std::make_unique<QmlNetworkAccessManagerFactory>();
+    m_engine->setNetworkAccessManagerFactory(m_networkFactory.get());
 }
 
 void Application::onObjectCreated(QObject *object, const QUrl &)

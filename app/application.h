@@ -20,6 +20,10 @@ class ApplicationStore;
 class CoreStore;
 class PreviewOutput;
 class KeyHelper;
+class LensInfoStorage;
+class LensStore;
+class NetworkManager;
+class QmlNetworkAccessManagerFactory;
 class ResizeHelper;
 class Settings;
 class Store;
@@ -60,6 +64,7 @@ private:
     void setupQml();
     void registerQmlTypes();
     void setContextProperties();
+    void createLensStore();
     void applyDeveloperLens();
     PreviewOutput *findPreview() const;
 
@@ -67,6 +72,10 @@ private:
     std::shared_ptr<Bureau::Dispatcher> m_dispatcher;
     std::shared_ptr<ActionProvider> m_actionProvider;
     std::shared_ptr<KeyHelper> m_keyHelper;
+    std::shared_ptr<LensInfoStorage> m_lensInfoStorage;
+    std::shared_ptr<NetworkManager> m_network;
+    std::shared_ptr<LensStore> m_lensStore;
+    std::unique_ptr<QmlNetworkAccessManagerFactory> m_networkFactory;
     std::map<QByteArray, std::shared_ptr<Store>> m_stores;
     std::shared_ptr<ApplicationStore> m_applicationStore;
     std::shared_ptr<CoreStore> m_coreStore;
