@@ -218,10 +218,17 @@ QUrl NetworkManager::getRefreshUrl() const
     return QUrl(m_baseUrl + QStringLiteral("/stream/authorize/refresh"));
 }
 
+// Whatever Twitch answers, the token is forgotten and the login counts as lost.
 void NetworkManager::revokeTwitchToken(Completion done)
 {
     const QNetworkRequest request(getRevocationUrl());
-    send(request, Verb::Post, {}, Request(request.url(), RequestType::TwitchRevoke, std::move(done)),
+    auto revoked = [this, done](int status, const QByteArray &body, const QString &failure) {
+        m_accessToken.clear();
+        if (done)
+            done(status, body, failure);
+        emit authorizationLost();
+    };
+    send(request, Verb::Post, {}, Request(request.url(), RequestType::TwitchRevoke, revoked),
          kMaxJsonAnswerBytes);
 }
 

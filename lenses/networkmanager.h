@@ -75,7 +75,7 @@ public:
     // Twitch authorisation through the backend, revocation at Twitch.
     void exchangeTwitchCode(const QString &code, const QString &redirectUri, Completion done);
     void refreshTwitchToken(const QString &refreshToken, Completion done);
-    void revokeTwitchToken(Completion done);
+    void revokeTwitchToken(Completion done); // then clears the token, emits authorizationLost
     // A Helix call with "Bearer" authorisation; path is relative to Helix.
     void requestHelix(const QString &pathAndQuery, Completion done);
     QUrl getAuthorizationUrl() const;

@@ -100,6 +100,46 @@ private slots:
         QVERIFY(!find("/vc/v1/explorer/lenses").body.contains(' '));
     }
 
+    // Twitch calls: authorisation headers, user lookup, revocation and a
+    // failed refresh, which both end the login.
+    void twitchCalls()
+    {
+        qputenv("GLINT_TWITCH_OAUTH_URL", m_fixture->url("/oauth2").toUtf8());
+        qputenv("GLINT_TWITCH_HELIX_URL", m_fixture->url("/helix").toUtf8());
+        qputenv("GLINT_TWITCH_CLIENT_ID", "client-1");
+        m_fixture->route("/oauth2/validate", 200, R"({"login":"streamer","user_id":"77"})");
+        m_fixture->route("/oauth2/revoke", 200, "");
+        m_fixture->route("/helix/users/extensions/list", 200, "{}");
+        m_fixture->route("/vc/v1/stream/authorize/refresh", 401, "{}");
+        QSignalSpy user(m_network.get(), &NetworkManager::twitchUserIdReceived);
+        QSignalSpy lost(m_network.get(), &NetworkManager::authorizationLost);
+        m_network->setAccessToken("tok");
+        Answer helix, revoke, refresh;
+        m_network->requestTwitchUserId();
+        m_network->requestHelix("users/extensions/list", recorder(helix));
+        QTRY_VERIFY(helix.called && user.count() == 1);
+        QCOMPARE(user.first(), (QList<QVariant>{"streamer", "77"}));
+        m_network->refreshTwitchToken("refresh-1", recorder(refresh));
+        QTRY_COMPARE(lost.count(), 1);
+        QVERIFY(!refresh.called);
+        m_network->revokeTwitchToken(recorder(revoke));
+        QTRY_VERIFY(revoke.called);
+        QCOMPARE(lost.count(), 2);
+        QVERIFY(m_network->accessToken().isEmpty());
+
+        const auto &got = m_fixture->received();
+        const int validate = got[0].target == "/oauth2/validate" ? 0 : 1;
+        QCOMPARE(got[validate].headers.value("authorization"), QByteArray("OAuth tok"));
+        QCOMPARE(got[1 - validate].headers.value("authorization"), QByteArray("Bearer tok"));
+        QVERIFY(!got[validate].headers.contains("x-installation-id"));
+        QCOMPARE(bodyOf(got[2]),
+                 json({{"twitch", {{"client_id", "client-1"}, {"refresh_token", "refresh-1"}}}}));
+        QCOMPARE(got[3].method, QByteArray("POST"));
+        QCOMPARE(got[3].target, QByteArray("/oauth2/revoke?client_id=client-1&token=tok"));
+        QVERIFY(m_network->getAuthorizationUrl().toString().startsWith(
+            m_fixture->url("/oauth2/authorize?client_id=client-1&")));
+    }
+
     void plainDownloadsCarryNoBackendHeaders()
     {
         m_fixture->route("/files/a.zip", 200, "archive bytes");
