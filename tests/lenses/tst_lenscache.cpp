@@ -27,33 +27,6 @@ private slots:
         m_signatures.clear();
     }
 
-    void lensIdsAreCheckedBeforeUse_data()
-    {
-        QTest::addColumn<QString>("id");
-        QTest::addColumn<bool>("valid");
-        QTest::newRow("plain") << "big-eyes" << true;
-        QTest::newRow("128 chars") << QString(128, 'a') << true;
-        QTest::newRow("129 chars") << QString(129, 'a') << false;
-        QTest::newRow("empty") << "" << false;
-        QTest::newRow("invalid id") << "-1" << false;
-        QTest::newRow("dot dot") << ".." << false;
-        QTest::newRow("slash") << "a/b" << false;
-        QTest::newRow("backslash") << "a\\b" << false;
-    }
-
-    void lensIdsAreCheckedBeforeUse()
-    {
-        QFETCH(QString, id);
-        QFETCH(bool, valid);
-        LensCache cache(m_root->path(), m_publicKey);
-        QCOMPARE(LensCache::isValidLensId(id), valid);
-        QCOMPARE(cache.lensPath(id).isEmpty(), !valid);
-        if (valid)
-            QCOMPARE(cache.lensPath(id), m_root->path() + "/" + id + "/lens");
-        else
-            QVERIFY(!cache.add(id, "sig", "hint"));
-    }
-
     // An empty or unusable root keeps nothing rather than using "/" or the
     // working folder.
     void noRootNoPaths()
@@ -64,42 +37,6 @@ private slots:
         QVERIFY(!cache.add("abc", "sig", ""));
         cache.load({{"cachePath", "/proc/not-a-place/lenses"}});
         QVERIFY(cache.lensDirectory("abc").isEmpty());
-    }
-
-    void addVerifiesTheLens()
-    {
-        LensCache cache(m_root->path(), m_publicKey);
-        placeLens(cache, "good", 0);
-        QVERIFY(cache.add("good", m_signatures["good"], "hint-good"));
-        QVERIFY(cache.contains("good"));
-        QCOMPARE(cache.hintId("good"), "hint-good");
-        QCOMPARE(cache.totalSize(), LensCache::folderSize(cache.lensPath("good")));
-
-        placeLens(cache, "forged", 0);
-        QVERIFY(!cache.add("forged", m_signatures["good"], "hint"));
-        QVERIFY(!cache.contains("forged"));
-        QVERIFY(!QFileInfo::exists(cache.lensDirectory("forged")));
-        QCOMPARE(cache.lensIds(), QStringList{"good"});
-    }
-
-    void changedLensFailsAndIsRemoved()
-    {
-        LensCache cache(m_root->path(), m_publicKey);
-        placeLens(cache, "victim", 0);
-        QVERIFY(cache.add("victim", m_signatures["victim"], ""));
-        QVERIFY(cache.verify("victim", false));
-        QVERIFY(!cache.verify("unknown", true));
-
-        QFile file(cache.lensPath("victim") + "/shaders/tint.frag");
-        QVERIFY(file.open(QIODevice::Append));
-        file.write("\n// changed");
-        file.close();
-        QVERIFY(!cache.verify("victim", false));
-        QVERIFY(QFileInfo::exists(cache.lensPath("victim")));
-        QVERIFY(!cache.verify("victim", true));
-        QVERIFY(!QFileInfo::exists(cache.lensDirectory("victim")));
-        QVERIFY(!cache.contains("victim"));
-        QCOMPARE(cache.totalSize(), 0);
     }
 
     // Least recently used lenses go first, the active lens never.
