@@ -75,6 +75,8 @@ Item {
                     }
                 }
             }
+
+            LensSettings { Layout.fillWidth: true }
         }
     }
 }

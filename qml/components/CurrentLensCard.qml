@@ -1,0 +1,81 @@
+import QtQuick 2.15
+import QtQuick.Layouts 1.15
+import Style 1.0
+import BusyIndicator 1.0
+
+// The lens on the camera now: name, author, its hint and its download.
+Rectangle {
+    id: card
+    objectName: "currentLensCard"
+    property string hint
+    readonly property var lens: lensStore.currentLens
+    readonly property bool hasLens: lens.lensId !== undefined && lens.lensId !== "-1"
+
+    implicitHeight: hasLens ? row.implicitHeight + 20 : 0
+    visible: hasLens
+    radius: Style.radius
+    color: Style.panelRaised
+    border.color: lensStore.state === 3 ? Style.warning : Style.border
+
+    Connections {
+        target: lensStore
+        function onShowHintRequested(text, autoHide) {
+            card.hint = text
+            hideTimer.restart()
+            hideTimer.running = autoHide
+        }
+        function onHideHintRequested() { card.hint = "" }
+        function onCurrentLensChanged() { if (!card.hasLens) card.hint = "" }
+    }
+    Timer { id: hideTimer; interval: 5000; onTriggered: card.hint = "" }
+
+    RowLayout {
+        id: row
+        anchors.fill: parent
+        anchors.margins: 10
+        spacing: 10
+        Rectangle {
+            width: 44; height: 44
+            radius: 8
+            color: card.lens.mainColor || Style.panel
+            Image { anchors.fill: parent; anchors.margins: 4; source: card.lens.iconUrl || ""; fillMode: Image.PreserveAspectFit }
+            BusyIndicator { anchors.fill: parent; visible: lensStore.acquiring }
+        }
+        ColumnLayout {
+            Layout.fillWidth: true
+            spacing: 2
+            Text {
+                objectName: "currentLensTitle"
+                Layout.fillWidth: true
+                text: card.lens.title || card.lens.lensId || ""
+                color: Style.text
+                font.weight: Font.DemiBold
+                elide: Text.ElideRight
+            }
+            Text {
+                Layout.fillWidth: true
+                text: lensStore.acquiring ? qsTr("Downloading\u2026")
+                      : lensStore.state === 3 ? qsTr("This lens could not be loaded")
+                      : (card.lens.author ? qsTr("by %1").arg(card.lens.author) : "")
+                color: lensStore.state === 3 ? Style.warning : Style.textMuted
+                font.pixelSize: Style.fontSmall
+                elide: Text.ElideRight
+            }
+            Text {
+                objectName: "lensHint"
+                Layout.fillWidth: true
+                visible: card.hint.length > 0
+                text: card.hint
+                color: Style.accentBright
+                font.pixelSize: Style.fontSmall
+                font.weight: Font.DemiBold
+                wrapMode: Text.WordWrap
+            }
+        }
+        AccentButton {
+            primary: false
+            text: qsTr("Off")
+            onClicked: actionProvider.setActiveLens("-1", 1)
+        }
+    }
+}
