@@ -221,7 +221,8 @@ QUrl NetworkManager::getRefreshUrl() const
 // Whatever Twitch answers, the token is forgotten and the login counts as lost.
 void NetworkManager::revokeTwitchToken(Completion done)
 {
-    const QNetworkRequest request(getRevocationUrl());
+    QNetworkRequest request(getRevocationUrl());
+    request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArray("application/x-www-form-urlencoded"));
     auto revoked = [this, done](int status, const QByteArray &body, const QString &failure) {
         m_accessToken.clear();
         if (done)

@@ -27,7 +27,9 @@ void HttpFixture::onNewConnection()
     while (QTcpSocket *socket = m_server.nextPendingConnection()) {
         socket->setParent(this);
         connect(socket, &QTcpSocket::readyRead, this, [this, socket] { onReadyRead(socket); });
-        connect(socket, &QTcpSocket::disconnected, socket, [this, socket] {
+        // Context this: the connection goes before the sockets (children) when
+        // the fixture is destroyed, so the handler never sees a dead fixture.
+        connect(socket, &QTcpSocket::disconnected, this, [this, socket] {
             m_buffers.remove(socket);
             socket->deleteLater();
         });
