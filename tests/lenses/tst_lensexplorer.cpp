@@ -1,0 +1,202 @@
+// Drives the real program's lens explorer on the X display of the test run:
+// search for a lens, apply it, mark it favourite; screenshots of the
+// explorer, the lens details and the settings page are kept as artefacts.
+#include "lensserverprocess.h"
+
+#include <QImage>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QtTest>
+
+namespace {
+
+const QString kArtifacts = QStringLiteral(GLINT_ARTIFACTS_DIR);
+
+QString run(const QString &program, const QStringList &args)
+{
+    QProcess process;
+    process.start(program, args);
+    process.waitForFinished(15000);
+    return QString::fromLocal8Bit(process.readAllStandardOutput()).trimmed();
+}
+
+QString readFile(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
+}
+
+template <typename Condition> bool waitFor(Condition condition, int timeoutMs = 15000)
+{
+    QElapsedTimer clock;
+    clock.start();
+    while (clock.elapsed() < timeoutMs) {
+        if (condition())
+            return true;
+        QTest::qWait(150);
+    }
+    return condition();
+}
+
+QImage grab(const QString &window, const QString &name)
+{
+    QDir().mkpath(kArtifacts);
+    const QString file = kArtifacts + "/" + name + ".png";
+    QProcess::execute("import", {"-window", window, file});
+    return QImage(file);
+}
+
+// Mean colour saturation (0-255) of the middle of the camera picture.
+double saturation(const QImage &image)
+{
+    if (image.isNull())
+        return -1;
+    const QRect area(image.width() * 20 / 100, image.height() * 35 / 100, image.width() * 40 / 100,
+                     image.height() * 35 / 100);
+    double sum = 0;
+    int count = 0;
+    for (int y = area.top(); y < area.bottom(); y += 5)
+        for (int x = area.left(); x < area.right(); x += 5, ++count)
+            sum += QColor(image.pixel(x, y)).hsvSaturation();
+    return count ? sum / count : -1;
+}
+
+void click(const QString &window, int x, int y, int button = 1)
+{
+    QProcess::execute("xdotool", {"mousemove", "--window", window, QString::number(x), QString::number(y),
+                                  "click", QString::number(button)});
+}
+
+void keys(const QString &window, const QStringList &arguments)
+{
+    QProcess::execute("xdotool", {"windowfocus", "--sync", window});
+    QTest::qWait(100);
+    QProcess::execute("xdotool", arguments);
+}
+
+} // namespace
+
+class TestLensExplorer : public QObject
+{
+    Q_OBJECT
+    QTemporaryDir home;
+    LensServerProcess server;
+    QProcess app;
+    QString appDir() const { return home.filePath("config/Glint/Glint Camera"); }
+    QString log() const { return readFile(appDir() + "/Log.txt"); }
+
+private slots:
+    void initTestCase()
+    {
+        if (qEnvironmentVariableIsEmpty("DISPLAY"))
+            QSKIP("needs an X display (the test command runs the suite under xvfb-run)");
+        if (run("xdotool", {"version"}).isEmpty())
+            QSKIP("needs xdotool");
+        QVERIFY(QFile::exists(GLINT_APP_BINARY));
+        QVERIFY(server.isReady());
+        QStringList lenses;
+        for (const char *name : {"film-noir", "party-hat", "sunglasses", "retro-vhs"})
+            lenses << QStringLiteral(GLINT_SAMPLE_LENSES "/") + name;
+        QVERIFY(server.import(lenses, true));
+        QVERIFY(server.start());
+    }
+
+    void cleanupTestCase()
+    {
+        if (app.state() != QProcess::NotRunning) {
+            app.kill();
+            app.waitForFinished(5000);
+        }
+    }
+
+    void searchApplyAndFavourite()
+    {
+        QVERIFY(QDir().mkpath(appDir()));
+        QFile settings(appDir() + "/settings.json");
+        QVERIFY(settings.open(QIODevice::WriteOnly));
+        settings.write(R"({"settings": {"show_onboarding": false}})");
+        settings.close();
+
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert("XDG_CONFIG_HOME", home.filePath("config"));
+        env.insert("XDG_DATA_HOME", home.filePath("data"));
+        env.insert("XDG_CACHE_HOME", home.filePath("cache"));
+        env.insert("GLINT_BACKEND_URL", server.baseUrl());
+        env.insert("GLINT_LENS_VERIFICATION_KEY", server.publicKey());
+        env.insert("QT_QPA_PLATFORM", "xcb");
+        app.setProcessEnvironment(env);
+        app.start(QStringLiteral(GLINT_APP_BINARY), QStringList{});
+
+        QString window;
+        QVERIFY(waitFor([&] {
+            window = run("xdotool", {"search", "--onlyvisible", "--pid", QString::number(app.processId())})
+                         .section('\n', 0, 0);
+            return !window.isEmpty();
+        }));
+        QVERIFY2(waitFor([&] { return log().contains("glint.actions: Started"); }, 30000),
+                 qPrintable(log().right(2000) + app.readAllStandardError().right(2000)));
+        const QStringList size = run("xdotool", {"getwindowgeometry", "--shell", window})
+                                     .split('\n')
+                                     .filter(QRegularExpression("^(WIDTH|HEIGHT)="));
+        QCOMPARE(size.size(), 2);
+        const int width = size[0].section('=', 1).toInt();
+        const int height = size[1].section('=', 1).toInt();
+
+        // The camera picture is in colour before any lens.
+        QVERIFY(waitFor([&] { return saturation(grab(window, "lens-explorer")) > 40; }));
+
+        keys(window, {"key", "--clearmodifiers", "ctrl+f"});
+        QProcess::execute("xdotool", {"type", "--delay", "60", "noir"});
+        QVERIFY(waitFor([&] { return log().contains("SetSearchFilter QVariant(QString, noir)"); }));
+        QTest::qWait(1500); // the answer and the tile's icon
+        grab(window, "lens-explorer-search");
+
+        // The first result sits at the top left of the lens panel.
+        const int tileX = width - 292;
+        click(window, tileX, 160);
+        QVERIFY(waitFor([&] {
+            return log().contains("SetActiveLensId QVariant(VCam::LensCommand, LensCommand(film-noir");
+        }));
+        QVERIFY(waitFor(
+            [&] {
+                return log().contains(
+                    "SetCoreProcessingLens QVariant(VCam::LensCommand, LensCommand(film-noir");
+            },
+            30000));
+        // Applied: the picture turns black and white.
+        QVERIFY(waitFor([&] { return saturation(grab(window, "lens-explorer-applied")) < 8; }, 30000));
+
+        // The details of the lens (the current lens card now sits above the
+        // search field, so the tile moved down), then the favourite button.
+        click(window, tileX, 236, 3);
+        QTest::qWait(800);
+        grab(window, "lens-details");
+        click(window, width / 2 - 10, height / 2 + 112);
+        QVERIFY(waitFor([&] { return log().contains("SetLensFavorite"); }));
+        QTest::qWait(300);
+        grab(window, "lens-details-favourite");
+        keys(window, {"key", "Escape"});
+
+        keys(window, {"key", "--clearmodifiers", "ctrl+comma"});
+        QVERIFY(waitFor([&] { return log().contains("OpenSettingsPage"); }));
+        QTest::qWait(500);
+        grab(window, "settings-lenses");
+
+        keys(window, {"key", "--clearmodifiers", "ctrl+q"});
+        QVERIFY(app.waitForFinished(20000));
+        QCOMPARE(app.exitCode(), 0);
+        const QJsonObject lensesSection =
+            QJsonDocument::fromJson(readFile(appDir() + "/settings.json").toUtf8())
+                .object()["lenses"]
+                .toObject();
+        QCOMPARE(lensesSection["favorites"].toArray(), QJsonArray{"film-noir"});
+        QCOMPARE(lensesSection["recents"].toArray().first().toObject()["lensId"].toString(),
+                 QString("film-noir"));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestLensExplorer)
+#include "tst_lensexplorer.moc"
