@@ -70,6 +70,7 @@ LensStore::LensStore(std::shared_ptr<Bureau::Dispatcher> dispatcher, LensProvide
             emit currentLensChanged();
     });
     connectProvider();
+    connect(m_network, &NetworkManager::networkStateChanged, this, &LensStore::onNetworkStateChanged);
 }
 
 LensStore::~LensStore() = default;
@@ -334,10 +335,30 @@ void LensStore::onStarted()
                 known.push_back(id);
     if (!known.empty())
         m_provider->requestLensesInfo(known);
+    m_started = true;
+    requestCatalogue();
+    dispatch(int(ActionType::NotifyFavoriteLensesCounted), m_favorites->rowCount());
+}
+
+void LensStore::requestCatalogue()
+{
     beginFetch();
     m_provider->requestScheduledLenses();
     fetchCommunityLenses();
-    dispatch(int(ActionType::NotifyFavoriteLensesCounted), m_favorites->rowCount());
+}
+
+bool LensStore::online() const
+{
+    return m_network->isOnline();
+}
+
+void LensStore::onNetworkStateChanged(bool isOnline)
+{
+    emit onlineChanged();
+    // Lists that failed while the backend was out of reach are asked for
+    // again once it answers.
+    if (isOnline && m_started && !m_catalogueError.isEmpty() && !fetching())
+        requestCatalogue();
 }
 
 void LensStore::onToggleLens(const QVariant &payload)
@@ -545,6 +566,10 @@ void LensStore::catalogueAnswered(const QString &error)
 
 void LensStore::setCatalogueError(const QString &error)
 {
+    // A failed list may mean the backend is out of reach: the client then
+    // checks until it answers again, and the lists are asked for anew.
+    if (!error.isEmpty() && m_network->isOnline())
+        m_network->updateNetworkStatus();
     if (error == m_catalogueError)
         return;
     m_catalogueError = error;

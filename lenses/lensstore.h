@@ -54,6 +54,7 @@ class LensStore : public Store
     Q_PROPERTY(bool acquiring READ acquiring NOTIFY isAcquiringChanged)
     Q_PROPERTY(QString catalogueError READ catalogueError NOTIFY catalogueErrorChanged)
     Q_PROPERTY(QString searchError READ searchError NOTIFY searchErrorChanged)
+    Q_PROPERTY(bool online READ online NOTIFY onlineChanged)
 public:
     // What the interface shows about the current lens.
     enum State { NoLens = 0, Acquiring = 1, Applied = 2, Failed = 3 };
@@ -87,6 +88,7 @@ public:
     bool acquiring() const { return m_acquiring; }
     QString catalogueError() const { return m_catalogueError; }
     QString searchError() const { return m_searchError; }
+    bool online() const;
     QTimer *refreshTimer() const { return m_refreshTimer; }
 
     Q_INVOKABLE QVariantMap getLensInfo(const QString &lensId) const;
@@ -121,6 +123,7 @@ signals:
     void reportLensError(const QString &message);
     void catalogueErrorChanged();
     void searchErrorChanged();
+    void onlineChanged();
 
 private:
     void connectProvider();
@@ -139,6 +142,8 @@ private:
     void onLensAcquireFailed(const LensId &lensId, const QString &reason);
     void onLensesInfo(const std::set<LensId> &invalidIds, const std::vector<LensInfo> &lenses);
     void onCommunityPage(const std::vector<LensInfo> &lenses);
+    void onNetworkStateChanged(bool isOnline);
+    void requestCatalogue();
     void refreshCurrentLens();
     void storeLenses(const std::vector<LensInfo> &lenses);
     void setAcquiring(bool value);
@@ -175,6 +180,7 @@ private:
     int m_pendingInitAnswers = 2; // featured list and first community page
     int m_pendingFetches = 0;
     bool m_communityInFlight = false;
+    bool m_started = false;
 };
 
 } // namespace VCam

@@ -84,9 +84,11 @@ Rectangle {
             font.pixelSize: Style.fontSmall
             text: panel.searching && lensStore.searchError.length > 0
                   ? qsTr("Search failed. %1").arg(lensStore.searchError)
-                  : lensStore.catalogueError.length > 0
-                    ? qsTr("The lens catalogue can't be reached right now. Check your connection; lenses you used before still work.")
-                    : ""
+                  : !lensStore.online
+                    ? qsTr("You are offline: the lens catalogue can't be reached. Lenses you used before still work; the lists come back once the connection does.")
+                    : lensStore.catalogueError.length > 0
+                      ? qsTr("The lens catalogue answered with an error. %1").arg(lensStore.catalogueError)
+                      : ""
         }
 
         TabBar {

@@ -11,7 +11,6 @@
 #include <QClipboard>
 #include <QGuiApplication>
 #include <QSignalSpy>
-#include <QTcpServer>
 #include <QTemporaryDir>
 #include <QtTest>
 #include <actiontypes.h>
@@ -292,18 +291,24 @@ private slots:
                  otherCache.path());
     }
 
-    void offlineCatalogue()
+    void offlineCatalogueComesBack()
     {
-        QTcpServer closed;
-        QVERIFY(closed.listen(QHostAddress::LocalHost, 0));
-        const QString url = QStringLiteral("http://127.0.0.1:%1/vc/v1").arg(closed.serverPort());
-        closed.close();
-        Rig rig(url, m_cache.path(), m_server.publicKey());
+        m_server.stop();
+        Rig rig(m_server.baseUrl(), m_cache.path(), m_server.publicKey());
+        rig.network.setRecheckInterval(200);
+        QSignalSpy online(rig.store.get(), &LensStore::onlineChanged);
         rig.send(ActionType::Started);
         QTRY_VERIFY(!rig.store->initing());
-        QVERIFY(!rig.store->fetching());
         QVERIFY(rig.store->catalogueError().startsWith("Failed to receive"));
         QCOMPARE(rig.store->featuredLensModel()->rowCount(), 0);
+        QTRY_VERIFY(!rig.store->online());
+
+        QVERIFY(m_server.start()); // the same port as before
+        QTRY_VERIFY_WITH_TIMEOUT(rig.store->online(), 10000);
+        QTRY_COMPARE(rig.store->featuredLensModel()->rowCount(), 2);
+        QTRY_COMPARE(rig.store->catalogueError(), QString());
+        QVERIFY(rig.store->topCommunityLensModel()->rowCount() >= 7);
+        QCOMPARE(online.count(), 2);
     }
 
     void codeImageLinkAndReport()
