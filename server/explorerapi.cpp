@@ -2,6 +2,7 @@
 
 #include "apicontext.h"
 #include "apierror.h"
+#include "deferredrejection.h"
 #include "jsonbody.h"
 
 #include <ctime>
@@ -104,9 +105,11 @@ void ExplorerApi::install(httplib::Server &server, const ApiContext &context)
     const ApiContext *ctx = &context;
     server.Get(base + "/scheduled", [ctx](const auto &req, auto &res) { featured(*ctx, req, res); });
     server.Get(base + "/top", [ctx](const auto &req, auto &res) { top(*ctx, req, res); });
-    server.Post(base + "/search", [ctx](const auto &req, auto &res) { search(*ctx, req, res); });
+    server.Post(base + "/search",
+                DeferredRejection::guard([ctx](const auto &req, auto &res) { search(*ctx, req, res); }));
     server.Get(base + "/unlock", [ctx](const auto &req, auto &res) { unlock(*ctx, req, res); });
-    server.Post(base + "/lenses", [ctx](const auto &req, auto &res) { lookup(*ctx, req, res); });
+    server.Post(base + "/lenses",
+                DeferredRejection::guard([ctx](const auto &req, auto &res) { lookup(*ctx, req, res); }));
 }
 
 } // namespace glint::server

@@ -5,6 +5,7 @@
 #include "catalogue.h"
 #include "crashsink.h"
 #include "database.h"
+#include "deferredrejection.h"
 #include "eventstore.h"
 #include "explorerapi.h"
 #include "lensimporter.h"
@@ -143,7 +144,12 @@ void LensServer::installHandlers()
                            "the X-Installation-Id header must hold this installation's id");
             return httplib::Server::HandlerResponse::Handled;
         }
+        DeferredRejection::clear();
         if (!m_limiter->allow(identified ? installation : "address " + req.remote_addr)) {
+            if (DeferredRejection::hasBody(req)) {
+                DeferredRejection::mark(); // answered once the body is read
+                return httplib::Server::HandlerResponse::Unhandled;
+            }
             ApiError::send(res, 429, "too_many_requests", "Too many requests, please try again later");
             return httplib::Server::HandlerResponse::Handled;
         }

@@ -2,6 +2,7 @@
 
 #include "apicontext.h"
 #include "apierror.h"
+#include "deferredrejection.h"
 #include "jsonbody.h"
 
 #include <httplib.h>
@@ -204,16 +205,20 @@ void ServiceApi::install(httplib::Server &server, const ApiContext &context)
 {
     const std::string base = "/vc/v1";
     const ApiContext *ctx = &context;
-    server.Post(base + "/reporting/lens", [ctx](const auto &req, auto &res) { report(*ctx, req, res); });
-    server.Post(base + "/stream/event", [ctx](const auto &req, auto &res) { streamEvent(*ctx, req, res); });
-    server.Post(base + "/stream/authorize", [ctx](const auto &req, auto &res) { authorize(*ctx, req, res); });
+    server.Post(base + "/reporting/lens",
+                DeferredRejection::guard([ctx](const auto &req, auto &res) { report(*ctx, req, res); }));
+    server.Post(base + "/stream/event",
+                DeferredRejection::guard([ctx](const auto &req, auto &res) { streamEvent(*ctx, req, res); }));
+    server.Post(base + "/stream/authorize",
+                DeferredRejection::guard([ctx](const auto &req, auto &res) { authorize(*ctx, req, res); }));
     server.Post(base + "/stream/authorize/refresh",
-                [ctx](const auto &req, auto &res) { refresh(*ctx, req, res); });
+                DeferredRejection::guard([ctx](const auto &req, auto &res) { refresh(*ctx, req, res); }));
     server.Get(base + "/update/latest", [ctx](const auto &req, auto &res) { latestVersion(*ctx, req, res); });
     server.Get(base + "/update/download",
                [ctx](const auto &req, auto &res) { downloadAddress(*ctx, req, res); });
     server.Get("/download", [ctx](const auto &req, auto &res) { downloadPage(*ctx, req, res); });
-    server.Post(base + "/analytics", [ctx](const auto &req, auto &res) { analytics(*ctx, req, res); });
+    server.Post(base + "/analytics",
+                DeferredRejection::guard([ctx](const auto &req, auto &res) { analytics(*ctx, req, res); }));
 }
 
 } // namespace glint::server

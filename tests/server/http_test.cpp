@@ -9,7 +9,11 @@
 #include <gtest/gtest.h>
 #include <httplib.h>
 #include <nlohmann/json.hpp>
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 #include <thread>
+#include <unistd.h>
 
 namespace fs = std::filesystem;
 using namespace glint::server;
@@ -443,6 +447,56 @@ TEST(RateLimit, AnswersTooManyRequestsPerInstallation)
     limited.client->set_default_headers({{"X-Installation-Id", "someone-else"}});
     limited.get("/vc/v1/explorer/scheduled");
     limited.post("/vc/v1/analytics", std::string(1001, 'x'), 413, "application/octet-stream");
+}
+
+// Sends a POST whose body follows its headers a moment later, as a busy
+// client may, and returns the status line of the answer.
+std::string postInTwoParts(int socket, const std::string &body)
+{
+    const std::string head = "POST /vc/v1/explorer/search HTTP/1.1\r\nHost: test\r\n"
+                             "X-Installation-Id: test-installation\r\nContent-Type: application/json\r\n"
+                             "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n";
+    if (::send(socket, head.data(), head.size(), MSG_NOSIGNAL) < 0)
+        return "send failed";
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    if (::send(socket, body.data(), body.size(), MSG_NOSIGNAL) < 0)
+        return "send failed";
+    std::string answer;
+    char buffer[4096];
+    size_t headerEnd = std::string::npos;
+    size_t length = 0;
+    while (headerEnd == std::string::npos || answer.size() < headerEnd + 4 + length) {
+        const ssize_t got = ::recv(socket, buffer, sizeof buffer, 0);
+        if (got <= 0)
+            return "connection closed";
+        answer.append(buffer, size_t(got));
+        if (headerEnd == std::string::npos && (headerEnd = answer.find("\r\n\r\n")) != std::string::npos) {
+            const size_t at = answer.find("Content-Length: ");
+            length = at < headerEnd ? std::stoul(answer.substr(at + 16)) : 0;
+        }
+    }
+    return answer.substr(0, answer.find("\r\n"));
+}
+
+TEST(RateLimit, RefusedPostsKeepTheConnectionInStep)
+{
+    Backend limited([](ServerConfig &c) {
+        c.importBundled = false;
+        c.rateLimit = 0.5;
+        c.rateBurst = 1;
+    });
+    const int socket = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(uint16_t(limited.server->port()));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ASSERT_EQ(::connect(socket, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+    EXPECT_EQ(postInTwoParts(socket, R"({"query":"sun"})"), "HTTP/1.1 200 OK");
+    // Refused requests must not leave their bodies behind to be read as the
+    // next request on the same connection.
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(postInTwoParts(socket, R"({"query":"sun"})"), "HTTP/1.1 429 Too Many Requests");
+    ::close(socket);
 }
 
 TEST(Twitch, WithoutASecretTheExchangeIsRefusedClearly)
