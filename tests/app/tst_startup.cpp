@@ -11,6 +11,15 @@
 namespace {
 
 const QString kBinary = QStringLiteral(GLINT_APP_BINARY);
+
+// The program under a name of this test's own. One instance may run per
+// program name and user, so a name of its own keeps this test clear of a
+// Glint Camera the developer runs and of other tests that start it.
+QString g_program;
+QString programName()
+{
+    return QStringLiteral("glint-camera-startup-test-%1").arg(QCoreApplication::applicationPid());
+}
 const QString kArtifacts = QStringLiteral(GLINT_ARTIFACTS_DIR);
 
 QString run(const QString &program, const QStringList &args, int timeoutMs = 15000)
@@ -32,7 +41,7 @@ public:
         env.insert("XDG_CONFIG_HOME", configHome);
         env.insert("QT_QPA_PLATFORM", "xcb");
         process.setProcessEnvironment(env);
-        process.setProgram(kBinary);
+        process.setProgram(g_program);
     }
     ~AppInstance()
     {
@@ -117,7 +126,7 @@ void sendKeys(const QString &windowId, const QString &keys)
 // detaching once removes a segment that nobody holds any more.
 void clearStaleGuard()
 {
-    QSharedMemory memory(VCam::SingleInstanceGuard::sharedMemoryKey("glint-camera"));
+    QSharedMemory memory(VCam::SingleInstanceGuard::sharedMemoryKey(programName()));
     if (memory.attach())
         memory.detach();
 }
@@ -140,6 +149,8 @@ private slots:
         if (run("xdotool", {"version"}).isEmpty())
             QSKIP("needs xdotool");
         QVERIFY(QFile::exists(kBinary));
+        g_program = home.filePath(programName());
+        QVERIFY(QFile::link(kBinary, g_program));
     }
 
     void init() { clearStaleGuard(); }
@@ -223,7 +234,7 @@ private slots:
         QVERIFY(readFile(log).contains("Dispatcher stopped"));
         QVERIFY(QFile::exists(home.filePath("terminated") + "/Glint/Glint Camera/settings.json"));
         // The guard was released: nothing is left for the next start to find.
-        QSharedMemory memory(VCam::SingleInstanceGuard::sharedMemoryKey("glint-camera"));
+        QSharedMemory memory(VCam::SingleInstanceGuard::sharedMemoryKey(programName()));
         QVERIFY(!memory.attach());
     }
 
