@@ -11,8 +11,8 @@ Rectangle {
     readonly property var lens: lensStore.currentLens
     readonly property bool hasLens: lens.lensId !== undefined && lens.lensId !== "-1"
 
-    implicitHeight: hasLens ? row.implicitHeight + 20 : 0
-    visible: hasLens
+    // Always the same height, so the lists below never move under the pointer.
+    implicitHeight: 64
     radius: Style.radius
     color: Style.panelRaised
     border.color: lensStore.state === 3 ? Style.warning : Style.border
@@ -47,14 +47,15 @@ Rectangle {
             Text {
                 objectName: "currentLensTitle"
                 Layout.fillWidth: true
-                text: card.lens.title || card.lens.lensId || ""
+                text: card.hasLens ? (card.lens.title || card.lens.lensId) : qsTr("No lens")
                 color: Style.text
                 font.weight: Font.DemiBold
                 elide: Text.ElideRight
             }
             Text {
                 Layout.fillWidth: true
-                text: lensStore.acquiring ? qsTr("Downloading\u2026")
+                text: !card.hasLens ? qsTr("Pick a lens below to put it on")
+                      : lensStore.acquiring ? qsTr("Downloading\u2026")
                       : lensStore.state === 3 ? qsTr("This lens could not be loaded")
                       : (card.lens.author ? qsTr("by %1").arg(card.lens.author) : "")
                 color: lensStore.state === 3 ? Style.warning : Style.textMuted
@@ -73,6 +74,7 @@ Rectangle {
             }
         }
         AccentButton {
+            visible: card.hasLens
             primary: false
             text: qsTr("Off")
             onClicked: actionProvider.setActiveLens("-1", 1)

@@ -128,16 +128,31 @@ private slots:
         env.insert("GLINT_LENS_VERIFICATION_KEY", server.publicKey());
         env.insert("QT_QPA_PLATFORM", "xcb");
         app.setProcessEnvironment(env);
-        app.start(QStringLiteral(GLINT_APP_BINARY), QStringList{});
 
+        // One instance runs per machine: while another test's instance runs,
+        // ours only shows the "already running" box and never starts, so it
+        // is closed and started again.
         QString window;
-        QVERIFY(waitFor([&] {
-            window = run("xdotool", {"search", "--onlyvisible", "--pid", QString::number(app.processId())})
-                         .section('\n', 0, 0);
-            return !window.isEmpty();
-        }));
+        QElapsedTimer clock;
+        clock.start();
+        while (clock.elapsed() < 120000) {
+            app.start(QStringLiteral(GLINT_APP_BINARY), QStringList{});
+            QVERIFY(waitFor(
+                [&] {
+                    window =
+                        run("xdotool", {"search", "--onlyvisible", "--pid", QString::number(app.processId())})
+                            .section('\n', 0, 0);
+                    return !window.isEmpty();
+                },
+                30000));
+            if (waitFor([&] { return log().contains("glint.actions: Started"); }, 20000))
+                break;
+            app.kill();
+            app.waitForFinished(5000);
+            QTest::qWait(3000);
+        }
         QVERIFY2(waitFor([&] { return log().contains("glint.actions: Started"); }, 30000),
-                 qPrintable(log().right(2000) + app.readAllStandardError().right(2000)));
+                 qPrintable(log().right(2000)));
         const QStringList size = run("xdotool", {"getwindowgeometry", "--shell", window})
                                      .split('\n')
                                      .filter(QRegularExpression("^(WIDTH|HEIGHT)="));
@@ -154,9 +169,11 @@ private slots:
         QTest::qWait(1500); // the answer and the tile's icon
         grab(window, "lens-explorer-search");
 
-        // The first result sits at the top left of the lens panel.
+        // The first result sits at the top left of the lens panel, below the
+        // current lens card and the search field.
         const int tileX = width - 292;
-        click(window, tileX, 160);
+        const int tileY = 236;
+        click(window, tileX, tileY);
         QVERIFY(waitFor([&] {
             return log().contains("SetActiveLensId QVariant(VCam::LensCommand, LensCommand(film-noir");
         }));
@@ -169,9 +186,8 @@ private slots:
         // Applied: the picture turns black and white.
         QVERIFY(waitFor([&] { return saturation(grab(window, "lens-explorer-applied")) < 8; }, 30000));
 
-        // The details of the lens (the current lens card now sits above the
-        // search field, so the tile moved down), then the favourite button.
-        click(window, tileX, 236, 3);
+        // The details of the lens, then its favourite button.
+        click(window, tileX, tileY, 3);
         QTest::qWait(800);
         grab(window, "lens-details");
         click(window, width / 2 - 10, height / 2 + 112);
