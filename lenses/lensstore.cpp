@@ -90,6 +90,8 @@ void LensStore::connectProvider()
     connect(m_provider, &LensProvider::communityLensesFailure, this, [this](const QString &reason) {
         qCWarning(lcLensStore).noquote() << reason;
         m_communityInFlight = false;
+        // A later scroll to the end may try the page again.
+        m_community->setCanLoadMore(m_community->rowCount() > 0);
         catalogueAnswered(reason);
     });
     connect(m_provider, &LensProvider::lensSearchSuccess, this,

@@ -1,5 +1,6 @@
 #include "baselensmodel.h"
 #include "favoriteslensmodel.h"
+#include "httpfixture.h"
 #include "lensinfostorage.h"
 #include "lensserverprocess.h"
 #include "lensstore.h"
@@ -104,6 +105,16 @@ struct Rig
     std::shared_ptr<LensStore> store;
     std::shared_ptr<Recorder> recorder;
 };
+
+QByteArray lensPage(const QString &prefix, int count)
+{
+    QByteArray lenses;
+    for (int i = 0; i < count; ++i)
+        lenses +=
+            (i ? "," : "") +
+            QStringLiteral(R"({"unlockable_id":"%1-%2","lens_name":"Lens %2"})").arg(prefix).arg(i).toUtf8();
+    return "{\"lenses\":[" + lenses + "]}";
+}
 
 QStringList sampleLenses(const QStringList &names)
 {
@@ -309,6 +320,33 @@ private slots:
         QTRY_COMPARE(rig.store->catalogueError(), QString());
         QVERIFY(rig.store->topCommunityLensModel()->rowCount() >= 7);
         QCOMPARE(online.count(), 2);
+    }
+
+    void communityPagesOneAtATime()
+    {
+        HttpFixture backend;
+        backend.route("/vc/v1/explorer/scheduled", 200, lensPage("featured", 1));
+        backend.route("/vc/v1/explorer/top", {200, lensPage("first", 50), "application/json", false, 200});
+        Rig rig(backend.url("/vc/v1"), m_cache.path(), m_server.publicKey());
+        BaseLensModel *community = rig.store->topCommunityLensModel();
+        rig.send(ActionType::Started);
+        QTRY_COMPARE(community->rowCount(), 50);
+        QVERIFY(community->canLoadMore());
+
+        backend.route("/vc/v1/explorer/top", {200, lensPage("second", 10), "application/json", false, 300});
+        QSignalSpy requested(community, &BaseLensModel::fetchMoreRequested);
+        community->requestMore();
+        community->requestMore(); // the view asks again while the page is on its way
+        rig.store->fetchCommunityLenses();
+        QTRY_COMPARE(community->rowCount(), 60);
+        QCOMPARE(requested.count(), 1);
+        QCOMPARE(community->lensIdAt(50), QString("second-0"));
+        QCOMPARE(backend.count("/vc/v1/explorer/top"), 2);
+        QVERIFY(backend.received().last().target.contains("offset=50"));
+        QVERIFY(!community->canLoadMore()); // a short page is the last one
+        community->requestMore();
+        QTest::qWait(100);
+        QCOMPARE(backend.count("/vc/v1/explorer/top"), 2);
     }
 
     void codeImageLinkAndReport()
