@@ -43,7 +43,8 @@ Popup {
         title: qsTr("Save the lens's code image")
         fileMode: Platform.FileDialog.SaveFile
         nameFilters: [qsTr("PNG images (*.png)")]
-        currentFile: "file:///" + (details.lens.title || "lens") + ".png"
+        folder: Platform.StandardPaths.writableLocation(Platform.StandardPaths.PicturesLocation)
+        currentFile: folder + "/" + (details.lens.title || "lens") + ".png"
         onAccepted: actionProvider.saveGlintcode(details.lensId, file, details.context)
     }
 
