@@ -204,6 +204,9 @@ private slots:
         keys(window, {"key", "--clearmodifiers", "ctrl+q"});
         QVERIFY(app.waitForFinished(20000));
         QCOMPARE(app.exitCode(), 0);
+        // No binding or type errors from the explorer's documents.
+        const QRegularExpression qmlWarning("qrc:/qml/components/(Lens|CurrentLens)[^\n]*");
+        QVERIFY2(!qmlWarning.match(log()).hasMatch(), qPrintable(qmlWarning.match(log()).captured()));
         const QJsonObject lensesSection =
             QJsonDocument::fromJson(readFile(appDir() + "/settings.json").toUtf8())
                 .object()["lenses"]
