@@ -15,12 +15,12 @@
 #include <QThread>
 #include <algorithm>
 #include <coreserviceworker.h>
+#include <cstdio>
 #include <ctime>
 #include <demoframestream.h>
 #include <metatypes.h>
 #include <virtualcampaths.h>
-#include <virtualcamstreamwriter.h>
-#include <cstdio>
+#include <writeronlyoutput.h>
 
 using namespace VCam;
 
@@ -32,37 +32,6 @@ double processCpuMs()
     clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
     return now.tv_sec * 1e3 + now.tv_nsec / 1e6;
 }
-
-// The writer of the virtual camera without the system registration (a
-// kernel module that this machine may not have).
-class WriterOnlyOutput : public IVirtualCamService
-{
-public:
-    bool install() override { return true; }
-    bool uninstall() override { return true; }
-    bool isInstalled() override { return true; }
-    bool start() override
-    {
-        writer = std::make_unique<VirtualCamStreamWriter>();
-        return true;
-    }
-    bool stop() override
-    {
-        writer.reset();
-        return true;
-    }
-    bool isAvailable() override { return writer != nullptr; }
-    bool setConfig(const VirtualCamConfig &) override { return true; }
-    bool getConfig(VirtualCamConfig &) override { return true; }
-    bool writeFrame(VirtualCamBuffer buffer, int byteCount) override
-    {
-        if (writer && writer->write(std::move(buffer), byteCount))
-            ++written;
-        return true;
-    }
-    std::unique_ptr<VirtualCamStreamWriter> writer;
-    int written = 0;
-};
 
 struct Figures
 {
@@ -81,7 +50,7 @@ Figures run(const QString &lensId, int frames)
     auto output = std::make_shared<WriterOnlyOutput>();
     CoreServiceWorker worker([output] { return output; });
     worker.startProcessing();
-    while (!output->writer->isConnected())
+    while (!output->isConnected())
         QThread::msleep(5);
     if (!lensId.isEmpty())
         worker.setLens(lensId, QStringLiteral(GLINT_LENSES_DIR "/") + lensId);
@@ -90,7 +59,7 @@ Figures run(const QString &lensId, int frames)
     // Warm up: first GL use, model loading, face found.
     for (int i = 0; i < 30; ++i)
         worker.onFrameReady(camera.read().image);
-    const int writtenBefore = output->written;
+    const int writtenBefore = output->written();
     std::vector<double> wall, cpu;
     QElapsedTimer total;
     total.start();
@@ -109,7 +78,7 @@ Figures run(const QString &lensId, int frames)
     figures.medianMs = percentile(wall, 0.5);
     figures.p99Ms = percentile(wall, 0.99);
     figures.medianCpuMs = percentile(cpu, 0.5);
-    figures.written = output->written - writtenBefore;
+    figures.written = output->written() - writtenBefore;
     worker.stopProcessing();
     return figures;
 }
@@ -168,11 +137,12 @@ int main(int argc, char **argv)
     sink.waitForStarted();
 
     std::printf("demo camera -> processing -> sink, %d frames of 1280x720\n", frames);
-    std::printf("%-12s %9s %11s %9s %13s %8s\n", "lens", "fps", "median ms", "p99 ms", "median cpu ms", "to sink");
+    std::printf("%-12s %9s %11s %9s %13s %8s\n", "lens", "fps", "median ms", "p99 ms", "median cpu ms",
+                "to sink");
     for (const QString &lens : {QString(), QStringLiteral("sunglasses"), QStringLiteral("big-eyes")}) {
         const Figures f = run(lens, frames);
-        std::printf("%-12s %9.1f %11.2f %9.2f %13.2f %8d\n", lens.isEmpty() ? "none" : qPrintable(lens), f.fps,
-                    f.medianMs, f.p99Ms, f.medianCpuMs, f.written);
+        std::printf("%-12s %9.1f %11.2f %9.2f %13.2f %8d\n", lens.isEmpty() ? "none" : qPrintable(lens),
+                    f.fps, f.medianMs, f.p99Ms, f.medianCpuMs, f.written);
     }
     sink.terminate();
     sink.waitForFinished(3000);

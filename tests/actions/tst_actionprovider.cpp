@@ -1,6 +1,7 @@
 #include <QMetaMethod>
 #include <QtTest>
 #include <actionprovider.h>
+#include <collectingstore.h>
 #include <dispatcher.h>
 #include <gestureevent.h>
 #include <globalshortcut.h>
@@ -12,15 +13,6 @@
 using namespace VCam;
 
 namespace {
-
-class CollectingStore : public Bureau::BaseStore
-{
-public:
-    QList<std::shared_ptr<Bureau::Action>> actions;
-    void process(std::shared_ptr<Bureau::Action> action) override { actions << action; }
-    void start() override { emit started(); }
-    void stop() override { emit stopped(); }
-};
 
 QStringList g_messages;
 void collect(QtMsgType, const QMessageLogContext &, const QString &message)

@@ -2,6 +2,7 @@
 #include <QSignalSpy>
 #include <QtTest>
 #include <applicationstore.h>
+#include <collectingstore.h>
 #include <dispatcher.h>
 #include <globalshortcut.h>
 #include <ikeyboardshortcutmanager.h>
@@ -51,15 +52,6 @@ public:
     void setSkipVersion(const json &version) override { skip = version; }
     void skipVersionText(const QString &version) override { skipped = version; }
     QString currentVersion() const override { return "1.2.0.0"; }
-};
-
-class CollectingStore : public Bureau::BaseStore
-{
-public:
-    QList<std::shared_ptr<Bureau::Action>> actions;
-    void process(std::shared_ptr<Bureau::Action> action) override { actions << action; }
-    void start() override { emit started(); }
-    void stop() override { emit stopped(); }
 };
 
 } // namespace

@@ -5,7 +5,8 @@ if(TARGET video AND TARGET glint-camera-sink)
   set(virtualcam_dir ${CMAKE_CURRENT_LIST_DIR}/virtualcam)
   add_library(virtualcam_fixture STATIC
     ${virtualcam_dir}/framepattern.cpp ${virtualcam_dir}/framepattern.h
-    ${virtualcam_dir}/sinkprocess.cpp ${virtualcam_dir}/sinkprocess.h)
+    ${virtualcam_dir}/sinkprocess.cpp ${virtualcam_dir}/sinkprocess.h
+    ${virtualcam_dir}/writeronlyoutput.cpp ${virtualcam_dir}/writeronlyoutput.h)
   target_link_libraries(virtualcam_fixture PUBLIC video Qt5::Test)
   target_include_directories(virtualcam_fixture PUBLIC ${virtualcam_dir})
   target_compile_definitions(virtualcam_fixture PUBLIC

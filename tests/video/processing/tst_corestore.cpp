@@ -3,6 +3,7 @@
 #include <QtTest>
 #include <actiontypes.h>
 #include <cameralist.h>
+#include <collectingstore.h>
 #include <coreservice.h>
 #include <corestore.h>
 #include <dispatcher.h>
@@ -15,24 +16,6 @@ using namespace VCam;
 namespace {
 
 const QString kLenses = QStringLiteral(GLINT_LENSES_DIR);
-
-class CollectingStore : public Bureau::BaseStore
-{
-public:
-    QList<std::shared_ptr<Bureau::Action>> actions;
-    void process(std::shared_ptr<Bureau::Action> action) override { actions << action; }
-    void start() override { emit started(); }
-    void stop() override { emit stopped(); }
-
-    QList<std::shared_ptr<Bureau::Action>> ofType(ActionType type) const
-    {
-        QList<std::shared_ptr<Bureau::Action>> found;
-        for (const auto &action : actions)
-            if (action->type == int(type))
-                found << action;
-        return found;
-    }
-};
 
 QStringList g_infos;
 QtMessageHandler g_previous = nullptr;

@@ -2,6 +2,7 @@
 // the AR core and the sample lenses, the stream writer, a real FIFO and the
 // camera sink program, whose output the test reads.
 #include "sinkprocess.h"
+#include "writeronlyoutput.h"
 
 #include <QSignalSpy>
 #include <QTemporaryDir>
@@ -18,41 +19,6 @@ namespace {
 
 const QString kLenses = QStringLiteral(GLINT_LENSES_DIR);
 constexpr int kFrameBytes = 1280 * 720 * 3;
-
-// The camera output without the system registration, which needs a kernel
-// module this machine cannot load: the same writer the service uses.
-class WriterOnlyOutput : public IVirtualCamService
-{
-public:
-    bool install() override { return true; }
-    bool uninstall() override { return true; }
-    bool isInstalled() override { return true; }
-    bool start() override
-    {
-        if (!m_writer)
-            m_writer = std::make_unique<VirtualCamStreamWriter>();
-        return true;
-    }
-    bool stop() override
-    {
-        m_writer.reset();
-        return true;
-    }
-    bool isAvailable() override { return m_writer != nullptr; }
-    bool setConfig(const VirtualCamConfig &) override { return true; }
-    bool getConfig(VirtualCamConfig &config) override
-    {
-        config = VirtualCamConfig();
-        return true;
-    }
-    bool writeFrame(VirtualCamBuffer buffer, int byteCount) override
-    {
-        return m_writer && m_writer->write(std::move(buffer), byteCount);
-    }
-
-private:
-    std::unique_ptr<VirtualCamStreamWriter> m_writer;
-};
 
 QImage toImage(const QByteArray &frame)
 {
