@@ -114,7 +114,8 @@ void LensStore::connectProvider()
     connect(m_provider, &LensProvider::lensesInfoFailure, this,
             [this](const std::vector<LensId> &ids, const QString &reason) {
                 qCWarning(lcLensStore).noquote() << reason;
-                if (std::find(ids.begin(), ids.end(), m_linkLensId) != ids.end()) {
+                if (m_linkPending && std::find(ids.begin(), ids.end(), m_linkLensId) != ids.end()) {
+                    m_linkPending = false;
                     endFetch();
                     setSearchError(reason);
                 }
@@ -387,15 +388,20 @@ void LensStore::onSearchFilter(const QString &filter)
     if (filter.trimmed().isEmpty())
         return;
     m_searchFilter = filter;
+    if (m_linkPending) {
+        // The answer for an earlier link no longer counts.
+        m_linkPending = false;
+        endFetch();
+    }
     beginFetch();
     const QString linked = lensIdFromLink(filter);
     if (!linked.isEmpty()) {
         // A pasted lens link unlocks that one lens: its record is the result.
         m_linkLensId = linked;
+        m_linkPending = true;
         m_provider->requestLensesInfo({linked});
         return;
     }
-    m_linkLensId.clear();
     m_provider->searchLenses(filter);
 }
 
@@ -496,11 +502,12 @@ void LensStore::onLensesInfo(const std::set<LensId> &invalidIds, const std::vect
     storeLenses(lenses);
     for (const LensId &id : invalidIds)
         m_storage->remove(id);
-    if (m_linkLensId.isEmpty())
+    if (!m_linkPending)
         return;
     const QStringList ids = idsOf(lenses);
     if (!ids.contains(m_linkLensId) && invalidIds.count(m_linkLensId) == 0)
         return; // the answer of another request
+    m_linkPending = false;
     endFetch();
     m_search->setLensIds(ids.contains(m_linkLensId) ? QStringList{m_linkLensId} : QStringList{});
     setSearchError(ids.contains(m_linkLensId) ? QString() : QStringLiteral("No lens has this link"));

@@ -172,6 +172,7 @@ private:
     LensId m_currentLensId = kInvalidLensId;
     LensId m_acquiredLensId = kInvalidLensId;
     LensId m_linkLensId; // a lens asked for by its link, shown as the search result
+    bool m_linkPending = false;
     QString m_searchFilter;
     QString m_catalogueError;
     QString m_searchError;
