@@ -4,13 +4,12 @@ if(NOT TARGET lenses)
 endif()
 find_package(Qt5 5.15 REQUIRED COMPONENTS Test Network)
 glint_add_qtest(tst_lensmodels SOURCES tst_lensmodels.cpp LIBS lenses LABELS lenses)
-foreach(name tst_networkcache tst_lensstore)
-  if(EXISTS ${CMAKE_CURRENT_LIST_DIR}/${name}.cpp)
-    glint_add_qtest(${name} SOURCES ${CMAKE_CURRENT_LIST_DIR}/${name}.cpp LIBS lenses_testsupport LABELS lenses)
-  endif()
-endforeach()
-if(TARGET tst_lensstore AND TARGET app)
-  target_link_libraries(tst_lensstore PRIVATE app)
+glint_add_qtest(tst_networkcache SOURCES ${CMAKE_CURRENT_LIST_DIR}/tst_networkcache.cpp
+                LIBS lenses_testsupport LABELS lenses)
+# The store test saves and reads settings.json through the application's settings.
+if(TARGET app)
+  glint_add_qtest(tst_lensstore SOURCES ${CMAKE_CURRENT_LIST_DIR}/tst_lensstore.cpp
+                  LIBS lenses_testsupport app LABELS lenses)
   target_compile_definitions(tst_lensstore PRIVATE GLINT_SAMPLE_LENSES="${CMAKE_SOURCE_DIR}/data/lenses")
 endif()
 
