@@ -13,8 +13,10 @@ Item {
 
     Rectangle {
         id: stage
-        anchors.centerIn: parent
-        width: Math.min(parent.width, parent.height * preview.whRatio)
+        anchors.top: parent.top
+        anchors.topMargin: Style.spacing
+        anchors.horizontalCenter: parent.horizontalCenter
+        width: Math.min(parent.width, (parent.height - Style.spacing) * preview.whRatio)
         height: width / preview.whRatio
         radius: Style.radiusLarge
         color: "#07080c"
