@@ -100,19 +100,6 @@ private slots:
         QCOMPARE(rows(model), (QStringList{"b", "c"}));
     }
 
-    void fetchMoreOnlyWhenAllowed()
-    {
-        LensInfoStorage storage;
-        BaseLensModel model(&storage);
-        QSignalSpy requested(&model, &BaseLensModel::fetchMoreRequested);
-        model.fetchMore({});
-        QCOMPARE(requested.count(), 0);
-        model.setCanLoadMore(true);
-        QVERIFY(model.canFetchMore({}));
-        model.fetchMore({});
-        QCOMPARE(requested.count(), 1);
-    }
-
     void favoritesFollowTheFlag()
     {
         LensInfoStorage storage;
