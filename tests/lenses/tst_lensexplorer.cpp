@@ -49,19 +49,27 @@ QImage grab(const QString &window, const QString &name)
     return QImage(file);
 }
 
-// Mean colour saturation (0-255) of the middle of the camera picture.
+// Mean colour saturation (0-255) of the lit pixels in the middle of the
+// window, where the camera picture is; the dark interface around it is left
+// out, so the measure does not depend on the page's layout.
 double saturation(const QImage &image)
 {
     if (image.isNull())
         return -1;
-    const QRect area(image.width() * 20 / 100, image.height() * 35 / 100, image.width() * 40 / 100,
-                     image.height() * 35 / 100);
+    const QRect area(image.width() * 15 / 100, image.height() * 15 / 100, image.width() * 50 / 100,
+                     image.height() * 60 / 100);
     double sum = 0;
     int count = 0;
-    for (int y = area.top(); y < area.bottom(); y += 5)
-        for (int x = area.left(); x < area.right(); x += 5, ++count)
-            sum += QColor(image.pixel(x, y)).hsvSaturation();
-    return count ? sum / count : -1;
+    for (int y = area.top(); y < area.bottom(); y += 5) {
+        for (int x = area.left(); x < area.right(); x += 5) {
+            const QColor colour(image.pixel(x, y));
+            if (colour.value() < 64)
+                continue;
+            sum += colour.hsvSaturation();
+            ++count;
+        }
+    }
+    return count > 100 ? sum / count : -1;
 }
 
 void click(const QString &window, int x, int y, int button = 1)
@@ -184,7 +192,12 @@ private slots:
             },
             30000));
         // Applied: the picture turns black and white.
-        QVERIFY(waitFor([&] { return saturation(grab(window, "lens-explorer-applied")) < 8; }, 30000));
+        QVERIFY(waitFor(
+            [&] {
+                const double value = saturation(grab(window, "lens-explorer-applied"));
+                return value >= 0 && value < 8;
+            },
+            30000));
 
         // The details of the lens, then its favourite button.
         click(window, tileX, tileY, 3);
