@@ -69,6 +69,9 @@ void ApplicationStore::process(std::shared_ptr<Bureau::Action> action)
     case ActionType::Started:
         if (m_updates)
             m_updates->checkForUpdates(false);
+        // The camera store draws the code image only when told to; tell it
+        // what the saved preference says.
+        dispatch(ActionType::SetAlwaysShowGlintcode, m_alwaysShowGlintcode);
         break;
     case ActionType::SetLensFavorite: {
         const auto command = payload.value<LensCommand>();

@@ -21,7 +21,7 @@ Item {
 
             Item {
                 Layout.fillWidth: true
-                implicitHeight: header.implicitHeight
+                Layout.preferredHeight: 64
                 PageHeader {
                     id: header
                     anchors.left: parent.left

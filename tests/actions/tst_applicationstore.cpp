@@ -202,7 +202,14 @@ private slots:
 
     void updateChecksFollowTheActions()
     {
+        store->loadSettings(json{{"always_show_glintcode", false}});
         send(ActionType::Started);
+        // The saved code-image preference goes out to the camera store.
+        QCoreApplication::processEvents();
+        QCOMPARE(collector->actions.size(), 1);
+        QCOMPARE(collector->actions[0]->type, int(ActionType::SetAlwaysShowGlintcode));
+        QCOMPARE(collector->actions[0]->payload.toBool(), false);
+        collector->actions.clear();
         send(ActionType::CheckForUpdates);
         send(ActionType::SkipUpdate, QString("2.0.0.1"));
         QCOMPARE(updates->checks, QList<bool>({false, true}));
