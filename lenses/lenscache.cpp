@@ -6,7 +6,7 @@
 #include <QDirIterator>
 #include <QFileInfo>
 
-Q_LOGGING_CATEGORY(lcLensCache, "vcam.lenses.cache")
+Q_LOGGING_CATEGORY(lcLensCache, "glint.lenses.cache")
 
 namespace VCam {
 

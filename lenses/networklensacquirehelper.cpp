@@ -8,7 +8,7 @@
 #include <QPointer>
 #include <nlohmann/json.hpp>
 
-Q_LOGGING_CATEGORY(lcLensAcquire, "vcam.lenses.acquire")
+Q_LOGGING_CATEGORY(lcLensAcquire, "glint.lenses.acquire")
 
 namespace VCam {
 

@@ -5,7 +5,7 @@
 
 #include <QPointer>
 
-Q_LOGGING_CATEGORY(lcLensProvider, "vcam.lenses.provider")
+Q_LOGGING_CATEGORY(lcLensProvider, "glint.lenses.provider")
 
 namespace VCam {
 

@@ -10,7 +10,7 @@
 #include <QNetworkRequest>
 #include <glintdeployment.h>
 
-Q_LOGGING_CATEGORY(lcNetwork, "vcam.network")
+Q_LOGGING_CATEGORY(lcNetwork, "glint.network")
 
 namespace VCam {
 
