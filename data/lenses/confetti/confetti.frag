@@ -2,6 +2,8 @@
 // drawn as an overlay: transparent where there is no paper.
 // The picture is cut into cells; each cell may hold one spinning paper
 // strip, so the cost per pixel stays a few layers, not one per particle.
+// A software renderer runs every line for every pixel, so each layer draws
+// all its random numbers from a single hash.
 uniform float u_amount; // share of cells that hold a strip
 
 float hash(vec2 p)
@@ -34,20 +36,18 @@ void main()
         float fl = float(layer);
         float cellSize = 0.05 + fl * 0.02;
         float speed = 0.45 + fl * 0.2;
-        vec2 q = vec2(p.x + sin(t * 1.7 + fl + p.y * 6.0) * 0.02, p.y + 1.4 - t * speed);
-        if (q.y < 0.0 || q.y > 1.4)
-            continue;
-        vec2 cell = floor(q / cellSize) + fl * 31.0;
-        float h = hash(cell);
-        // A loop rather than an if: a software renderer skips a loop that no
-        // pixel of a block enters, but runs both sides of an if.
-        for (int once = 0; once < 1 && h <= u_amount; ++once) {
-            vec2 local = fract(q / cellSize) - 0.5 - (vec2(hash(cell + 1.3), hash(cell + 7.1)) - 0.5) * 0.4;
-            float angle = t * (2.0 + h * 8.0) + h * 40.0;
-            vec2 d = mat2(cos(angle), sin(angle), -sin(angle), cos(angle)) * local;
-            vec2 size = vec2(0.26, 0.11) * vec2(abs(sin(t * 4.0 + h * 20.0)) * 0.7 + 0.3, 1.0);
-            if (abs(d.x) < size.x && abs(d.y) < size.y)
-                fragColor = vec4(paper(hash(cell + 3.3)), fade);
-        }
+        vec2 q = vec2(p.x + sin(t * 1.7 + fl + p.y * 6.0) * 0.02, p.y + 1.4 - t * speed) / cellSize;
+        float h = hash(floor(q) + fl * 31.0);
+        // Further independent-looking values from the same hash.
+        vec3 more = fract(h * vec3(97.31, 213.7, 531.9));
+        vec2 local = fract(q) - 0.5 - (more.xy - 0.5) * 0.4;
+        float angle = t * (2.0 + h * 8.0) + h * 40.0;
+        float c = cos(angle), s = sin(angle);
+        vec2 d = vec2(c * local.x - s * local.y, s * local.x + c * local.y);
+        vec2 size = vec2(0.26, 0.11) * vec2(abs(sin(t * 4.0 + h * 20.0)) * 0.7 + 0.3, 1.0);
+        bool inside = abs(d.x) < size.x && abs(d.y) < size.y && h <= u_amount && q.y >= 0.0 &&
+                      q.y <= 1.4 / cellSize;
+        if (inside)
+            fragColor = vec4(paper(more.z), fade);
     }
 }
