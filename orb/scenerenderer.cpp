@@ -131,7 +131,10 @@ struct SceneRenderer::Impl
 {
     std::string folder;
     std::vector<EffectRuntime> effects;
-    ShaderProgram copy, sticker, lut, composite;
+    // Passes that read an input of the target's size use index 1 (texel
+    // reads), the others index 0 (filtered reads).
+    ShaderProgram copy[2], lut[2], composite[2];
+    ShaderProgram sticker;
     RenderTarget full[2];
     Texture transparent; // stands in for images that are not (yet) there
     unsigned vao = 0;
@@ -259,11 +262,11 @@ void SceneRenderer::Impl::ensureFullTarget(Size output)
     Texture source = current;
     RenderTarget &target = freeTarget(output);
     target.bind();
-    copy.use();
+    ShaderProgram &program = copy[source.size() == output ? 1 : 0];
+    program.use();
     glActiveTexture(GL_TEXTURE0);
     glBindTexture(GL_TEXTURE_2D, source.id());
-    copy.setInt("u_input", 0);
-    copy.setInt("u_direct", source.size() == output ? 1 : 0);
+    program.setInt("u_input", 0);
     glDrawArrays(GL_TRIANGLES, 0, 3);
     current = target.texture();
 }
@@ -302,10 +305,15 @@ void SceneRenderer::Impl::bindPassInputs(EffectRuntime &e, ShaderProgram &progra
 void SceneRenderer::Impl::drawPass(EffectRuntime &e, const Texture &camera, const Scene &scene,
                                    const FaceUniforms &faces, Size output)
 {
-    ShaderProgram &program = e.def->kind == LensEffectKind::Lut ? lut : *e.program;
+    ShaderProgram &program =
+        e.def->kind == LensEffectKind::Lut ? lut[current.size() == output ? 1 : 0] : *e.program;
     const bool shader = e.def->kind == LensEffectKind::Shader;
     const float scale = shader ? e.def->scale : 1.0f;
     const bool overlay = shader && e.def->overlay;
+    // Lens shaders may read their input texel by texel; give them the
+    // camera picture at the output size when the two differ.
+    if (shader && currentTarget < 0 && current.id() == camera.id() && camera.size() != output)
+        ensureFullTarget(output);
     RenderTarget *target = nullptr;
     Size size = output;
     if (scale < 1.0f || overlay) {
@@ -333,14 +341,14 @@ void SceneRenderer::Impl::drawPass(EffectRuntime &e, const Texture &camera, cons
     const Texture base = current;
     RenderTarget &out = freeTarget(output);
     out.bind();
-    composite.use();
+    ShaderProgram &blend = composite[base.size() == output ? 1 : 0];
+    blend.use();
     glActiveTexture(GL_TEXTURE1);
     glBindTexture(GL_TEXTURE_2D, e.reduced->texture().id());
-    composite.setInt("u_overlay", 1);
+    blend.setInt("u_overlay", 1);
     glActiveTexture(GL_TEXTURE0);
     glBindTexture(GL_TEXTURE_2D, base.id());
-    composite.setInt("u_input", 0);
-    composite.setInt("u_direct", base.size() == output ? 1 : 0);
+    blend.setInt("u_input", 0);
     glDrawArrays(GL_TRIANGLES, 0, 3);
     current = out.texture();
 }
@@ -423,12 +431,19 @@ bool SceneRenderer::load(const Scene &scene, std::string &error)
     glGenVertexArrays(1, &d->vao);
     d->transparent = Texture::fromImage(ImageBase(1, 1, ColorSpace::RGBA));
     const std::string &vertex = ShaderLibrary::fullScreenVertex();
-    if (!d->compile(d->copy, vertex, ShaderLibrary::copyFragment(), "copy", error) ||
-        !d->compile(d->sticker, ShaderLibrary::stickerVertex(), ShaderLibrary::stickerFragment(), "sticker",
-                    error) ||
-        !d->compile(d->lut, vertex, ShaderLibrary::lutFragment(), "lut", error) ||
-        !d->compile(d->composite, vertex, ShaderLibrary::compositeFragment(), "composite", error))
+    if (!d->compile(d->sticker, ShaderLibrary::stickerVertex(), ShaderLibrary::stickerFragment(), "sticker",
+                    error))
         return false;
+    for (int direct = 0; direct < 2; ++direct) {
+        auto variant = [direct](const std::string &source) {
+            return direct ? ShaderLibrary::directRead(source) : source;
+        };
+        if (!d->compile(d->copy[direct], vertex, variant(ShaderLibrary::copyFragment()), "copy", error) ||
+            !d->compile(d->lut[direct], vertex, variant(ShaderLibrary::lutFragment()), "lut", error) ||
+            !d->compile(d->composite[direct], vertex, variant(ShaderLibrary::compositeFragment()),
+                        "composite", error))
+            return false;
+    }
     d->effects.resize(manifest.effects.size());
     for (size_t i = 0; i < manifest.effects.size(); ++i) {
         d->effects[i].def = &manifest.effects[i];

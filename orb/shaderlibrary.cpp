@@ -2,6 +2,28 @@
 
 namespace Orb {
 
+namespace {
+// readInput() for the engine's own passes. A software renderer runs both
+// sides of every branch, so whether the input has the target's size is
+// decided when compiling: programs built with DIRECT_READ defined (see
+// ShaderLibrary::directRead) read texels 1:1, the others filter.
+std::string inputRead()
+{
+    return R"(#ifdef DIRECT_READ
+vec4 readInput() { return texelFetch(u_input, ivec2(gl_FragCoord.xy), 0); }
+#else
+vec4 readInput() { return texture(u_input, v_uv); }
+#endif
+)";
+}
+} // namespace
+
+std::string ShaderLibrary::directRead(const std::string &source)
+{
+    const size_t firstLine = source.find('\n') + 1;
+    return source.substr(0, firstLine) + "#define DIRECT_READ 1\n" + source.substr(firstLine);
+}
+
 const std::string &ShaderLibrary::fullScreenVertex()
 {
     // One triangle covering the target. v_uv (0,0) is the top-left pixel:
@@ -79,13 +101,9 @@ precision mediump float;
 uniform sampler2D u_input;
 in vec2 v_uv;
 out vec4 fragColor;
-uniform bool u_direct; // source and target have the same size
+)" + inputRead() + R"(
 void main() {
-    // A 1:1 copy reads texels directly, which is much cheaper in software.
-    if (u_direct)
-        fragColor = texelFetch(u_input, ivec2(gl_FragCoord.xy), 0);
-    else
-        fragColor = texture(u_input, v_uv);
+    fragColor = readInput();
 }
 )";
     return source;
@@ -120,13 +138,14 @@ uniform int u_lutSide;
 uniform float u_intensity;
 in vec2 v_uv;
 out vec4 fragColor;
+)" + inputRead() + R"(
 vec3 entry(int r, int g, int b) {
     int width = textureSize(u_lut, 0).x;
     int index = r + g * u_lutSide + b * u_lutSide * u_lutSide;
     return texelFetch(u_lut, ivec2(index % width, index / width), 0).rgb;
 }
 void main() {
-    vec4 c = texture(u_input, v_uv);
+    vec4 c = readInput();
     vec3 s = clamp(c.rgb, 0.0, 1.0) * float(u_lutSide - 1);
     int r = int(s.r + 0.5), g = int(s.g + 0.5);
     int b0 = int(floor(s.b));
@@ -145,15 +164,11 @@ const std::string &ShaderLibrary::compositeFragment()
 precision mediump float;
 uniform sampler2D u_input;
 uniform sampler2D u_overlay;
-uniform bool u_direct; // the picture has the target's size
 in vec2 v_uv;
 out vec4 fragColor;
+)" + inputRead() + R"(
 void main() {
-    vec4 base;
-    if (u_direct)
-        base = texelFetch(u_input, ivec2(gl_FragCoord.xy), 0);
-    else
-        base = texture(u_input, v_uv);
+    vec4 base = readInput();
     vec4 over = texture(u_overlay, v_uv);
     fragColor = vec4(mix(base.rgb, over.rgb, over.a), base.a);
 }

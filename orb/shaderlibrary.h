@@ -19,6 +19,10 @@ public:
     // The prelude followed by the author's source, with line numbers of
     // compile errors counted in the author's file.
     static std::string lensFragment(const std::string &authorSource);
+    // The copy, look-up and composite sources read their input through a
+    // linear filter; this variant reads it texel by texel instead, for
+    // inputs of the target's size.
+    static std::string directRead(const std::string &source);
 };
 
 } // namespace Orb

@@ -225,6 +225,26 @@ TEST_F(Rendering, MissingRemoteAssetFailsOnceAndTheLensStillRuns)
     EXPECT_EQ(scene->getAssetSystem()->state("nowhere.png"), Orb::Mosaica::AssetSystem::State::Failed);
 }
 
+TEST_F(Rendering, ReducedOutputShowsTheWholeScaledPicture)
+{
+    // Every pass must scale the camera picture to the output size, whether
+    // it is a copy under stickers, a look-up, a shader or an overlay.
+    Orb::ImageProcessingConfig half;
+    half.outputWidth = 640;
+    half.outputHeight = 360;
+    for (const std::string id : {"party-hat", "film-noir", "confetti"}) {
+        ASSERT_TRUE(use(TestFrames::dataPath("lenses/" + id))) << core->getLastError();
+        if (id == "confetti")
+            core->processTouchEvent({Orb::TouchEvent::Type::Tap, 0.5f, 0.5f});
+        const cv::Mat full = render(3);
+        const cv::Mat small = render(1, nullptr, half);
+        ASSERT_EQ(small.size(), cv::Size(640, 360)) << id;
+        cv::Mat expected;
+        cv::resize(full, expected, small.size(), 0, 0, cv::INTER_AREA);
+        EXPECT_LT(difference(small, expected, cv::Rect(0, 0, 640, 360)), 12.0) << id;
+    }
+}
+
 TEST_F(Rendering, LookUpTableTurnsTheOrangeSuitGrey)
 {
     ASSERT_TRUE(use(TestFrames::dataPath("lenses/film-noir"))) << core->getLastError();
