@@ -140,9 +140,13 @@ in vec2 v_uv;
 out vec4 fragColor;
 )" + inputRead() + R"(
 vec3 entry(int r, int g, int b) {
-    int width = textureSize(u_lut, 0).x;
-    int index = r + g * u_lutSide + b * u_lutSide * u_lutSide;
-    return texelFetch(u_lut, ivec2(index % width, index / width), 0).rgb;
+    // Row and column in float arithmetic: integer division has no vector
+    // instruction and would run pixel by pixel in software. Exact for
+    // tables below 2^24 entries.
+    float width = float(textureSize(u_lut, 0).x);
+    float index = float(r + g * u_lutSide + b * u_lutSide * u_lutSide);
+    float row = floor((index + 0.5) / width);
+    return texelFetch(u_lut, ivec2(int(index - row * width), int(row)), 0).rgb;
 }
 void main() {
     vec4 c = readInput();
