@@ -1,6 +1,7 @@
 #include "backgroundfacedetector.h"
 
 #include "facedetector.h"
+#include "threadpriority.h"
 
 namespace Orb {
 
@@ -47,6 +48,7 @@ bool BackgroundFaceDetector::isBusy()
 
 void BackgroundFaceDetector::run()
 {
+    ThreadPriority::lowerCurrentThread();
     FaceDetector detector;
     std::unique_lock<std::mutex> lock(m_mutex);
     while (true) {
