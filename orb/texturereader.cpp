@@ -25,7 +25,10 @@ std::shared_ptr<ImageBase> TextureReader::readTextureToImage(const Texture &text
     glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, texture.id(), 0);
     if (glCheckFramebufferStatus(GL_FRAMEBUFFER) != GL_FRAMEBUFFER_COMPLETE)
         throw std::runtime_error("texture cannot be attached for reading");
-    auto image = std::make_shared<ImageBase>(texture.width(), texture.height(), ColorSpace::RGBA);
+    const bool reusable = m_last && m_last.use_count() == 1 && m_last->getSize() == texture.size();
+    if (!reusable)
+        m_last = std::make_shared<ImageBase>(texture.width(), texture.height(), ColorSpace::RGBA);
+    const std::shared_ptr<ImageBase> &image = m_last;
     glPixelStorei(GL_PACK_ALIGNMENT, 4);
     glReadPixels(0, 0, texture.width(), texture.height(), GL_RGBA, GL_UNSIGNED_BYTE, image->data());
     const GLenum status = glGetError();

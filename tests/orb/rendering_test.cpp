@@ -225,6 +225,29 @@ TEST_F(Rendering, MissingRemoteAssetFailsOnceAndTheLensStillRuns)
     EXPECT_EQ(scene->getAssetSystem()->state("nowhere.png"), Orb::Mosaica::AssetSystem::State::Failed);
 }
 
+TEST_F(Rendering, ReadBackImagesStayIntactWhileHeld)
+{
+    // The reader fills its last image again once it is released; one still
+    // held must keep its pixels when the next frame is read.
+    Orb::ImageBase grey(1280, 720, Orb::ColorSpace::RGBA);
+    std::fill(grey.data(), grey.data() + grey.bytesPerLine() * 720, uint8_t(90));
+    auto read = [&](const Orb::ImageBase &image) {
+        return reader.readTextureToImage(
+            core->processFrameToTexture(image, Orb::Timestamp::fromSeconds(clock), true, {})
+                .buildNormalizedTexture());
+    };
+    std::shared_ptr<Orb::ImageBase> held = read(*frame);
+    const cv::Mat heldCopy = TestFrames::toMat(*held);
+    for (int i = 0; i < 2; ++i) {
+        const auto next = read(grey);
+        EXPECT_EQ(TestFrames::mean(TestFrames::toMat(*next), cv::Rect(0, 0, 1280, 720))[0], 90.0);
+    }
+    EXPECT_EQ(difference(TestFrames::toMat(*held), heldCopy, cv::Rect(0, 0, 1280, 720)), 0.0);
+    EXPECT_EQ(difference(heldCopy, input(), cv::Rect(0, 0, 1280, 720)), 0.0);
+    held.reset();
+    EXPECT_EQ(difference(TestFrames::toMat(*read(*frame)), input(), cv::Rect(0, 0, 1280, 720)), 0.0);
+}
+
 TEST_F(Rendering, ReducedOutputShowsTheWholeScaledPicture)
 {
     // Every pass must scale the camera picture to the output size, whether
