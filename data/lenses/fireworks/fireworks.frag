@@ -34,9 +34,9 @@ void main()
                            0.12 + 0.3 * hash(vec2(float(b), cycle + 3.0)));
         vec2 d = p - centre - vec2(0.0, lt * lt * 0.03);
         float radius = 0.3 * (1.0 - exp(-lt * 2.5));
-        // A loop rather than an if: a software renderer skips a loop that no
-        // pixel of a block enters, but runs both sides of an if.
-        for (int once = 0; once < 1 && dot(d, d) < (radius + 0.04) * (radius + 0.04); ++once) {
+        // Only points near the burst get light. (A software renderer still
+        // runs this block for every pixel, which is why the overlay is small.)
+        if (dot(d, d) < (radius + 0.04) * (radius + 0.04)) {
             float a = (floor(atan(d.y, d.x) / sector) + 0.5) * sector;
             vec2 ray = vec2(cos(a), sin(a));
             vec2 ds = d - ray * radius;
