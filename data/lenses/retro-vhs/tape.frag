@@ -1,5 +1,5 @@
-// Scan lines, a rolling tracking band, noise and faded colours. A tap kicks
-// off a short burst of tracking trouble (u_effectTime restarts).
+// Scan lines, the brighter rolling tracking band, noise and faded colours
+// over the smeared picture.
 uniform float u_noise;
 
 float hash(vec2 p)
@@ -9,12 +9,9 @@ float hash(vec2 p)
 
 void main()
 {
-    vec2 uv = v_uv;
     float band = fract(u_time * 0.15);
-    float inBand = smoothstep(0.04, 0.0, abs(uv.y - band));
-    float glitch = max(0.0, 1.0 - u_effectTime) * 0.03 * sin(uv.y * 90.0 + u_time * 40.0);
-    uv.x += inBand * 0.01 * sin(u_time * 30.0 + uv.y * 200.0) + glitch;
-    vec3 c = texture(u_input, uv).rgb;
+    float inBand = smoothstep(0.04, 0.0, abs(v_uv.y - band));
+    vec3 c = texture(u_input, v_uv).rgb;
     float luma = dot(c, vec3(0.299, 0.587, 0.114));
     c = mix(vec3(luma), c, 0.75) * vec3(1.05, 0.98, 0.9) + vec3(0.03, 0.02, 0.05);
     c *= 0.88 + 0.12 * step(0.5, fract(gl_FragCoord.y * 0.5));
