@@ -7,6 +7,7 @@
 #include <QTemporaryDir>
 #include <QtTest>
 #include <singleinstanceguard.h>
+#include <xwindowdriver.h>
 
 namespace {
 
@@ -22,13 +23,7 @@ QString programName()
 }
 const QString kArtifacts = QStringLiteral(GLINT_ARTIFACTS_DIR);
 
-QString run(const QString &program, const QStringList &args, int timeoutMs = 15000)
-{
-    QProcess process;
-    process.start(program, args);
-    process.waitForFinished(timeoutMs);
-    return QString::fromLocal8Bit(process.readAllStandardOutput()).trimmed();
-}
+using namespace XWindowDriver;
 
 // One running instance of the program with its own configuration folder.
 class AppInstance
@@ -71,22 +66,9 @@ public:
     QProcess process;
 };
 
-QString readFile(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
-}
-
 bool waitForLog(const QString &logPath, const QString &text, int timeoutMs = 10000)
 {
-    QElapsedTimer clock;
-    clock.start();
-    while (clock.elapsed() < timeoutMs) {
-        if (readFile(logPath).contains(text))
-            return true;
-        QTest::qWait(100);
-    }
-    return false;
+    return waitFor([&] { return readFile(logPath).contains(text); }, timeoutMs);
 }
 
 bool showsContent(const QImage &image)
@@ -105,8 +87,7 @@ bool screenshot(const QString &windowId, const QString &name)
     QDir().mkpath(kArtifacts);
     const QString file = kArtifacts + "/" + name + ".png";
     for (int attempt = 0; attempt < 20; ++attempt) {
-        QProcess::execute("import", {"-window", windowId, file});
-        if (showsContent(QImage(file)))
+        if (showsContent(XWindowDriver::grab(windowId, file)))
             return true;
         QTest::qWait(250);
     }
@@ -117,9 +98,7 @@ bool screenshot(const QString &windowId, const QString &name)
 // extension, to the window that has the focus).
 void sendKeys(const QString &windowId, const QString &keys)
 {
-    QProcess::execute("xdotool", {"windowfocus", "--sync", windowId});
-    QTest::qWait(100);
-    QProcess::execute("xdotool", {"key", "--clearmodifiers", keys});
+    inWindow(windowId, {"key", "--clearmodifiers", keys});
 }
 
 // A killed instance leaves its shared memory segment behind; attaching and
@@ -290,7 +269,8 @@ private slots:
         const auto previewColour = [&](const QString &name) {
             screenshot(window, name);
             const QImage shot(kArtifacts + "/" + name + ".png");
-            const QRect middle(shot.width() * 0.15, shot.height() * 0.3, shot.width() * 0.4, shot.height() * 0.4);
+            const QRect middle(shot.width() * 0.15, shot.height() * 0.3, shot.width() * 0.4,
+                               shot.height() * 0.4);
             qint64 r = 0, g = 0, b = 0, n = 0;
             for (int y = middle.top(); y < middle.bottom(); y += 5)
                 for (int x = middle.left(); x < middle.right(); x += 5, ++n) {
@@ -309,12 +289,10 @@ private slots:
         QVERIFY2(before.value() >= 40, "no picture appeared in the preview");
 
         // A tap on the picture moves the lens on to its next colours.
-        QProcess::execute("xdotool", {"windowfocus", "--sync", window});
         const QString geometry = run("xdotool", {"getwindowgeometry", window});
         const QStringList size = geometry.section("Geometry: ", 1).trimmed().split('x');
         QVERIFY(size.size() == 2);
-        QProcess::execute("xdotool", {"mousemove", "--window", window, QString::number(size[0].toInt() * 35 / 100),
-                                      QString::number(size[1].toInt() / 2), "click", "1"});
+        click(window, size[0].toInt() * 35 / 100, size[1].toInt() / 2);
         QTest::qWait(1500);
         const QColor after = previewColour("main-window-lens-tapped");
         const int change = std::abs(after.red() - before.red()) + std::abs(after.green() - before.green()) +

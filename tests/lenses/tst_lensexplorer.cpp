@@ -10,43 +10,18 @@
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QtTest>
+#include <xwindowdriver.h>
 
 namespace {
 
 const QString kArtifacts = QStringLiteral(GLINT_ARTIFACTS_DIR);
 
-QString run(const QString &program, const QStringList &args)
-{
-    QProcess process;
-    process.start(program, args);
-    process.waitForFinished(15000);
-    return QString::fromLocal8Bit(process.readAllStandardOutput()).trimmed();
-}
+using namespace XWindowDriver;
 
-QString readFile(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
-}
-
-template <typename Condition> bool waitFor(Condition condition, int timeoutMs = 15000)
-{
-    QElapsedTimer clock;
-    clock.start();
-    while (clock.elapsed() < timeoutMs) {
-        if (condition())
-            return true;
-        QTest::qWait(150);
-    }
-    return condition();
-}
-
-QImage grab(const QString &window, const QString &name)
+QImage artefact(const QString &window, const QString &name)
 {
     QDir().mkpath(kArtifacts);
-    const QString file = kArtifacts + "/" + name + ".png";
-    QProcess::execute("import", {"-window", window, file});
-    return QImage(file);
+    return XWindowDriver::grab(window, kArtifacts + "/" + name + ".png");
 }
 
 // Mean colour saturation (0-255) of the lit pixels in the middle of the
@@ -72,17 +47,9 @@ double saturation(const QImage &image)
     return count > 100 ? sum / count : -1;
 }
 
-void click(const QString &window, int x, int y, int button = 1)
-{
-    QProcess::execute("xdotool", {"mousemove", "--window", window, QString::number(x), QString::number(y),
-                                  "click", QString::number(button)});
-}
-
 void keys(const QString &window, const QStringList &arguments)
 {
-    QProcess::execute("xdotool", {"windowfocus", "--sync", window});
-    QTest::qWait(100);
-    QProcess::execute("xdotool", arguments);
+    inWindow(window, arguments);
 }
 
 } // namespace
@@ -180,13 +147,13 @@ private slots:
         const int height = size[1].section('=', 1).toInt();
 
         // The camera picture is in colour before any lens.
-        QVERIFY(waitFor([&] { return saturation(grab(window, "lens-explorer")) > 40; }));
+        QVERIFY(waitFor([&] { return saturation(artefact(window, "lens-explorer")) > 40; }));
 
         keys(window, {"key", "--clearmodifiers", "ctrl+f"});
         QProcess::execute("xdotool", {"type", "--delay", "60", "noir"});
         QVERIFY(waitFor([&] { return log().contains("SetSearchFilter QVariant(QString, noir)"); }));
         QTest::qWait(1500); // the answer and the tile's icon
-        grab(window, "lens-explorer-search");
+        artefact(window, "lens-explorer-search");
 
         // The first result sits at the top left of the lens panel, below the
         // current lens card and the search field.
@@ -205,7 +172,7 @@ private slots:
         // Applied: the picture turns black and white.
         QVERIFY(waitFor(
             [&] {
-                const double value = saturation(grab(window, "lens-explorer-applied"));
+                const double value = saturation(artefact(window, "lens-explorer-applied"));
                 return value >= 0 && value < 8;
             },
             30000));
@@ -213,17 +180,17 @@ private slots:
         // The details of the lens, then its favourite button.
         click(window, tileX, tileY, 3);
         QTest::qWait(800);
-        grab(window, "lens-details");
+        artefact(window, "lens-details");
         click(window, width / 2 - 10, height / 2 + 112);
         QVERIFY(waitFor([&] { return log().contains("SetLensFavorite"); }));
         QTest::qWait(300);
-        grab(window, "lens-details-favourite");
+        artefact(window, "lens-details-favourite");
         keys(window, {"key", "Escape"});
 
         keys(window, {"key", "--clearmodifiers", "ctrl+comma"});
         QVERIFY(waitFor([&] { return log().contains("OpenSettingsPage"); }));
         QTest::qWait(500);
-        grab(window, "settings-lenses");
+        artefact(window, "settings-lenses");
 
         keys(window, {"key", "--clearmodifiers", "ctrl+q"});
         QVERIFY(app.waitForFinished(20000));
