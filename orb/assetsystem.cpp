@@ -1,6 +1,6 @@
 #include "assetsystem.h"
 
-#include "remoteassetsdelegate.h"
+#include "hostdelegates.h"
 
 namespace Orb::Mosaica {
 

@@ -1,24 +1,18 @@
 #include "coremanager.h"
 
 #include "assetsystem.h"
-#include "compasstrackerdelegate.h"
+#include "hostdelegates.h"
 #include "complexeffect.h"
-#include "devicemotiontrackerdelegate.h"
 #include "effectsmanager.h"
 #include "experimentprovider.h"
 #include "facefeaturedetectorfactory.h"
 #include "facetracker.h"
 #include "fileutils.h"
 #include "glcontext.h"
-#include "glintcodedelegate.h"
-#include "hintsdelegate.h"
 #include "landmarkmodel.h"
-#include "locationtrackerdelegate.h"
-#include "remoteassetsdelegate.h"
 #include "scene.h"
 #include "scenerenderer.h"
 #include "texture.h"
-#include "videocodecfactory.h"
 
 #include <chrono>
 #include <stdexcept>

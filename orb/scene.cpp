@@ -2,7 +2,7 @@
 
 #include "assetsystem.h"
 #include "externaleventsystem.h"
-#include "hintsdelegate.h"
+#include "hostdelegates.h"
 
 #include <algorithm>
 

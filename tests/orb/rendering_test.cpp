@@ -7,9 +7,8 @@
 #include <externaleventsystem.h>
 #include <fileutils.h>
 #include <gtest/gtest.h>
-#include <hintsdelegate.h>
+#include <orb/hostdelegates.h>
 #include <opencv2/imgproc.hpp>
-#include <remoteassetsdelegate.h>
 #include <scene.h>
 #include <texturereader.h>
 

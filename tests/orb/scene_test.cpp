@@ -3,8 +3,7 @@
 #include <assetsystem.h>
 #include <externaleventsystem.h>
 #include <gtest/gtest.h>
-#include <hintsdelegate.h>
-#include <remoteassetsdelegate.h>
+#include <orb/hostdelegates.h>
 #include <scene.h>
 
 using Orb::Mosaica::Scene;

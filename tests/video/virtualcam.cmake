@@ -23,7 +23,7 @@ endif()
 
 if(TARGET video)
   add_test(NAME video.virtualcam_windows_compile
-           COMMAND ${CMAKE_COMMAND} -DSOURCE_DIR=${CMAKE_SOURCE_DIR}/video
+           COMMAND ${CMAKE_COMMAND} -DSOURCE_DIR=${CMAKE_SOURCE_DIR}/video/virtualcam
                    -DWORK_DIR=${CMAKE_CURRENT_BINARY_DIR}/virtualcam_mingw
                    -P ${CMAKE_CURRENT_LIST_DIR}/virtualcam/compile_windows.cmake)
   set_tests_properties(video.virtualcam_windows_compile PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 300)

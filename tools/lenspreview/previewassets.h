@@ -1,6 +1,6 @@
 #pragma once
 
-#include <remoteassetsdelegate.h>
+#include <orb/hostdelegates.h>
 #include <string>
 
 namespace Orb {

@@ -2,7 +2,7 @@
 # states and recovery, camera names and the demo camera.
 if(TARGET video)
   find_package(Qt5 5.15 REQUIRED COMPONENTS Test)
-  set(framesource_dir ${CMAKE_CURRENT_LIST_DIR}/framesource)
+  set(framesource_dir ${CMAKE_CURRENT_LIST_DIR}/camera)
   add_library(framesource_fixture STATIC ${framesource_dir}/videofixture.cpp ${framesource_dir}/videofixture.h)
   target_link_libraries(framesource_fixture PUBLIC video Qt5::Test)
   target_include_directories(framesource_fixture PUBLIC ${framesource_dir})

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <memory>
-#include <orb/remoteassetsdelegate.h>
+#include <orb/hostdelegates.h>
 #include <string>
 
 namespace Orb {

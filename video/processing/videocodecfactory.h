@@ -1,6 +1,6 @@
 #pragma once
 
-#include <orb/videocodecfactory.h>
+#include <orb/hostdelegates.h>
 
 namespace VCam {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <orb/glintcodedelegate.h>
+#include <orb/hostdelegates.h>
 
 namespace VCam {
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <QObject>
-#include <orb/hintsdelegate.h>
+#include <orb/hostdelegates.h>
 
 namespace VCam {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <orb/devicemotiontrackerdelegate.h>
+#include <orb/hostdelegates.h>
 
 namespace VCam {
 

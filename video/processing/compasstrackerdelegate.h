@@ -1,6 +1,6 @@
 #pragma once
 
-#include <orb/compasstrackerdelegate.h>
+#include <orb/hostdelegates.h>
 
 namespace VCam {
 
