@@ -25,4 +25,11 @@ bool FileUtils::readFile(const std::string &path, std::string &out)
     return true;
 }
 
+bool FileUtils::isPng(const std::string &path)
+{
+    std::ifstream in(path, std::ios::binary);
+    char magic[8] = {};
+    return in.read(magic, sizeof magic) && std::string(magic, sizeof magic) == "\x89PNG\r\n\x1a\n";
+}
+
 } // namespace Orb

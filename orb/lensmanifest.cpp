@@ -4,7 +4,6 @@
 #include "jsonparser.h"
 
 #include <algorithm>
-#include <regex>
 #include <set>
 
 namespace Orb {
@@ -126,19 +125,19 @@ private:
         if (m.formatVersion < 1)
             fail(version, "format version must be 1 or higher");
         const JsonValue &id = require(root, "id", JsonValue::Type::String);
-        if (!std::regex_match(id.string, std::regex("[A-Za-z0-9_-]+")))
-            fail(id, "\"id\" may only contain letters, digits, '_' and '-'");
+        if (!LensManifest::isValidId(id.string))
+            fail(id, "\"id\" must be 1 to 128 characters of A-Z, a-z, 0-9, '_' and '-'");
         m.id = id.string;
-        m.name = require(root, "name", JsonValue::Type::String).string;
+        const JsonValue &name = require(root, "name", JsonValue::Type::String);
+        if (name.string.empty())
+            fail(name, "\"name\" must not be empty");
+        m.name = name.string;
         m.author = optionalString(root, "author");
-        m.icon = optionalString(root, "icon");
-        if (!m.icon.empty())
-            requireFile(*root.find("icon"), m.icon);
-        if (const JsonValue *preview = optional(root, "preview", JsonValue::Type::Object)) {
-            if (const JsonValue *frames = optional(*preview, "frames", JsonValue::Type::Array))
-                m.previewFrames = stringList(*frames);
-            m.previewFrameIntervalMs = static_cast<int>(optionalNumber(*preview, "frameIntervalMs", 100));
-        }
+        const JsonValue &icon = require(root, "icon", JsonValue::Type::String);
+        requirePng(icon, icon.string);
+        m.icon = icon.string;
+        if (const JsonValue *preview = optional(root, "preview", JsonValue::Type::Object))
+            readPreview(*preview);
         m.hint = optionalString(root, "hint");
         if (const JsonValue *triggers = optional(root, "externalTriggers", JsonValue::Type::Array))
             m.externalTriggers = stringList(*triggers);
@@ -146,9 +145,31 @@ private:
             m.remoteAssets = stringList(*assets);
     }
 
+    void readPreview(const JsonValue &preview)
+    {
+        if (const JsonValue *frames = optional(preview, "frames", JsonValue::Type::Array)) {
+            m.previewFrames = stringList(*frames);
+            for (const auto &frame : frames->items)
+                requirePng(frame, frame.string);
+        }
+        if (const JsonValue *interval = optional(preview, "frameIntervalMs", JsonValue::Type::Number)) {
+            if (interval->number != static_cast<int>(interval->number) || interval->number < 1 ||
+                interval->number > 60000)
+                fail(*interval, "\"frameIntervalMs\" must be an integer from 1 to 60000");
+            m.previewFrameIntervalMs = static_cast<int>(interval->number);
+        }
+    }
+
+    void requirePng(const JsonValue &at, const std::string &relative)
+    {
+        requireFile(at, relative);
+        if (!FileUtils::isPng(m.filePath(relative)))
+            fail(at, "\"" + relative + "\" is not a PNG image");
+    }
+
     void requireFile(const JsonValue &at, const std::string &relative)
     {
-        if (relative.find("..") != std::string::npos || (!relative.empty() && relative[0] == '/'))
+        if (relative.empty() || relative.find("..") != std::string::npos || relative[0] == '/')
             fail(at, "\"" + relative + "\" must be a path inside the lens folder");
         if (!FileUtils::fileExists(m.filePath(relative)))
             fail(at, "file \"" + relative + "\" not found in the lens folder");
@@ -315,6 +336,15 @@ private:
 };
 
 } // namespace
+
+bool LensManifest::isValidId(const std::string &id)
+{
+    if (id.empty() || id.size() > 128)
+        return false;
+    return std::all_of(id.begin(), id.end(), [](char c) {
+        return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '_' || c == '-';
+    });
+}
 
 bool LensManifest::load(const std::string &folder, LensManifest &out, std::string &error)
 {

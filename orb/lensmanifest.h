@@ -56,6 +56,8 @@ struct LensBehaviorDefinition
 
 // The parsed manifest ("lens.json") of a lens folder. load() checks every
 // reference so that a lens either loads completely or reports what is wrong.
+// The engine, the lens server, the packer and the preview tool all read
+// lenses through this one reader.
 struct LensManifest
 {
     static constexpr int kFormatVersion = 1;
@@ -78,6 +80,9 @@ struct LensManifest
     // Reads folder/lens.json. On failure returns false and sets error to
     // "<file>:<line>: <reason>".
     static bool load(const std::string &folder, LensManifest &out, std::string &error);
+
+    // 1 to 128 characters of A-Z, a-z, 0-9, '_' and '-'.
+    static bool isValidId(const std::string &id);
 
     std::string filePath(const std::string &relative) const { return folder + "/" + relative; }
 };

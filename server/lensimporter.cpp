@@ -64,7 +64,7 @@ bool LensImporter::importFolder(const std::string &folder, LensRecord *record, s
     lens.signature = packed.signature;
     lens.archiveSize = int64_t(fs::file_size(temporary, ec));
     lens.previewCount = int(packed.manifest.previewFrames.size());
-    lens.previewIntervalMs = packed.manifest.frameIntervalMs;
+    lens.previewIntervalMs = packed.manifest.previewFrameIntervalMs;
     lens.externalTriggers = packed.manifest.externalTriggers;
 
     if (!installMedia(folder, lens, packed.manifest.icon, packed.manifest.previewFrames, error)) {

@@ -15,7 +15,7 @@ bool LensPacker::pack(const std::string &folder, const LensSigner &signer, const
         return false;
     };
     PackedLens packed;
-    if (!packed.manifest.load(folder, &reason))
+    if (!Orb::LensManifest::load(folder, packed.manifest, reason))
         return fail(reason);
     if (!signer.isValid())
         return fail(signer.error());

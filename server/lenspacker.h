@@ -1,6 +1,6 @@
 #pragma once
 
-#include "lensmanifest.h"
+#include <orb/lensmanifest.h>
 
 #include <string>
 
@@ -11,7 +11,7 @@ class LensSigner;
 // What packing a lens folder produced.
 struct PackedLens
 {
-    LensManifest manifest;
+    Orb::LensManifest manifest;
     std::string checksum;
     std::string signature;
 };

@@ -4,21 +4,21 @@
 // Usage: orb_bench [frames] [lens ids...]
 #include <algorithm>
 #include <chrono>
-#include <complexeffect.h>
-#include <coremanager.h>
+#include <orb/complexeffect.h>
+#include <orb/coremanager.h>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
-#include <effectsmanager.h>
-#include <externaleventsystem.h>
-#include <facetracker.h>
+#include <orb/effectsmanager.h>
+#include <orb/externaleventsystem.h>
+#include <orb/facetracker.h>
 #include <functional>
-#include <landmarkmodel.h>
+#include <orb/landmarkmodel.h>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
-#include <scene.h>
+#include <orb/scene.h>
 #include <string>
-#include <texturereader.h>
+#include <orb/texturereader.h>
 #include <thread>
 #include <vector>
 

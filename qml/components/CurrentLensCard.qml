@@ -2,6 +2,7 @@ import QtQuick 2.15
 import QtQuick.Layouts 1.15
 import Style 1.0
 import BusyIndicator 1.0
+import Mirage 1.0
 
 // The lens on the camera now: name, author, its hint and its download.
 Rectangle {
@@ -15,7 +16,7 @@ Rectangle {
     implicitHeight: 64
     radius: Style.radius
     color: Style.panelRaised
-    border.color: lensStore.state === 3 ? Style.warning : Style.border
+    border.color: lensStore.state === Lens.Failed ? Style.warning : Style.border
 
     Connections {
         target: lensStore
@@ -56,9 +57,9 @@ Rectangle {
                 Layout.fillWidth: true
                 text: !card.hasLens ? qsTr("Pick a lens below to put it on")
                       : lensStore.acquiring ? qsTr("Downloading\u2026")
-                      : lensStore.state === 3 ? qsTr("This lens could not be loaded")
+                      : lensStore.state === Lens.Failed ? qsTr("This lens could not be loaded")
                       : (card.lens.author ? qsTr("by %1").arg(card.lens.author) : "")
-                color: lensStore.state === 3 ? Style.warning : Style.textMuted
+                color: lensStore.state === Lens.Failed ? Style.warning : Style.textMuted
                 font.pixelSize: Style.fontSmall
                 elide: Text.ElideRight
             }

@@ -1,6 +1,6 @@
 #include "testframes.h"
 
-#include <expressionanalyzer.h>
+#include <orb/expressionanalyzer.h>
 #include <gtest/gtest.h>
 
 using Orb::ExpressionAnalyzer;

@@ -3,9 +3,9 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <facetracker.h>
+#include <orb/facetracker.h>
 #include <gtest/gtest.h>
-#include <landmarkmodel.h>
+#include <orb/landmarkmodel.h>
 #include <thread>
 
 using Orb::Face;

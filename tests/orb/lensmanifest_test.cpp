@@ -1,7 +1,7 @@
 #include "testframes.h"
 
 #include <gtest/gtest.h>
-#include <lensmanifest.h>
+#include <orb/lensmanifest.h>
 
 using Orb::LensManifest;
 
@@ -79,7 +79,17 @@ TEST(LensManifest, ErrorsCarryFileLineAndReason)
         {"{\n\"formatVersion\": 2,\n\"id\": \"x\", \"name\": \"X\"}",
          "2: format version 2 is newer than this program supports (1); please update"},
         {"{\n\"formatVersion\": 1,\n\"id\": \"bad id\", \"name\": \"X\"}",
-         "3: \"id\" may only contain letters, digits, '_' and '-'"},
+         "3: \"id\" must be 1 to 128 characters of A-Z, a-z, 0-9, '_' and '-'"},
+        {"{\"formatVersion\": 1, \"id\": \"" + std::string(129, 'x') + "\", \"name\": \"X\"}",
+         "1: \"id\" must be 1 to 128 characters of A-Z, a-z, 0-9, '_' and '-'"},
+        {"{\"formatVersion\": 1, \"id\": \"x\",\n\"name\": \"\"}", "2: \"name\" must not be empty"},
+        {std::string("{") + kHeader + ",\n\"icon\": \"../outside.png\"}",
+         "2: \"../outside.png\" must be a path inside the lens folder"},
+        {std::string("{") + kHeader + ",\n\"icon\": \"lens.json\"}", "2: \"lens.json\" is not a PNG image"},
+        {std::string("{") + kHeader + ",\n\"preview\": {\"frames\": [\"lens.json\"]}}",
+         "2: \"lens.json\" is not a PNG image"},
+        {std::string("{") + kHeader + ",\n\"preview\": {\"frameIntervalMs\": -5}}",
+         "2: \"frameIntervalMs\" must be an integer from 1 to 60000"},
         {"{\"formatVersion\": 1,\n\"id\": \"x\"\n\"name\": \"X\"}",
          "3: invalid JSON: expected ',' or '}' in an object"},
         {"{\"formatVersion\": 1, \"id\": \"x\"}", "1: missing \"name\""},

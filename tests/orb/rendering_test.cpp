@@ -1,16 +1,16 @@
 #include "testframes.h"
 
-#include <assetsystem.h>
-#include <complexeffect.h>
-#include <coremanager.h>
-#include <effectsmanager.h>
-#include <externaleventsystem.h>
-#include <fileutils.h>
+#include <orb/assetsystem.h>
+#include <orb/complexeffect.h>
+#include <orb/coremanager.h>
+#include <orb/effectsmanager.h>
+#include <orb/externaleventsystem.h>
+#include <orb/fileutils.h>
 #include <gtest/gtest.h>
 #include <orb/hostdelegates.h>
 #include <opencv2/imgproc.hpp>
-#include <scene.h>
-#include <texturereader.h>
+#include <orb/scene.h>
+#include <orb/texturereader.h>
 
 using Orb::CoreManager;
 

@@ -1,10 +1,10 @@
 #include "testframes.h"
 
-#include <assetsystem.h>
-#include <externaleventsystem.h>
+#include <orb/assetsystem.h>
+#include <orb/externaleventsystem.h>
 #include <gtest/gtest.h>
 #include <orb/hostdelegates.h>
-#include <scene.h>
+#include <orb/scene.h>
 
 using Orb::Mosaica::Scene;
 

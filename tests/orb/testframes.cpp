@@ -85,7 +85,15 @@ TestFrames::TempLens::TempLens(const std::string &manifest)
 {
     char pattern[] = "/tmp/orb-lens-XXXXXX";
     folder = mkdtemp(pattern);
-    write("lens.json", manifest);
+    // Every lens has an icon; manifests written without one get a small one
+    // (on the first line, so error line numbers stay as written).
+    std::string text = manifest;
+    const auto brace = text.find('{');
+    if (text.find("\"icon\"") == std::string::npos && brace != std::string::npos) {
+        text.insert(brace + 1, R"("icon": "icon.png", )");
+        copy(dataPath("lenses/sunglasses/icon.png"), "icon.png");
+    }
+    write("lens.json", text);
 }
 
 TestFrames::TempLens::~TempLens()

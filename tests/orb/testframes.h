@@ -1,7 +1,7 @@
 #pragma once
 
-#include <face.h>
-#include <imagebase.h>
+#include <orb/face.h>
+#include <orb/imagebase.h>
 #include <memory>
 #include <opencv2/core.hpp>
 #include <string>

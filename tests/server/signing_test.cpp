@@ -1,6 +1,5 @@
 // Checksums, signatures, keys, archives and manifests of lens folders.
 #include "base64.h"
-#include "lensmanifest.h"
 #include "lenspacker.h"
 #include "lenssigner.h"
 #include "testlens.h"
@@ -180,61 +179,6 @@ TEST(Base64, RoundTripsAndRejectsBadText)
     EXPECT_FALSE(Base64::decode("Z2xpbnQ"));  // not a multiple of 4
     EXPECT_FALSE(Base64::decode("Z2x*bnQ=")); // outside the alphabet
     EXPECT_FALSE(Base64::decode("Z=xpbnQ=")); // padding in the middle
-}
-
-TEST(Manifest, ReadsTheHeaderFields)
-{
-    TempDir temp;
-    writeLens(temp.path(), {"shades", "Cool Shades", "Glint Studio", "lens_hint_open_your_mouth", 3});
-    LensManifest manifest;
-    std::string error;
-    ASSERT_TRUE(manifest.load(temp / "shades", &error)) << error;
-    EXPECT_EQ(manifest.id, "shades");
-    EXPECT_EQ(manifest.name, "Cool Shades");
-    EXPECT_EQ(manifest.author, "Glint Studio");
-    EXPECT_EQ(manifest.hint, "lens_hint_open_your_mouth");
-    EXPECT_EQ(manifest.previewFrames.size(), 3u);
-    EXPECT_EQ(manifest.frameIntervalMs, 80);
-    EXPECT_EQ(manifest.externalTriggers, std::vector<std::string>{"trigger1"});
-}
-
-TEST(Manifest, RejectsInvalidHeadersNamingTheProblem)
-{
-    TempDir temp;
-    const std::string dir = writeLens(temp.path(), {"base", "Base", "A", "", 2});
-    const auto valid = nlohmann::json::parse(readFile(dir + "/lens.json"));
-    const std::vector<std::pair<std::function<void(nlohmann::json &)>, std::string>> cases = {
-        {[](auto &m) { m["formatVersion"] = 2; }, "formatVersion"},
-        {[](auto &m) { m.erase("id"); }, "\"id\""},
-        {[](auto &m) { m["id"] = "has space"; }, "\"id\""},
-        {[](auto &m) { m["id"] = "../escape"; }, "\"id\""},
-        {[](auto &m) { m["name"] = ""; }, "\"name\""},
-        {[](auto &m) { m["name"] = 5; }, "\"name\""},
-        {[](auto &m) { m["icon"] = "../outside.png"; }, "\"icon\""},
-        {[](auto &m) { m["icon"] = "/etc/passwd"; }, "\"icon\""},
-        {[](auto &m) { m["icon"] = "lens.json"; }, "PNG"},
-        {[](auto &m) { m["preview"]["frames"] = {"preview/9.png"}; }, "preview frame"},
-        {[](auto &m) { m["preview"]["frames"] = "preview/0.png"; }, "preview.frames"},
-        {[](auto &m) { m["preview"]["frameIntervalMs"] = -5; }, "frameIntervalMs"},
-        {[](auto &m) { m["hint"] = true; }, "\"hint\""},
-        {[](auto &m) {
-             m["externalTriggers"] = {1, 2};
-         },
-         "externalTriggers"},
-    };
-    for (const auto &[change, expected] : cases) {
-        auto manifest = valid;
-        change(manifest);
-        writeFile(dir + "/lens.json", manifest.dump());
-        LensManifest parsed;
-        std::string error;
-        EXPECT_FALSE(parsed.load(dir, &error)) << manifest.dump();
-        EXPECT_NE(error.find(expected), std::string::npos) << error;
-    }
-    writeFile(dir + "/lens.json", "[1, 2]");
-    std::string error;
-    EXPECT_FALSE(LensManifest().load(dir, &error));
-    EXPECT_FALSE(LensManifest().load(temp / "nothing-here", &error));
 }
 
 TEST(Packer, ArchiveUnpacksToTheSignedFilesAndIsReproducible)

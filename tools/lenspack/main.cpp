@@ -82,9 +82,9 @@ int sign(const LensSigner &signer, const std::vector<std::string> &args)
 {
     if (args.size() != 1)
         return usageError();
-    LensManifest manifest;
+    Orb::LensManifest manifest;
     std::string error;
-    if (!manifest.load(args[0], &error)) {
+    if (!Orb::LensManifest::load(args[0], manifest, error)) {
         std::cerr << args[0] << ": " << error << "\n";
         return 1;
     }

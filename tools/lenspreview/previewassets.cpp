@@ -1,12 +1,12 @@
 #include "previewassets.h"
 
-#include <assetsystem.h>
-#include <complexeffect.h>
-#include <coremanager.h>
+#include <orb/assetsystem.h>
+#include <orb/complexeffect.h>
+#include <orb/coremanager.h>
 #include <cstdio>
-#include <effectsmanager.h>
-#include <fileutils.h>
-#include <scene.h>
+#include <orb/effectsmanager.h>
+#include <orb/fileutils.h>
+#include <orb/scene.h>
 
 PreviewAssets::PreviewAssets(Orb::CoreManager &core, std::string folder)
     : m_core(core), m_folder(std::move(folder))

@@ -1,13 +1,13 @@
 #include "previewrunner.h"
 
-#include <complexeffect.h>
+#include <orb/complexeffect.h>
 #include <cstdio>
-#include <effectsmanager.h>
-#include <externaleventsystem.h>
+#include <orb/effectsmanager.h>
+#include <orb/externaleventsystem.h>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 #include <opencv2/videoio.hpp>
-#include <scene.h>
+#include <orb/scene.h>
 #include <sys/stat.h>
 
 namespace {

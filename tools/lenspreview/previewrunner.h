@@ -3,10 +3,10 @@
 #include "previewassets.h"
 #include "previewoptions.h"
 
-#include <coremanager.h>
+#include <orb/coremanager.h>
 #include <memory>
 #include <opencv2/core.hpp>
-#include <texturereader.h>
+#include <orb/texturereader.h>
 
 // Runs a lens over a still image or a video and writes what it renders.
 class PreviewRunner
