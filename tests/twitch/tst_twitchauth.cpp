@@ -138,6 +138,7 @@ private slots:
     void userRefuses();
     void backendNeverAnswers();
     void noCodeWithinWait();
+    void cancelGivesUpSignIn();
     void refreshBeforeAndAfterExpiry();
     void failedRefreshLogsOut();
     void unlinkRevokes();
@@ -313,6 +314,22 @@ void TwitchAuthTest::noCodeWithinWait()
     QVERIFY(late.waitClosed(3000));
     QVERIFY(!late.connected());
     QVERIFY(late.answer().isEmpty());
+}
+
+void TwitchAuthTest::cancelGivesUpSignIn()
+{
+    SignInBrowser browser;
+    browser.follow = false;
+    Program program(m_lensServer.baseUrl());
+    const int revocations = m_twitch.revocations();
+    program.act(ActionType::AuthorizeTwitch);
+    QTRY_COMPARE(program.state(), TwitchAuthState::WaitingAccessCode);
+    QVERIFY(program.helper()->server()->isListening());
+    program.act(ActionType::DeauthorizeTwitch);
+    QTRY_COMPARE(program.state(), TwitchAuthState::NotAuthorized);
+    QVERIFY(!program.helper()->server()->isListening());
+    QVERIFY(program.popups().isEmpty());
+    QCOMPARE(m_twitch.revocations(), revocations);
 }
 
 // A token about to expire is refreshed through the backend while the
