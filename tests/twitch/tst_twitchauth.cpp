@@ -139,6 +139,7 @@ private slots:
     void backendNeverAnswers();
     void noCodeWithinWait();
     void cancelGivesUpSignIn();
+    void portTakenOpensNoBrowser();
     void refreshBeforeAndAfterExpiry();
     void failedRefreshLogsOut();
     void unlinkRevokes();
@@ -201,7 +202,7 @@ void TwitchAuthTest::signInShowsPageByExtensionStatus()
     QCOMPARE(states.size(), 3); // waiting for the code, for the token, authorized
     QCOMPARE(states.at(1).first().value<TwitchAuthState>(), TwitchAuthState::WaitingAccessToken);
     QVERIFY(program.store->authorized());
-    QCOMPARE(program.collector->ofType(ActionType::TwitchUserAuthorized).size(), 1);
+    QTRY_COMPARE(program.collector->ofType(ActionType::TwitchUserAuthorized).size(), 1);
 
     // The tab waits for the extension check; so does the style sheet the
     // page asks for meanwhile.
@@ -328,8 +329,23 @@ void TwitchAuthTest::cancelGivesUpSignIn()
     program.act(ActionType::DeauthorizeTwitch);
     QTRY_COMPARE(program.state(), TwitchAuthState::NotAuthorized);
     QVERIFY(!program.helper()->server()->isListening());
+    QTRY_COMPARE(program.collector->ofType(ActionType::TwitchUserDeauthorized).size(), 1);
     QVERIFY(program.popups().isEmpty());
     QCOMPARE(m_twitch.revocations(), revocations);
+}
+
+void TwitchAuthTest::portTakenOpensNoBrowser()
+{
+    QTcpServer squatter;
+    QVERIFY(squatter.listen(QHostAddress::LocalHost, HttpServer::kPort));
+    SignInBrowser browser;
+    Program program(m_lensServer.baseUrl());
+    QSignalSpy states(program.service.get(), &TwitchService::authStateChanged);
+    QTest::ignoreMessage(QtCriticalMsg, QRegularExpression("^Can't listen on port 8492"));
+    program.act(ActionType::AuthorizeTwitch);
+    QTRY_COMPARE(states.size(), 2);
+    QCOMPARE(program.state(), TwitchAuthState::Unknown);
+    QVERIFY(browser.opened.isEmpty());
 }
 
 // A token about to expire is refreshed through the backend while the
@@ -368,8 +384,8 @@ void TwitchAuthTest::failedRefreshLogsOut()
     m_twitch.forgetRefreshTokens();
     Program program(m_lensServer.baseUrl());
     QTRY_COMPARE_WITH_TIMEOUT(program.state(), TwitchAuthState::NotAuthorized, 10000);
-    QCOMPARE(program.popups(), QStringList{QStringLiteral("We've logged you out")});
-    QCOMPARE(program.collector->ofType(ActionType::TwitchUserDeauthorized).size(), 1);
+    QTRY_COMPARE(program.popups(), QStringList{QStringLiteral("We've logged you out")});
+    QTRY_COMPARE(program.collector->ofType(ActionType::TwitchUserDeauthorized).size(), 1);
     QVERIFY(program.network.accessToken().isEmpty());
     QTest::qWait(500);
     bool found = true;
@@ -389,7 +405,7 @@ void TwitchAuthTest::unlinkRevokes()
     QTRY_COMPARE_WITH_TIMEOUT(program.state(), TwitchAuthState::NotAuthorized, 10000);
     QCOMPARE(m_twitch.revocations(), revocations + 1);
     QVERIFY(!m_twitch.isAccessTokenValid(issued.first));
-    QCOMPARE(program.popups(), QStringList{QStringLiteral("We've logged you out")});
+    QTRY_COMPARE(program.popups(), QStringList{QStringLiteral("We've logged you out")});
     QVERIFY(program.store->currentUserName().isEmpty());
     QTest::qWait(500);
     bool found = true;

@@ -16,9 +16,13 @@ bool isStoreMissing(QKeychain::Error error)
            error == QKeychain::AccessDenied || error == QKeychain::NotImplemented;
 }
 
-template <typename JobType> JobType *newJob(const QString &service, QObject *parent)
+// Jobs have no parent: the Secret Service answers asynchronously, and a job
+// deleted before its answer came would be called after its death. Each job
+// deletes itself once finished; its answer is dropped when this component
+// is gone by then.
+template <typename JobType> JobType *newJob(const QString &service)
 {
-    auto *job = new JobType(service, parent);
+    auto *job = new JobType(service);
     job->setAutoDelete(true);
     job->setInsecureFallback(false);
     job->setKey(KeychainComponent::kKey);
@@ -33,7 +37,7 @@ KeychainComponent::KeychainComponent(const QString &applicationName, QObject *pa
 
 void KeychainComponent::load()
 {
-    auto *job = newJob<QKeychain::ReadPasswordJob>(m_service, this);
+    auto *job = newJob<QKeychain::ReadPasswordJob>(m_service);
     connect(job, &QKeychain::Job::finished, this, &KeychainComponent::onReadFinished);
     job->start();
 }
@@ -66,7 +70,7 @@ void KeychainComponent::onReadFinished(QKeychain::Job *job)
 
 void KeychainComponent::store(const OAuthTokens &tokens)
 {
-    auto *job = newJob<QKeychain::WritePasswordJob>(m_service, this);
+    auto *job = newJob<QKeychain::WritePasswordJob>(m_service);
     job->setBinaryData(QJsonDocument(tokens.toJson()).toJson(QJsonDocument::Compact));
     connect(job, &QKeychain::Job::finished, this, [this](QKeychain::Job *finished) {
         const bool ok = finished->error() == QKeychain::NoError;
@@ -81,7 +85,7 @@ void KeychainComponent::store(const OAuthTokens &tokens)
 
 void KeychainComponent::remove()
 {
-    auto *job = newJob<QKeychain::DeletePasswordJob>(m_service, this);
+    auto *job = newJob<QKeychain::DeletePasswordJob>(m_service);
     connect(job, &QKeychain::Job::finished, this, [this](QKeychain::Job *finished) {
         const bool ok =
             finished->error() == QKeychain::NoError || finished->error() == QKeychain::EntryNotFound;

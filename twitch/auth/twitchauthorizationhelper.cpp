@@ -45,9 +45,16 @@ QUrl TwitchAuthorizationHelper::authorizeUrl()
 
 void TwitchAuthorizationHelper::authorize()
 {
+    const TwitchAuthState before = m_state;
     setState(TwitchAuthState::WaitingAccessCode);
     m_codeWaitTimer.start(m_codeWaitMs);
-    m_server->startListen();
+    if (!m_server->startListen()) {
+        // Another program holds the port: Twitch could not reach us, so the
+        // browser is not sent there.
+        m_codeWaitTimer.stop();
+        setState(before);
+        return;
+    }
     QDesktopServices::openUrl(authorizeUrl());
 }
 
