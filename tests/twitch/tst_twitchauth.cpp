@@ -194,7 +194,9 @@ void TwitchAuthTest::signInShowsPageByExtensionStatus()
     program.act(ActionType::AuthorizeTwitch);
     QTRY_VERIFY_WITH_TIMEOUT(browser.tab && browser.tab->connected(), 10000);
     QCOMPARE(browser.opened.size(), 1);
-    QCOMPARE(browser.opened.first(), TwitchAuthorizationHelper::authorizeUrl());
+    QCOMPARE(browser.opened.first(), program.helper()->authorizeUrl());
+    QVERIFY(browser.opened.first().toEncoded().endsWith(
+        "&response_type=code&scope=channel_read%20channel_subscriptions%20user:edit:broadcast"));
     QVERIFY(browser.redirect.toString().startsWith(QStringLiteral("http://localhost:8492/?code=")));
 
     QTRY_COMPARE_WITH_TIMEOUT(program.state(), TwitchAuthState::Authorized, 10000);

@@ -6,7 +6,7 @@
 #include "twitchauthclient.h"
 
 #include <QDesktopServices>
-#include <glintdeployment.h>
+#include <networkmanager.h>
 
 namespace VCam {
 
@@ -30,17 +30,9 @@ TwitchAuthorizationHelper::TwitchAuthorizationHelper(TwitchAuthClient *backend, 
     connect(&m_tokenWaitTimer, &QTimer::timeout, this, &TwitchAuthorizationHelper::onTokenWaitTimeout);
 }
 
-QUrl TwitchAuthorizationHelper::authorizeUrl()
+QUrl TwitchAuthorizationHelper::authorizeUrl() const
 {
-    QString base = QString::fromStdString(glint::deployment(glint::kTwitchOAuthUrl));
-    if (!base.endsWith(QLatin1Char('/')))
-        base += QLatin1Char('/');
-    // The scope text is already percent-encoded and used exactly as written.
-    return QUrl(base + QStringLiteral("authorize?client_id=%1&redirect_uri=%2&response_type=code&scope="
-                                      "channel_read%20channel_subscriptions%20user:edit:broadcast")
-                           .arg(QString::fromStdString(glint::deployment(glint::kTwitchClientId)),
-                                TwitchAuthClient::kRedirectUri),
-                QUrl::StrictMode);
+    return m_backend->network()->getAuthorizationUrl();
 }
 
 void TwitchAuthorizationHelper::authorize()

@@ -29,7 +29,7 @@ public:
     TwitchAuthState state() const { return m_state; }
     HttpServer *server() const { return m_server; }
     // Twitch's authorize page with our client id, redirect and scopes.
-    static QUrl authorizeUrl();
+    QUrl authorizeUrl() const;
     // Five minutes is too long for a test to sit through.
     void setCodeWaitInterval(int ms) { m_codeWaitMs = ms; }
 
