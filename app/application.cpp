@@ -24,6 +24,7 @@
 #include <dispatcher.h>
 #include <favoriteslensmodel.h>
 #include <glintdeployment.h>
+#include <keychaincomponent.h>
 #include <lenscommand.h>
 #include <lensinfostorage.h>
 #include <lensstore.h>
@@ -35,6 +36,8 @@
 #include <qmlnetworkaccessmanagerfactory.h>
 #include <qquicknonblockingpresscatcher.h>
 #include <recentslensproxymodel.h>
+#include <twitchservice.h>
+#include <twitchstore.h>
 
 Q_LOGGING_CATEGORY(lcApp, "glint.app")
 
@@ -107,6 +110,7 @@ void Application::createServices()
     m_actionProvider = std::make_shared<ActionProvider>(m_dispatcher);
     m_keyHelper = std::make_shared<KeyHelper>();
     m_lensInfoStorage = std::make_shared<LensInfoStorage>();
+    m_keychain = std::make_shared<KeychainComponent>(applicationName());
     // Until installations carry an identifier of their own, one derived from
     // the machine stands for it: stable across runs, nothing personal in it.
     const QString installationId =
@@ -150,6 +154,14 @@ void Application::createStores()
     m_stores["core"] = m_coreStore;
     m_applicationStore = std::make_shared<ApplicationStore>(m_dispatcher, nullptr, nullptr);
     m_stores["settings"] = m_applicationStore;
+    createTwitchStore();
+}
+
+void Application::createTwitchStore()
+{
+    auto service = std::make_shared<TwitchService>(m_network.get(), m_keychain.get());
+    m_twitchStore = std::make_shared<TwitchStore>(m_dispatcher, service);
+    m_stores["twitch"] = m_twitchStore;
 }
 
 void Application::createMiddlewares()
@@ -202,6 +214,7 @@ void Application::setContextProperties()
     context->setContextProperty(QStringLiteral("applicationStore"), m_applicationStore.get());
     context->setContextProperty(QStringLiteral("coreStore"), m_coreStore.get());
     context->setContextProperty(QStringLiteral("lensStore"), m_lensStore.get());
+    context->setContextProperty(QStringLiteral("twitchStore"), m_twitchStore.get());
     context->setContextProperty(QStringLiteral("keyHelper"), m_keyHelper.get());
     context->setContextProperty(QStringLiteral("resizeHelper"), m_resizeHelper.get());
 }

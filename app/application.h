@@ -20,6 +20,7 @@ class ApplicationStore;
 class CoreStore;
 class PreviewOutput;
 class KeyHelper;
+class KeychainComponent;
 class LensInfoStorage;
 class LensStore;
 class NetworkManager;
@@ -28,6 +29,7 @@ class ResizeHelper;
 class Settings;
 class Store;
 class TerminationWatcher;
+class TwitchStore;
 
 // The program's spine: creates the dispatcher, the stores, the middlewares
 // and the interface in a fixed order, loads the settings into the stores,
@@ -65,6 +67,7 @@ private:
     void registerQmlTypes();
     void setContextProperties();
     void createLensStore();
+    void createTwitchStore();
     void applyDeveloperLens();
     PreviewOutput *findPreview() const;
 
@@ -74,11 +77,13 @@ private:
     std::shared_ptr<KeyHelper> m_keyHelper;
     std::shared_ptr<LensInfoStorage> m_lensInfoStorage;
     std::shared_ptr<NetworkManager> m_network;
+    std::shared_ptr<KeychainComponent> m_keychain;
     std::shared_ptr<LensStore> m_lensStore;
     std::unique_ptr<QmlNetworkAccessManagerFactory> m_networkFactory;
     std::map<QByteArray, std::shared_ptr<Store>> m_stores;
     std::shared_ptr<ApplicationStore> m_applicationStore;
     std::shared_ptr<CoreStore> m_coreStore;
+    std::shared_ptr<TwitchStore> m_twitchStore;
     std::shared_ptr<ResizeHelper> m_resizeHelper;
     std::vector<std::shared_ptr<Bureau::Middleware>> m_middlewares;
     std::unique_ptr<Settings> m_settings;

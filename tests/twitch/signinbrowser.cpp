@@ -1,0 +1,83 @@
+#include "signinbrowser.h"
+
+#include <QCoreApplication>
+#include <QDesktopServices>
+#include <QElapsedTimer>
+#include <QNetworkReply>
+
+BrowserTab::BrowserTab(const QUrl &url, const QByteArray &method)
+{
+    const QByteArray target = url.toEncoded(QUrl::RemoveScheme | QUrl::RemoveAuthority);
+    open(static_cast<quint16>(url.port(80)),
+         method + ' ' + (target.isEmpty() ? QByteArray("/") : target) +
+             " HTTP/1.1\r\nHost: " + url.host().toUtf8() + ':' + QByteArray::number(url.port(80)) +
+             "\r\nUser-Agent: Mozilla/5.0 (X11; Linux x86_64)\r\nAccept: text/html\r\n\r\n");
+}
+
+BrowserTab::BrowserTab(quint16 port, const QByteArray &rawRequest)
+{
+    open(port, rawRequest);
+}
+
+void BrowserTab::open(quint16 port, const QByteArray &request)
+{
+    connect(&m_socket, &QTcpSocket::connected, this, [this, request] {
+        m_connected = true;
+        m_socket.write(request);
+    });
+    connect(&m_socket, &QTcpSocket::readyRead, this, [this] { m_answer += m_socket.readAll(); });
+    const auto closed = [this] {
+        if (m_socket.isOpen())
+            m_answer += m_socket.readAll();
+        m_closed = true;
+    };
+    connect(&m_socket, &QTcpSocket::disconnected, this, closed);
+    connect(&m_socket, &QTcpSocket::errorOccurred, this, closed);
+    m_socket.connectToHost(QStringLiteral("127.0.0.1"), port);
+}
+
+bool BrowserTab::waitClosed(int ms)
+{
+    QElapsedTimer timer;
+    timer.start();
+    while (!m_closed && timer.elapsed() < ms)
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 50);
+    return m_closed;
+}
+
+QByteArray BrowserTab::body() const
+{
+    const int end = m_answer.indexOf("\n\n");
+    return end < 0 ? QByteArray() : m_answer.mid(end + 2);
+}
+
+SignInBrowser::SignInBrowser()
+{
+    m_network.setRedirectPolicy(QNetworkRequest::ManualRedirectPolicy);
+    QDesktopServices::setUrlHandler(QStringLiteral("http"), this, "open");
+}
+
+SignInBrowser::~SignInBrowser()
+{
+    QDesktopServices::unsetUrlHandler(QStringLiteral("http"));
+}
+
+void SignInBrowser::open(const QUrl &url)
+{
+    opened << url;
+    if (!follow)
+        return;
+    QNetworkReply *reply = m_network.get(QNetworkRequest(url));
+    connect(reply, &QNetworkReply::finished, this, [this, reply] {
+        reply->deleteLater();
+        const QUrl location = reply->header(QNetworkRequest::LocationHeader).toUrl();
+        if (location.isEmpty())
+            return;
+        redirect = location;
+        // The browser resolves "localhost" to the loopback address.
+        QUrl target = location;
+        target.setHost(QStringLiteral("127.0.0.1"));
+        tab = std::make_unique<BrowserTab>(target);
+        emit redirected();
+    });
+}
