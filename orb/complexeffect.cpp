@@ -5,9 +5,9 @@
 
 namespace Orb {
 
-ComplexEffect::ComplexEffect(ComplexEffectDescriptor descriptor, std::shared_ptr<Mosaica::Scene> scene,
+ComplexEffect::ComplexEffect(std::shared_ptr<Mosaica::Scene> scene,
                              std::unique_ptr<Mosaica::SceneRenderer> renderer)
-    : m_descriptor(std::move(descriptor)), m_scene(std::move(scene)), m_renderer(std::move(renderer))
+    : m_scene(std::move(scene)), m_renderer(std::move(renderer))
 {}
 
 ComplexEffect::~ComplexEffect() = default;

@@ -1,7 +1,5 @@
 #pragma once
 
-#include "complexeffectdescriptor.h"
-
 #include <memory>
 
 namespace Orb {
@@ -16,11 +14,9 @@ class SceneRenderer;
 class ComplexEffect
 {
 public:
-    ComplexEffect(ComplexEffectDescriptor descriptor, std::shared_ptr<Mosaica::Scene> scene,
-                  std::unique_ptr<Mosaica::SceneRenderer> renderer);
+    ComplexEffect(std::shared_ptr<Mosaica::Scene> scene, std::unique_ptr<Mosaica::SceneRenderer> renderer);
     ~ComplexEffect();
 
-    const ComplexEffectDescriptor &getDescriptor() const { return m_descriptor; }
     std::shared_ptr<Mosaica::Scene> getScene() const { return m_scene; }
     Mosaica::SceneRenderer &renderer() { return *m_renderer; }
 
@@ -29,7 +25,6 @@ public:
     double startTime = -1.0;
 
 private:
-    ComplexEffectDescriptor m_descriptor;
     std::shared_ptr<Mosaica::Scene> m_scene;
     std::unique_ptr<Mosaica::SceneRenderer> m_renderer;
 };

@@ -1,7 +1,6 @@
 #include "coremanager.h"
 
 #include "assetsystem.h"
-#include "hostdelegates.h"
 #include "complexeffect.h"
 #include "effectsmanager.h"
 #include "experimentprovider.h"
@@ -9,6 +8,7 @@
 #include "facetracker.h"
 #include "fileutils.h"
 #include "glcontext.h"
+#include "hostdelegates.h"
 #include "landmarkmodel.h"
 #include "scene.h"
 #include "scenerenderer.h"
@@ -190,7 +190,7 @@ bool CoreManager::useComplexEffect(std::shared_ptr<ComplexEffectDescriptor> desc
         return false;
     scene->setTouchUsedByShaders(renderer->usesTouch());
     scene->setHintsDelegate(d->hints);
-    m_effects->setComplexEffect(std::make_shared<ComplexEffect>(*descriptor, scene, std::move(renderer)));
+    m_effects->setComplexEffect(std::make_shared<ComplexEffect>(scene, std::move(renderer)));
     // The delegate looks the scene up through this manager, so ask only now.
     if (auto assets = d->remoteAssets.lock())
         scene->getAssetSystem()->requestAll(*assets);

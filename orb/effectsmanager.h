@@ -19,7 +19,6 @@ public:
     {
         m_audio = std::move(delegate);
     }
-    std::shared_ptr<MosaicaAudioDelegate> audioDelegate() const { return m_audio.lock(); }
 
 private:
     std::shared_ptr<ComplexEffect> m_effect;

@@ -22,7 +22,6 @@ public:
     std::vector<std::pair<std::string, JsonValue>> members;
 
     bool isNull() const { return type == Type::Null; }
-    bool isBool() const { return type == Type::Bool; }
     bool isNumber() const { return type == Type::Number; }
     bool isString() const { return type == Type::String; }
     bool isArray() const { return type == Type::Array; }

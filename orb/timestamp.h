@@ -10,7 +10,6 @@ class Timestamp
 {
 public:
     static Timestamp invalid() { return Timestamp(); }
-    static Timestamp fromMicroseconds(int64_t us) { return Timestamp(us); }
     static Timestamp fromSeconds(double s) { return Timestamp(static_cast<int64_t>(s * 1e6)); }
 
     bool isValid() const { return m_valid; }

@@ -1,4 +1,3 @@
-#include <QMetaMethod>
 #include <QtTest>
 #include <actionprovider.h>
 #include <collectingstore.h>
@@ -47,100 +46,6 @@ private slots:
         provider = std::make_unique<ActionProvider>(dispatcher);
     }
 
-    void operationsAreOfferedInTheirFixedOrder()
-    {
-        const QStringList expected = {"notifyStarted",
-                                      "updateFrame",
-                                      "setCamera",
-                                      "setActiveLens",
-                                      "setLensFavorite",
-                                      "setCoreProcessingLens",
-                                      "setCoreProcessingOverlay",
-                                      "setCoreProcessingOverlayMirrored",
-                                      "setSearchFilter",
-                                      "notifyActiveLensChanged",
-                                      "notifyLensDownloaded",
-                                      "toggleLens",
-                                      "toggleGlintcode",
-                                      "setTwitchSubscriptionReactionEnabled",
-                                      "setTwitchSubscriptionReactionForResubscribeEnabled",
-                                      "setTwitchSubscriptionReactionIndependentOnTier",
-                                      "setSecondaryLens",
-                                      "setTwitchSubsriberThankEnabled",
-                                      "setTwitchSecondaryLensTimeout",
-                                      "authorizeTwitch",
-                                      "deauthorizeTwitch",
-                                      "notifyTwitchUserAuthorized",
-                                      "notifyTwitchUserDeauthorized",
-                                      "openSettingsPage",
-                                      "openTwitchPage",
-                                      "openMainPage",
-                                      "showPopupMessage",
-                                      "notifySearchOpened",
-                                      "notifyRecentsOpened",
-                                      "notifyRecentsClosed",
-                                      "saveGlintcode",
-                                      "copyLensLink",
-                                      "reportLens",
-                                      "setCacheLimit",
-                                      "setMirrorPreview",
-                                      "setAlwaysShowGlintcode",
-                                      "setAutomaticUpdatesEnabled",
-                                      "setCacheDir",
-                                      "setGlobalShortcut",
-                                      "setLensShortcut",
-                                      "clearCache",
-                                      "clearFavorites",
-                                      "clearRecents",
-                                      "clearAppIntegrations",
-                                      "tapEvent",
-                                      "touchBegin",
-                                      "touchChange",
-                                      "touchEnd",
-                                      "externalEvent",
-                                      "emulateExternalEvent",
-                                      "emulateSubscriptionEvent",
-                                      "checkForUpdates",
-                                      "skipUpdate"};
-        QStringList offered;
-        const QMetaObject &meta = ActionProvider::staticMetaObject;
-        for (int i = meta.methodOffset(); i < meta.methodCount(); ++i)
-            offered << QString::fromLatin1(meta.method(i).name());
-        QCOMPARE(offered.size(), 53);
-        QCOMPARE(offered, expected);
-    }
-
-    void enumerationKeysKeepTheirDeliberateSpelling()
-    {
-        const QMetaEnum types = QMetaEnum::fromType<ActionType>();
-        QCOMPARE(types.keyCount(), 60);
-        for (int i = 0; i < types.keyCount(); ++i)
-            QCOMPARE(types.value(i), i);
-        QCOMPARE(types.valueToKey(29), "setTwitchSubscriptionReactionEnabled");
-        QCOMPARE(types.valueToKey(49), "GestureEvent");
-        QCOMPARE(types.valueToKey(59), "NotifyStreamStateUpdated");
-        QCOMPARE(QMetaEnum::fromType<LensActionContext>().valueToKey(7), "Shortcut");
-        QCOMPARE(QMetaEnum::fromType<ShortcutRole>().keyToValue("EmulateSubscription"), 5);
-    }
-
-    void actionsQueuedBeforeStartArriveAfterIt()
-    {
-        auto late = std::make_shared<Bureau::Dispatcher>();
-        auto lateStore = std::make_shared<CollectingStore>();
-        late->addStore(lateStore);
-        ActionProvider early(late);
-        early.openSettingsPage();
-        QCoreApplication::processEvents();
-        QVERIFY(lateStore->actions.isEmpty());
-        late->start();
-        // Still queued; the next delivery after the start drains it first.
-        early.openMainPage();
-        QCoreApplication::processEvents();
-        QCOMPARE(lateStore->actions.size(), 2);
-        QCOMPARE(lateStore->actions[0]->type, int(ActionType::OpenSettingsPage));
-        QCOMPARE(lateStore->actions[1]->type, int(ActionType::OpenMainPage));
-    }
-
     void payloadsCarryTheArguments()
     {
         provider->setLensFavorite("abc", true, LensActionContext::Favorites);
@@ -172,13 +77,6 @@ private slots:
 
         provider->clearCache();
         QVERIFY(!last()->payload.isValid());
-    }
-
-    void gestureTypesPrintWithTheirPrefix()
-    {
-        QString text;
-        QDebug(&text) << GestureType::TouchBegin;
-        QCOMPARE(text.trimmed(), QString("GestureType::TouchBegin"));
     }
 
     void logMiddlewareSkipsFrameRateActions()

@@ -46,23 +46,6 @@ class TestLensModels : public QObject
     Q_OBJECT
 
 private slots:
-    void rolesTable()
-    {
-        LensInfoStorage storage;
-        RecentsLensModel recents(&storage);
-        const auto names = recents.roleNames();
-        const QList<QPair<int, QByteArray>> expected{
-            {257, "title"},        {258, "author"}, {259, "authorPageUrl"},    {260, "iconUrl"},
-            {261, "glintcodeUrl"}, {262, "isFav"},  {263, "preview"},          {264, "previewSequence"},
-            {265, "mainColor"},    {266, "lensId"}, {267, "lastActivatedTime"}};
-        for (const auto &[role, name] : expected)
-            QCOMPARE(names.value(role), name);
-        QCOMPARE(names.size(), expected.size());
-        BaseLensModel base(&storage);
-        QVERIFY(!base.roleNames().contains(267));
-        QCOMPARE(base.roleNames().value(266), QByteArray("lensId"));
-    }
-
     void rowsReadTheStorage()
     {
         LensInfoStorage storage;

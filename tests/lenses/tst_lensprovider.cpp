@@ -141,31 +141,6 @@ private slots:
             QCOMPARE(spy.count(), 0);
     }
 
-    // A rate-limited backend: each request is answered either by a result or
-    // by one error, never both, never neither.
-    void rateLimitedRequests()
-    {
-        LensServerProcess limited;
-        QVERIFY(limited.import({TestLenses::makeLensFolder(m_lenses.path(), "limited-lens")}));
-        QVERIFY(limited.start({"--rate-limit", "1", "--rate-burst", "3"}));
-        NetworkManager network(limited.baseUrl(), [] { return QStringLiteral("rate-test"); });
-        NetworkLensProvider provider(&network, m_cache.path(), limited.publicKey());
-        QSignalSpy results(&provider, &LensProvider::communityLensesSuccess);
-        QSignalSpy failures(&provider, &LensProvider::communityLensesFailure);
-        QSignalSpy errors(&network, &NetworkManager::error);
-        const int searches = 8;
-        for (int i = 0; i < searches; ++i)
-            provider.requestCommunityLenses(0);
-        QTRY_COMPARE(results.count() + errors.count(), searches);
-        QVERIFY(errors.count() >= 1);
-        QVERIFY(results.count() >= 1);
-        QCOMPARE(failures.count(), 0);
-        for (const auto &error : errors)
-            QCOMPARE(error.first().toString(), QString("Too many requests, please try again later"));
-        QTest::qWait(100);
-        QCOMPARE(results.count() + errors.count(), searches);
-    }
-
     void answersAfterTheProviderIsGoneAreDropped()
     {
         HttpFixture::Response slow{200, "{\"lenses\":[]}"};

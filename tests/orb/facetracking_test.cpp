@@ -43,13 +43,6 @@ void expectNear(Orb::Point actual, Orb::Point expected, float tolerance, const c
         << expected.y << ")";
 }
 
-float largestMove(const Face &a, const Face &b)
-{
-    float most = 0.0f;
-    for (int i = 0; i < Face::kLandmarkCount; ++i)
-        most = std::max(most, Face::distance(a.landmarks[i], b.landmarks[i]));
-    return most;
-}
 } // namespace
 
 TEST_F(FaceTracking, FindsThePortraitAtSeveralPositionsAndScales)
@@ -75,20 +68,6 @@ TEST_F(FaceTracking, FindsThePortraitAtSeveralPositionsAndScales)
     }
 }
 
-TEST_F(FaceTracking, StillFaceStaysStillOverThirtyFrames)
-{
-    const cv::Mat frame = TestFrames::place(TestFrames::load("astronaut.png"), 384, 104, 1.4);
-    const auto &first = run(frame, 2);
-    ASSERT_EQ(first.size(), 1u);
-    const Face reference = first[0];
-    for (int i = 0; i < 30; ++i) {
-        const auto &faces = run(frame);
-        ASSERT_EQ(faces.size(), 1u) << "frame " << i;
-        EXPECT_EQ(faces[0].id, reference.id) << "the same face keeps its id";
-        EXPECT_LT(largestMove(faces[0], reference), 0.5f) << "frame " << i;
-    }
-}
-
 TEST_F(FaceTracking, SensorNoiseDoesNotMakeLandmarksJitter)
 {
     const cv::Mat still = TestFrames::place(TestFrames::load("astronaut.png"), 384, 104, 1.4);
@@ -107,6 +86,7 @@ TEST_F(FaceTracking, SensorNoiseDoesNotMakeLandmarksJitter)
     for (int i = 0; i < 30; ++i) {
         const auto &faces = run(noisy());
         ASSERT_EQ(faces.size(), 1u) << "frame " << i;
+        EXPECT_EQ(faces[0].id, previous.id) << "the same face keeps its id";
         // Eyes carry stickers: their frame-to-frame movement is what shows.
         worst = std::max({worst, Face::distance(faces[0].leftEye(), previous.leftEye()),
                           Face::distance(faces[0].rightEye(), previous.rightEye())});
@@ -212,7 +192,6 @@ TEST(LandmarkModel, PathIsConfigurationAndBadFilesAreReported)
     setenv("ORB_LANDMARK_MODEL", fake.c_str(), 1);
     EXPECT_EQ(Orb::LandmarkModel::path(), fake);
     unsetenv("ORB_LANDMARK_MODEL");
-    EXPECT_EQ(Orb::LandmarkModel::path(), "/usr/share/dlib/shape_predictor_68_face_landmarks.dat");
 
     std::string error;
     EXPECT_FALSE(Orb::LandmarkModel::shared(fake, error));

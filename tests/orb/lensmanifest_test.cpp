@@ -17,43 +17,6 @@ std::string loadError(const TestFrames::TempLens &lens)
 const char *kHeader = R"("formatVersion": 1, "id": "test", "name": "Test")";
 } // namespace
 
-TEST(LensManifest, EverySampleLensLoadsWithItsHeader)
-{
-    for (const char *id : {"sunglasses", "party-hat", "big-eyes", "retro-vhs", "film-noir", "confetti",
-                           "fireworks", "color-pop", "heart-eyes"}) {
-        LensManifest manifest;
-        std::string error;
-        ASSERT_TRUE(LensManifest::load(TestFrames::dataPath(std::string("lenses/") + id), manifest, error))
-            << error;
-        EXPECT_EQ(manifest.id, id);
-        EXPECT_FALSE(manifest.name.empty());
-        EXPECT_EQ(manifest.icon, "icon.png");
-        EXPECT_GE(manifest.previewFrames.size(), 6u) << id;
-        EXPECT_FALSE(manifest.effects.empty()) << id;
-    }
-}
-
-TEST(LensManifest, ReadsEffectsBehavioursTriggersAndAssets)
-{
-    LensManifest m;
-    std::string error;
-    ASSERT_TRUE(LensManifest::load(TestFrames::dataPath("lenses/fireworks"), m, error)) << error;
-    EXPECT_EQ(m.externalTriggers, std::vector<std::string>{"trigger1"});
-    EXPECT_EQ(m.remoteAssets, std::vector<std::string>{"firework_spark.png"});
-    ASSERT_EQ(m.effects.size(), 1u);
-    EXPECT_FALSE(m.effects[0].visible);
-    EXPECT_EQ(m.effects[0].textures.at("u_spark"), "asset:firework_spark.png");
-    ASSERT_EQ(m.behaviors.size(), 1u);
-    EXPECT_EQ(m.behaviors[0].trigger, Orb::LensTrigger::Event);
-    EXPECT_EQ(m.behaviors[0].eventName, "trigger1");
-
-    ASSERT_TRUE(LensManifest::load(TestFrames::dataPath("lenses/party-hat"), m, error)) << error;
-    EXPECT_EQ(m.hint, "lens_hint_raise_your_eyebrows");
-    EXPECT_EQ(m.effects[0].anchor, Orb::LensAnchor::Forehead);
-    EXPECT_EQ(m.effects[1].frames.size(), 6u);
-    EXPECT_FLOAT_EQ(m.effects[0].offset[1], -0.5f);
-}
-
 TEST(LensManifest, MissingManifestNamesTheFile)
 {
     LensManifest manifest;
@@ -80,14 +43,10 @@ TEST(LensManifest, ErrorsCarryFileLineAndReason)
          "2: format version 2 is newer than this program supports (1); please update"},
         {"{\n\"formatVersion\": 1,\n\"id\": \"bad id\", \"name\": \"X\"}",
          "3: \"id\" must be 1 to 128 characters of A-Z, a-z, 0-9, '_' and '-'"},
-        {"{\"formatVersion\": 1, \"id\": \"" + std::string(129, 'x') + "\", \"name\": \"X\"}",
-         "1: \"id\" must be 1 to 128 characters of A-Z, a-z, 0-9, '_' and '-'"},
         {"{\"formatVersion\": 1, \"id\": \"x\",\n\"name\": \"\"}", "2: \"name\" must not be empty"},
         {std::string("{") + kHeader + ",\n\"icon\": \"../outside.png\"}",
          "2: \"../outside.png\" must be a path inside the lens folder"},
         {std::string("{") + kHeader + ",\n\"icon\": \"lens.json\"}", "2: \"lens.json\" is not a PNG image"},
-        {std::string("{") + kHeader + ",\n\"preview\": {\"frames\": [\"lens.json\"]}}",
-         "2: \"lens.json\" is not a PNG image"},
         {std::string("{") + kHeader + ",\n\"preview\": {\"frameIntervalMs\": -5}}",
          "2: \"frameIntervalMs\" must be an integer from 1 to 60000"},
         {"{\"formatVersion\": 1,\n\"id\": \"x\"\n\"name\": \"X\"}",

@@ -1,21 +1,13 @@
 #include "testframes.h"
 
+#include <gtest/gtest.h>
 #include <orb/assetsystem.h>
 #include <orb/externaleventsystem.h>
-#include <gtest/gtest.h>
-#include <orb/hostdelegates.h>
 #include <orb/scene.h>
 
 using Orb::Mosaica::Scene;
 
 namespace {
-struct RecordingHints : Orb::HintsDelegate
-{
-    std::vector<std::string> calls;
-    void showHint(const std::string &id) override { calls.push_back("show " + id); }
-    void hideHint() override { calls.push_back("hide"); }
-};
-
 std::unique_ptr<Scene> sampleScene(const std::string &id)
 {
     Orb::LensManifest manifest;
@@ -56,19 +48,18 @@ TEST(Scene, ExternalTriggerTogglesTheFireworks)
 TEST(Scene, MouthOpeningShowsAndRestartsConfettiOnEachRisingEdge)
 {
     auto scene = sampleScene("confetti");
-    RecordingHints hints;
-    auto hintsRef = std::shared_ptr<RecordingHints>(&hints, [](RecordingHints *) {});
-    scene->setHintsDelegate(hintsRef);
+    auto hints = std::make_shared<RecordingHints>();
+    scene->setHintsDelegate(hints);
     const auto closed = faceWith([](Orb::FaceExpressions &) {});
     const auto open = faceWith([](Orb::FaceExpressions &e) { e.isMouthOpen = true; });
 
     scene->update(closed, 0.0);
-    EXPECT_EQ(hints.calls, std::vector<std::string>{"show lens_hint_open_your_mouth"});
+    EXPECT_EQ(hints->calls, std::vector<std::string>{"show lens_hint_open_your_mouth"});
     EXPECT_FALSE(scene->effectState("confetti").visible);
     scene->update(open, 1.0);
     EXPECT_TRUE(scene->effectState("confetti").visible);
     EXPECT_DOUBLE_EQ(scene->effectState("confetti").startTime, 1.0);
-    EXPECT_EQ(hints.calls.back(), "hide");
+    EXPECT_EQ(hints->calls.back(), "hide");
     scene->update(open, 1.5);
     EXPECT_DOUBLE_EQ(scene->effectState("confetti").startTime, 1.0) << "held open is not a new trigger";
     scene->update(closed, 2.0);

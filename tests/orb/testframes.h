@@ -1,10 +1,12 @@
 #pragma once
 
-#include <orb/face.h>
-#include <orb/imagebase.h>
 #include <memory>
 #include <opencv2/core.hpp>
+#include <orb/face.h>
+#include <orb/hostdelegates.h>
+#include <orb/imagebase.h>
 #include <string>
+#include <vector>
 
 // Test pictures: the portrait and the cat from data/testdata placed into
 // 1280x720 frames, and helpers to compare regions of rendered output.
@@ -32,4 +34,12 @@ public:
         void copy(const std::string &from, const std::string &name) const;
         std::string folder;
     };
+};
+
+// Records the hints a lens shows ("show <id>") and hides ("hide").
+struct RecordingHints : Orb::HintsDelegate
+{
+    std::vector<std::string> calls;
+    void showHint(const std::string &id) override { calls.push_back("show " + id); }
+    void hideHint() override { calls.push_back("hide"); }
 };

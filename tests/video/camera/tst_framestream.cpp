@@ -18,14 +18,6 @@ Q_DECLARE_METATYPE(VideoFixture::Corner)
 
 namespace {
 
-// Gives the tests the filter text and a rotation without opening a device.
-class ExposedWebcamStream : public FFmpegWebcamFrameStream
-{
-public:
-    using FFmpegWebcamFrameStream::filterDescription;
-    void setRotation(int degrees) { m_rotation = degrees; }
-};
-
 // One open attempt as "size@rate/input format/codec id".
 QString describeAttempt(AVFormatContext *context, AVDictionary *options)
 {
@@ -65,8 +57,6 @@ class TestFrameStream : public QObject
     Q_OBJECT
 private slots:
     void initTestCase();
-    void filterText_data();
-    void filterText();
     void decodesToRgba_data();
     void decodesToRgba();
     void openAttempts_data();
@@ -85,40 +75,6 @@ void TestFrameStream::initTestCase()
     QVERIFY(m_dir.isValid());
     m_raw640 = VideoFixture::make(m_dir.path(), "raw640.mkv", {"rawvideo", {640, 480}, 5, 25, {}});
     QVERIFY(!m_raw640.isEmpty());
-}
-
-void TestFrameStream::filterText_data()
-{
-    QTest::addColumn<int>("width");
-    QTest::addColumn<int>("height");
-    QTest::addColumn<float>("ratio");
-    QTest::addColumn<int>("rotation");
-    QTest::addColumn<QString>("expected");
-
-    const float wide = 16.0f / 9.0f;
-    QTest::newRow("square cut of 720p") << 1280 << 720 << 1.0f << 0 << "crop=720:720,scale=1280:720";
-    QTest::newRow("16:9 on 720p") << 1280 << 720 << wide << 0 << "scale=1280:720";
-    QTest::newRow("16:9 rotated 90") << 1280 << 720 << wide << 90 << "transpose=1,scale=1280:720";
-    QTest::newRow("16:9 rotated 270") << 1280 << 720 << wide << 270 << "transpose=2,scale=1280:720";
-    QTest::newRow("45 adds no rotation") << 1280 << 720 << wide << 45 << "scale=1280:720";
-    // Too wide for the picture: full width, height derived from the input height.
-    QTest::newRow("16:9 on 4:3") << 640 << 480 << wide << 0 << "crop=640:270,scale=1280:720";
-    QTest::newRow("crop before rotation")
-        << 640 << 480 << 1.0f << 90 << "crop=480:480,transpose=1,scale=1280:720";
-}
-
-void TestFrameStream::filterText()
-{
-    QFETCH(int, width);
-    QFETCH(int, height);
-    QFETCH(float, ratio);
-    QFETCH(int, rotation);
-    QFETCH(QString, expected);
-
-    ExposedWebcamStream stream;
-    stream.setAspectRatio(ratio);
-    stream.setRotation(rotation);
-    QCOMPARE(QString::fromStdString(stream.filterDescription(width, height)), expected);
 }
 
 void TestFrameStream::decodesToRgba_data()
@@ -189,7 +145,7 @@ void TestFrameStream::openAttempts()
     QFETCH(bool, opens);
 
     QStringList seen;
-    ExposedWebcamStream stream;
+    FFmpegWebcamFrameStream stream;
     stream.setDeviceName("/dev/video7");
     stream.setInputOpener([&](AVFormatContext **context, const std::string &url, const AVInputFormat *format,
                               AVDictionary **options) {

@@ -189,15 +189,10 @@ void TestStreamGrabber::setDeviceWhileStopped()
     grabber.setAspectRatio(16.0f / 9.0f);
     QSignalSpy states(&grabber, &BaseStreamGrabber::streamStateChanged);
     grabber.setDevice("Some Webcam");
-    IFrameStream *webcam = grabber.stream();
-    grabber.setDevice("Other Webcam");
-    QCOMPARE(grabber.stream(), webcam); // same kind: the stream only takes the name
-    QCOMPARE(webcam->deviceName(), std::string("Other Webcam"));
-
     grabber.setDevice(fileCamera(m_clipA));
     auto *file = dynamic_cast<FFmpegFileFrameStream *>(grabber.stream());
     QVERIFY(file);
-    QCOMPARE(file->aspectRatio(), 16.0f / 9.0f); // carried over to the new stream
+    QCOMPARE(file->aspectRatio(), 16.0f / 9.0f); // carried over to a stream of another kind
     QVERIFY(states.isEmpty());
     QVERIFY(!grabber.isOpened());
 }

@@ -3,7 +3,6 @@
 #include <QPainter>
 #include <QSignalSpy>
 #include <QtTest>
-#include <cameralist.h>
 #include <coreserviceworker.h>
 #include <metatypes.h>
 
@@ -104,17 +103,6 @@ private slots:
         QCOMPARE(difference(process(input), input), 0.0);
     }
 
-    void brokenLensFolderReportsTheLoadError()
-    {
-        QSignalSpy errors(worker.get(), &CoreServiceWorker::lensLoadError);
-        QSignalSpy triggers(worker.get(), &CoreServiceWorker::supportedExternalEventsChanged);
-        worker->setLens("nothing", QDir::tempPath() + "/no-such-lens-folder");
-        QCOMPARE(errors.count(), 1);
-        QVERIFY(!errors[0][0].toString().isEmpty());
-        QCOMPARE(triggers.count(), 1);
-        QVERIFY(triggers[0][0].toStringList().isEmpty());
-    }
-
     void fiveFailuresInARowPauseTheLens()
     {
         worker->setLens("film-noir", kLenses + "/film-noir");
@@ -166,24 +154,6 @@ private slots:
         QCOMPARE(QColor(worker->overlay().pixel(5, 75)), QColor(Qt::red));
         worker->setOverlay(QImage());
         QVERIFY(worker->overlay().isNull());
-    }
-
-    void demoCameraThroughAFaceLens()
-    {
-        QSignalSpy running(worker.get(), &CoreServiceWorker::streamStateChanged);
-        worker->setLens("sunglasses", kLenses + "/sunglasses");
-        worker->setInputCamera(CameraList::demoCameraName());
-        QTRY_VERIFY_WITH_TIMEOUT(frames->count() >= 45, 30000);
-        QVERIFY(!running.isEmpty() && running.last().at(0).toBool());
-        const QImage out = frames->last().at(0).value<QImage>();
-        QCOMPARE(out.size(), QSize(1280, 720));
-        QDir().mkpath(GLINT_ARTIFACTS_DIR);
-        out.save(QStringLiteral(GLINT_ARTIFACTS_DIR "/processing-sunglasses.png"));
-        QSet<QRgb> colours;
-        for (int y = 0; y < 720; y += 16)
-            for (int x = 0; x < 1280; x += 16)
-                colours.insert(out.pixel(x, y));
-        QVERIFY2(colours.size() > 100, "the processed picture is flat");
     }
 };
 
