@@ -3,6 +3,7 @@
 #include "keyhelper.h"
 #include "resizehelper.h"
 #include "settings.h"
+#include "settingssavemiddleware.h"
 #include "terminationwatcher.h"
 
 #include <QCommandLineParser>
@@ -157,6 +158,10 @@ void Application::createMiddlewares()
     const std::set<qint32> skip{static_cast<qint32>(ActionType::UpdateFrame),
                                 static_cast<qint32>(ActionType::GestureEvent)};
     m_middlewares.push_back(std::make_shared<LogMiddleware>(skip));
+    m_middlewares.push_back(std::make_shared<SettingsSaveMiddleware>(skip, [this] {
+        if (!m_closing)
+            saveSettings();
+    }));
 }
 
 void Application::registerWithDispatcher()
@@ -268,12 +273,14 @@ void Application::onPreviewOutputLoaded()
     if (m_firstFrameConnected)
         return;
     m_firstFrameConnected = true;
-    connect(m_coreStore.get(), &CoreStore::frameReady, this, [this] {
-        if (m_firstFrameShown)
-            return;
-        m_firstFrameShown = true;
-        qCInfo(lcApp).noquote() << QStringLiteral("First frame shown %1 ms after start").arg(m_sinceStart.elapsed());
-    });
+    connect(m_coreStore.get(), &CoreStore::frameReady, this,
+            [this] {
+                if (m_firstFrameShown)
+                    return;
+                m_firstFrameShown = true;
+                qCInfo(lcApp).noquote()
+                    << QStringLiteral("First frame shown %1 ms after start").arg(m_sinceStart.elapsed());
+            });
 }
 
 void Application::onTerminationRequested()
