@@ -149,6 +149,9 @@ void Application::createStores()
             });
         });
     m_stores["core"] = m_coreStore;
+    // The lens store shows a lens as applied only when the engine runs it.
+    connect(m_coreStore.get(), &CoreStore::lensLoadAnswered, m_lensStore.get(),
+            &LensStore::onLensLoadAnswered);
     m_applicationStore = std::make_shared<ApplicationStore>(m_dispatcher, nullptr, nullptr);
     m_stores["settings"] = m_applicationStore;
 }

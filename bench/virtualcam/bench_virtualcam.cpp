@@ -1,6 +1,7 @@
 // Prints: the sink's RGB to YUYV conversion cost per 1280x720 frame, and the
 // sustained frame rate through stream writer, FIFO and camera sink, with
-// dropped and torn frames and the memory of both processes.
+// dropped and torn frames and the memory of both processes, and the frame
+// rate of a 30 fps writing loop while its reader is stopped for 2 s.
 //
 // usage: bench_virtualcam [frames (default 10000)] [sink program]
 #include "frameconverter.h"
@@ -212,6 +213,79 @@ void benchConvertedStream(const std::string &program, const std::string &directo
     stopSink(sink);
 }
 
+// A reader that stops for 2 s (SIGSTOP) and resumes, while the writer runs
+// at 30 frames per second as the processing loop does. Prints the frame
+// rate of the writing loop before and during the stall, the writes given
+// up, and torn frames after the reader resumed.
+void benchStoppedReader(const std::string &program, const std::string &directory)
+{
+    Sink sink = startSink(program, directory, "rgb", "-");
+    VCam::VirtualCamStreamWriter writer;
+    if (!waitConnected(writer)) {
+        std::printf("stall: the sink did not connect\n");
+        stopSink(sink);
+        return;
+    }
+    std::atomic<bool> done{false};
+    std::atomic<uint32_t> received{0};
+    std::atomic<uint32_t> torn{0};
+    std::atomic<uint32_t> receivedAfterResume{0};
+    std::atomic<bool> resumed{false};
+    std::thread reader([&] {
+        std::vector<uint8_t> frame(::Sink::kRgbFrameBytes);
+        std::vector<uint8_t> reference(::Sink::kRgbFrameBytes);
+        while (!done && readFrame(sink.output, frame)) {
+            uint32_t index = 0;
+            std::memcpy(&index, frame.data(), sizeof index);
+            if (!frameMatches(frame, index, reference))
+                ++torn;
+            ++received;
+            if (resumed)
+                ++receivedAfterResume;
+        }
+    });
+    constexpr auto kInterval = std::chrono::microseconds(1000000 / 30);
+    std::vector<uint8_t> frame(::Sink::kRgbFrameBytes);
+    uint32_t index = 0;
+    double longestWriteMs = 0;
+    // Runs the 30 fps loop for a while; returns the frames it produced.
+    const auto runFor = [&](std::chrono::milliseconds span, bool trackLongest) {
+        const auto start = Clock::now();
+        auto next = start;
+        uint32_t frames = 0;
+        while (Clock::now() - start < span) {
+            fillFrame(frame, index++);
+            const auto one = Clock::now();
+            writer.write(VCam::VirtualCamBuffer(frame.data(), [](const uint8_t *) {}), int(frame.size()));
+            if (trackLongest)
+                longestWriteMs = std::max(longestWriteMs, msSince(one));
+            ++frames;
+            next += kInterval;
+            std::this_thread::sleep_until(next);
+        }
+        return frames * 1000.0 / std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+    };
+    const double normal = runFor(std::chrono::milliseconds(2000), false);
+    ::kill(sink.pid, SIGSTOP);
+    const double stalled = runFor(std::chrono::milliseconds(2000), true);
+    const uint64_t timeouts = writer.timeouts();
+    resumed = true;
+    ::kill(sink.pid, SIGCONT);
+    const auto resumeStart = Clock::now();
+    const bool reconnected = waitConnected(writer);
+    const double reconnectMs = msSince(resumeStart);
+    const double after = runFor(std::chrono::milliseconds(2000), false);
+    done = true;
+    stopSink(sink);
+    reader.join();
+    std::printf(
+        "stalled reader (SIGSTOP 2 s) at 30 fps: loop %.1f fps before, %.1f fps during the stall (%.1f%%), "
+        "%.1f fps after; longest write during the stall %.0f ms; writes given up %llu; reconnected %s "
+        "after %.0f ms; frames received %u (%u after resuming), torn %u\n",
+        normal, stalled, 100.0 * stalled / normal, after, longestWriteMs, (unsigned long long)timeouts,
+        reconnected ? "yes" : "NO", reconnectMs, received.load(), receivedAfterResume.load(), torn.load());
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -229,6 +303,7 @@ int main(int argc, char **argv)
     benchConversion();
     benchVerifiedStream(program, directory, frames);
     benchConvertedStream(program, directory, std::max(1u, frames / 5));
+    benchStoppedReader(program, directory);
     std::filesystem::remove_all(runtime);
     return 0;
 }
