@@ -33,7 +33,7 @@ public:
     // Writes given up because the reader took nothing in time.
     uint64_t timeouts() const { return m_timeouts; }
 
-    static constexpr std::chrono::milliseconds kMinWriteTimeout{80};
+    static constexpr std::chrono::milliseconds kMinWriteTimeout{50};
     static constexpr std::chrono::milliseconds kMaxWriteTimeout{500};
 
 private:
@@ -51,7 +51,7 @@ private:
     std::condition_variable m_broken;
     Clock::time_point m_lastCall;
     double m_meanIntervalMs = 1000.0 / 30.0;
-    std::atomic<int64_t> m_writeTimeoutMs{80};
+    std::atomic<int64_t> m_writeTimeoutMs{67};
     std::atomic<uint64_t> m_timeouts{0};
     std::thread m_thread;
 };
