@@ -363,6 +363,7 @@ bool LensCache::openRoot(const QString &path)
 {
     m_problem.clear();
     const QString root = QDir(path).absolutePath();
+    const bool isDefault = !m_defaultRoot.isEmpty() && root == QDir(m_defaultRoot).absolutePath();
     const QFileInfo info(root);
     QSet<LensId> owned;
     bool created = false;
@@ -379,9 +380,21 @@ bool LensCache::openRoot(const QString &path)
         if (!readMarker(root, owned, created, m_problem))
             return false;
     } else if (!QDir(root).isEmpty(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System)) {
-        m_problem =
-            QStringLiteral("%1 is not empty and is not a lens cache; choose an empty folder").arg(root);
-        return false;
+        if (!isDefault) {
+            m_problem =
+                QStringLiteral("%1 is not empty and is not a lens cache; choose an empty folder").arg(root);
+            return false;
+        }
+        // The default root lies in the program's own data folder. One from a
+        // version without the marker is taken over, claiming only what looks
+        // like a lens folder of ours.
+        const QStringList folders = QDir(root).entryList(QDir::Dirs | QDir::NoDotAndDotDot | QDir::Hidden);
+        for (const QString &name : folders) {
+            const QDir dir(root + QLatin1Char('/') + name);
+            if (isValidLensId(name) && !QFileInfo(dir.path()).isSymLink() &&
+                (dir.exists(QStringLiteral("lens")) || dir.exists(QStringLiteral("lens.zip"))))
+                owned.insert(name);
+        }
     }
     m_root = root;
     m_owned = owned;

@@ -192,6 +192,24 @@ private slots:
         QCOMPARE(snapshot(user), before);
     }
 
+    // A default folder from a version without the marker: its lens folders
+    // become the cache's, anything else in it stays untouched.
+    void unmarkedDefaultFolderIsTakenOverForItsLensesOnly()
+    {
+        const QString root = m_root->path() + "/default";
+        writeFile(root + "/old-lens/lens/lens.json", "{}");
+        writeFile(root + "/notes/todo.txt", "keep me");
+        writeFile(root + "/readme.txt", "keep me too");
+        LensCache cache(root, m_publicKey);
+        QVERIFY2(cache.problem().isEmpty(), qPrintable(cache.problem()));
+        QVERIFY(cache.owns("old-lens"));
+        QVERIFY(!cache.owns("notes"));
+        cache.load(json::object()); // not indexed: an old copy without a signature goes
+        QVERIFY(!QFileInfo::exists(root + "/old-lens"));
+        QVERIFY(QFileInfo::exists(root + "/notes/todo.txt"));
+        QVERIFY(QFileInfo::exists(root + "/readme.txt"));
+    }
+
     void numbersFromSettingsAreClamped_data()
     {
         QTest::addColumn<json>("cacheSize");

@@ -21,6 +21,7 @@
 #include <dispatcher.h>
 #include <glintdeployment.h>
 #include <hinttable.h>
+#include <lenscache.h>
 #include <lenscommand.h>
 #include <metatypes.h>
 #include <popupmessage.h>
@@ -168,6 +169,25 @@ private slots:
         manifest.close();
         QVERIFY(m_server.import({broken}));
         QVERIFY(m_server.start());
+    }
+
+    // Numbers and lists from the settings file stay within bounds: a huge
+    // favourites list is cut to its first thousand entries, and a cache limit
+    // too large for the cache is clamped instead of wrapping round.
+    void settingsListsAndNumbersAreBounded()
+    {
+        Rig rig(m_server.baseUrl(), m_cache.path(), m_server.publicKey());
+        nlohmann::json favorites = nlohmann::json::array();
+        for (int i = 0; i < 200000; ++i)
+            favorites.push_back("fav-" + std::to_string(i % 150000));
+        rig.store->loadSettings({{"favorites", favorites}});
+        QCOMPARE(rig.store->favoriteLensesModel()->rowCount(), 1000);
+        QCOMPARE(rig.store->favoriteLensesModel()->lensIdAt(999), QString("fav-999"));
+
+        rig.send(ActionType::SetCacheLimit, qint64(1) << 43);
+        QTRY_COMPARE(rig.store->cacheLimit(), int(LensCache::kMaxLimitMebibytes));
+        rig.send(ActionType::SetCacheLimit, 200);
+        QTRY_COMPARE(rig.store->cacheLimit(), 200);
     }
 
     // The engine cannot load a lens: the card goes back to the lens that
