@@ -3,6 +3,7 @@
 #include "keyhelper.h"
 #include "resizehelper.h"
 #include "settings.h"
+#include "settingssavemiddleware.h"
 #include "terminationwatcher.h"
 
 #include <QCommandLineParser>
@@ -152,6 +153,9 @@ void Application::createStores()
             });
         });
     m_stores["core"] = m_coreStore;
+    // The lens store shows a lens as applied only when the engine runs it.
+    connect(m_coreStore.get(), &CoreStore::lensLoadAnswered, m_lensStore.get(),
+            &LensStore::onLensLoadAnswered);
     m_applicationStore = std::make_shared<ApplicationStore>(m_dispatcher, nullptr, nullptr);
     m_stores["settings"] = m_applicationStore;
     createTwitchStore();
@@ -169,6 +173,10 @@ void Application::createMiddlewares()
     const std::set<qint32> skip{static_cast<qint32>(ActionType::UpdateFrame),
                                 static_cast<qint32>(ActionType::GestureEvent)};
     m_middlewares.push_back(std::make_shared<LogMiddleware>(skip));
+    m_middlewares.push_back(std::make_shared<SettingsSaveMiddleware>(skip, [this] {
+        if (!m_closing)
+            saveSettings();
+    }));
 }
 
 void Application::registerWithDispatcher()
@@ -281,12 +289,14 @@ void Application::onPreviewOutputLoaded()
     if (m_firstFrameConnected)
         return;
     m_firstFrameConnected = true;
-    connect(m_coreStore.get(), &CoreStore::frameReady, this, [this] {
-        if (m_firstFrameShown)
-            return;
-        m_firstFrameShown = true;
-        qCInfo(lcApp).noquote() << QStringLiteral("First frame shown %1 ms after start").arg(m_sinceStart.elapsed());
-    });
+    connect(m_coreStore.get(), &CoreStore::frameReady, this,
+            [this] {
+                if (m_firstFrameShown)
+                    return;
+                m_firstFrameShown = true;
+                qCInfo(lcApp).noquote()
+                    << QStringLiteral("First frame shown %1 ms after start").arg(m_sinceStart.elapsed());
+            });
 }
 
 void Application::onTerminationRequested()

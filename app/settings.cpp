@@ -1,23 +1,26 @@
 #include "settings.h"
 
+#include "boundedjsonparser.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QSaveFile>
 #include <QStandardPaths>
+#include <cerrno>
+#include <cstring>
 
 namespace VCam {
 
 namespace {
 
+// Far beyond any file the program writes, small enough to read at once.
+constexpr qint64 kMaxFileBytes = 64 * 1024 * 1024;
+
 bool parseObject(const QByteArray &bytes, nlohmann::json &out, QString &error)
 {
-    try {
-        out = nlohmann::json::parse(bytes.constData(), bytes.constData() + bytes.size());
-    } catch (const nlohmann::json::parse_error &e) {
-        error = QString::fromUtf8(e.what());
+    if (!BoundedJsonParser().parse(bytes, out, error))
         return false;
-    }
     if (!out.is_object()) {
         error = QStringLiteral("the document is not a JSON object");
         return false;
@@ -86,7 +89,10 @@ bool Settings::readFile()
     }
     QString error;
     nlohmann::json document;
-    if (!parseObject(file.readAll(), document, error)) {
+    const bool tooLarge = file.size() > kMaxFileBytes;
+    if (tooLarge)
+        error = QStringLiteral("larger than %1 bytes").arg(kMaxFileBytes);
+    if (tooLarge || !parseObject(file.readAll(), document, error)) {
         m_error = QStringLiteral("%1 is not valid JSON (%2); it was kept as %1.bak").arg(m_path, error);
         file.close();
         keepUnreadableFile();
@@ -107,17 +113,31 @@ bool Settings::save()
 {
     m_error.clear();
     QDir().mkpath(QFileInfo(m_path).absolutePath());
+    const std::string text = m_document.dump(4) + "\n";
+    if (text == m_lastWritten && QFileInfo::exists(m_path))
+        return true; // nothing changed since the last write
     QSaveFile file(m_path);
     if (!file.open(QIODevice::WriteOnly)) {
         m_error = QStringLiteral("Can't write %1: %2").arg(m_path, file.errorString());
         return false;
     }
-    const std::string text = m_document.dump(4) + "\n";
-    file.write(text.data(), static_cast<qint64>(text.size()));
+    // The first failing write keeps its reason (disk full, I/O error):
+    // Qt's own text for it is often only "Unknown error".
+    errno = 0;
+    if (file.write(text.data(), static_cast<qint64>(text.size())) != static_cast<qint64>(text.size()) ||
+        !file.flush()) {
+        const int reason = errno;
+        m_error = QStringLiteral("Can't write %1: %2")
+                      .arg(m_path,
+                           reason != 0 ? QString::fromLocal8Bit(std::strerror(reason)) : file.errorString());
+        file.cancelWriting();
+        return false;
+    }
     if (!file.commit()) {
         m_error = QStringLiteral("Can't write %1: %2").arg(m_path, file.errorString());
         return false;
     }
+    m_lastWritten = text;
     return true;
 }
 

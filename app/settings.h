@@ -9,6 +9,8 @@ namespace VCam {
 // document. A file that cannot be parsed is kept beside the new one as
 // "settings.json.bak" before anything is written over it, and every write
 // goes to a temporary file that replaces the old one only when complete.
+// The file is read with bounded nesting and size; a write that would not
+// change the file is skipped.
 class Settings
 {
 public:
@@ -32,6 +34,7 @@ private:
     QString m_defaultsResource;
     QString m_error;
     nlohmann::json m_document = nlohmann::json::object();
+    std::string m_lastWritten;
 };
 
 } // namespace VCam

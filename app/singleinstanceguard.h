@@ -1,19 +1,25 @@
 #pragma once
 
-#include <QSharedMemory>
 #include <QString>
-#include <QSystemSemaphore>
+#include <memory>
 
 namespace VCam {
 
-// Lets one instance of the application run per user session: the first
-// instance owns a small shared memory segment, later ones find it.
+// Lets one instance of the application run per user session. The keys are
+// SHA-1 digests of the application name; how the guard is held depends on
+// the system: on Windows a small shared memory segment under a system
+// semaphore (both vanish with the process), on Linux an flock on a file in
+// the runtime folder, which the kernel releases when the process ends,
+// however it ends.
 class SingleInstanceGuard
 {
 public:
     explicit SingleInstanceGuard(const QString &key);
     ~SingleInstanceGuard();
+    SingleInstanceGuard(const SingleInstanceGuard &) = delete;
+    SingleInstanceGuard &operator=(const SingleInstanceGuard &) = delete;
 
+    // True when this process now holds the guard, false when another does.
     bool tryToRun();
     void release();
 
@@ -21,11 +27,9 @@ public:
     static QString semaphoreKey(const QString &key);
 
 private:
-    bool isAnotherRunning();
-
+    struct Platform;
     QString m_key;
-    QSharedMemory m_sharedMemory;
-    QSystemSemaphore m_semaphore;
+    std::unique_ptr<Platform> m_platform;
 };
 
 } // namespace VCam

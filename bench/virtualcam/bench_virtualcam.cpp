@@ -1,6 +1,7 @@
 // Prints: the sink's RGB to YUYV conversion cost per 1280x720 frame, and the
 // sustained frame rate through stream writer, FIFO and camera sink, with
-// dropped and torn frames and the memory of both processes.
+// dropped and torn frames and the memory of both processes, and the frame
+// rate of a 30 fps writing loop while its reader is stopped for 2 s.
 //
 // usage: bench_virtualcam [frames (default 10000)] [sink program]
 #include "frameconverter.h"
@@ -148,14 +149,23 @@ void benchVerifiedStream(const std::string &program, const std::string &director
         stopSink(sink);
         return;
     }
+    // A write the reader did not take in time is dropped (and reported as
+    // not written): every frame that arrives must be whole and newer than the
+    // one before, and every frame reported written must arrive.
     std::atomic<uint32_t> received{0};
     std::atomic<uint32_t> torn{0};
+    std::atomic<uint32_t> written{0};
+    std::atomic<bool> writing{true};
     std::thread reader([&] {
         std::vector<uint8_t> frame(::Sink::kRgbFrameBytes);
         std::vector<uint8_t> reference(::Sink::kRgbFrameBytes);
-        for (uint32_t i = 0; i < frames && readFrame(sink.output, frame); ++i) {
-            if (!frameMatches(frame, i, reference))
+        int64_t last = -1;
+        while ((writing || received < written) && readFrame(sink.output, frame)) {
+            uint32_t index = 0;
+            std::memcpy(&index, frame.data(), sizeof index);
+            if (!frameMatches(frame, index, reference) || int64_t(index) <= last)
                 ++torn;
+            last = index;
             ++received;
         }
     });
@@ -167,24 +177,35 @@ void benchVerifiedStream(const std::string &program, const std::string &director
     for (uint32_t i = 0; i < frames; ++i) {
         fillFrame(frame, i);
         VCam::VirtualCamBuffer buffer(frame.data(), [](const uint8_t *) {});
-        if (!writer.write(buffer, int(frame.size())))
+        if (writer.write(buffer, int(frame.size())))
+            ++written;
+        else
             ++dropped;
         if (i == std::min(frames - 1, 1000u)) {
             sinkRssEarly = rssKb(sink.pid);
             selfRssEarly = rssKb(::getpid());
         }
     }
-    reader.join();
+    writing = false;
+    // Wait for the reader to take what was written, then end it through the
+    // sink's end of the stream.
+    for (int wait = 0; wait < 5000 && received < written; ++wait)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
     const double elapsed = msSince(start);
     const long sinkRss = rssKb(sink.pid);
     const long selfRss = rssKb(::getpid());
-    std::printf("stream RGB, verified: %u frames in %.0f ms = %.1f fps (%.0f MB/s); dropped %u, received %u, "
-                "torn or out of order %u\n",
-                frames, elapsed, frames * 1000.0 / elapsed, frames * 2.7648 * 1000.0 / elapsed, dropped,
+    ::kill(sink.pid, SIGTERM);
+    ::waitpid(sink.pid, nullptr, 0);
+    reader.join(); // the sink's end of the stream ends it
+    ::close(sink.output);
+    const uint32_t through = frames - dropped;
+    std::printf("stream RGB, verified: %u frames offered in %.0f ms, %u written = %.1f fps (%.0f MB/s); dropped %u, "
+                "received %u, torn or out of order %u\n",
+                frames, elapsed, through, through * 1000.0 / elapsed, through * 2.7648 * 1000.0 / elapsed, dropped,
                 received.load(), torn.load());
-    std::printf("memory (RSS) at frame 1000 -> end: sink %ld -> %ld kB, writer process %ld -> %ld kB\n",
-                sinkRssEarly, sinkRss, selfRssEarly, selfRss);
-    stopSink(sink);
+    std::printf("memory (RSS) at frame 1000 -> end: sink %ld -> %ld kB, writer process %ld -> %ld kB; "
+                "writes given up (reader took nothing in time) %llu\n",
+                sinkRssEarly, sinkRss, selfRssEarly, selfRss, (unsigned long long)writer.timeouts());
 }
 
 // The sink converting to YUYV and writing a file, as it does for a device.
@@ -212,6 +233,85 @@ void benchConvertedStream(const std::string &program, const std::string &directo
     stopSink(sink);
 }
 
+// A reader that stops for 2 s (SIGSTOP) and resumes, while the writer runs
+// at 30 frames per second as the processing loop does. Prints the frame
+// rate of the writing loop before and during the stall, the writes given
+// up, and torn frames after the reader resumed.
+void benchStoppedReader(const std::string &program, const std::string &directory)
+{
+    Sink sink = startSink(program, directory, "rgb", "-");
+    VCam::VirtualCamStreamWriter writer;
+    if (!waitConnected(writer)) {
+        std::printf("stall: the sink did not connect\n");
+        stopSink(sink);
+        return;
+    }
+    std::atomic<bool> done{false};
+    std::atomic<uint32_t> received{0};
+    std::atomic<uint32_t> torn{0};
+    std::atomic<uint32_t> receivedAfterResume{0};
+    std::atomic<bool> resumed{false};
+    std::thread reader([&] {
+        std::vector<uint8_t> frame(::Sink::kRgbFrameBytes);
+        std::vector<uint8_t> reference(::Sink::kRgbFrameBytes);
+        while (!done && readFrame(sink.output, frame)) {
+            uint32_t index = 0;
+            std::memcpy(&index, frame.data(), sizeof index);
+            if (!frameMatches(frame, index, reference))
+                ++torn;
+            ++received;
+            if (resumed)
+                ++receivedAfterResume;
+        }
+    });
+    constexpr auto kInterval = std::chrono::microseconds(1000000 / 30);
+    std::vector<uint8_t> frame(::Sink::kRgbFrameBytes);
+    uint32_t index = 0;
+    double longestWriteMs = 0;
+    // Runs the 30 fps loop for a while; returns the frames it produced.
+    const auto runFor = [&](std::chrono::milliseconds span, bool trackLongest) {
+        const auto start = Clock::now();
+        auto next = start;
+        uint32_t frames = 0;
+        while (Clock::now() - start < span) {
+            fillFrame(frame, index++);
+            const auto one = Clock::now();
+            writer.write(VCam::VirtualCamBuffer(frame.data(), [](const uint8_t *) {}), int(frame.size()));
+            if (trackLongest)
+                longestWriteMs = std::max(longestWriteMs, msSince(one));
+            ++frames;
+            // As the processing loop's precise timer does: ticks missed
+            // while a write blocked are skipped, not made up.
+            next += kInterval;
+            if (next < Clock::now())
+                next = Clock::now() + kInterval;
+            std::this_thread::sleep_until(next);
+        }
+        return frames * 1000.0 / std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+    };
+    const double normal = runFor(std::chrono::milliseconds(2000), false);
+    ::kill(sink.pid, SIGSTOP);
+    const double stalled = runFor(std::chrono::milliseconds(2000), true);
+    const uint64_t timeouts = writer.timeouts();
+    resumed = true;
+    ::kill(sink.pid, SIGCONT);
+    const auto resumeStart = Clock::now();
+    const bool reconnected = waitConnected(writer);
+    const double reconnectMs = msSince(resumeStart);
+    const double after = runFor(std::chrono::milliseconds(2000), false);
+    done = true;
+    ::kill(sink.pid, SIGTERM);
+    ::waitpid(sink.pid, nullptr, 0);
+    reader.join();
+    ::close(sink.output);
+    std::printf(
+        "stalled reader (SIGSTOP 2 s) at 30 fps: loop %.1f fps before, %.1f fps during the stall (%.1f%%), "
+        "%.1f fps after; longest write during the stall %.0f ms; writes given up %llu; reconnected %s "
+        "after %.0f ms; frames received %u (%u after resuming), torn %u\n",
+        normal, stalled, 100.0 * stalled / normal, after, longestWriteMs, (unsigned long long)timeouts,
+        reconnected ? "yes" : "NO", reconnectMs, received.load(), receivedAfterResume.load(), torn.load());
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -229,6 +329,7 @@ int main(int argc, char **argv)
     benchConversion();
     benchVerifiedStream(program, directory, frames);
     benchConvertedStream(program, directory, std::max(1u, frames / 5));
+    benchStoppedReader(program, directory);
     std::filesystem::remove_all(runtime);
     return 0;
 }

@@ -4,7 +4,9 @@
 
 #include <QDir>
 #include <QDirIterator>
+#include <QFile>
 #include <QFileInfo>
+#include <QSaveFile>
 
 Q_LOGGING_CATEGORY(lcLensCache, "glint.lenses.cache")
 
@@ -18,13 +20,32 @@ QString readString(const nlohmann::json &object, const char *key)
     return it != object.end() && it->is_string() ? QString::fromStdString(it->get<std::string>()) : QString();
 }
 
+constexpr const char *kMarkerOwner = "Glint Camera lens cache";
+constexpr qint64 kMaxMarkerBytes = 16 * 1024 * 1024;
+
+// "cacheSize" in mebibytes: a whole number from 0 to the largest limit;
+// anything else gives the default.
+qint64 limitFromSettings(const nlohmann::json &object)
+{
+    const auto size = object.find("cacheSize");
+    if (size == object.end() || !size->is_number_integer())
+        return LensCache::kDefaultLimitBytes;
+    if (size->is_number_unsigned())
+        return std::min<quint64>(size->get<quint64>(), LensCache::kMaxLimitMebibytes) * LensCache::kMebibyte;
+    const qint64 mebibytes = size->get<qint64>();
+    if (mebibytes < 0)
+        return LensCache::kDefaultLimitBytes;
+    return std::min<qint64>(mebibytes, LensCache::kMaxLimitMebibytes) * LensCache::kMebibyte;
+}
+
 } // namespace
 
 LensCache::LensCache(const QString &defaultRoot, const QString &verificationKeyBase64)
-    : m_defaultRoot(defaultRoot),
-      m_root(defaultRoot.isEmpty() ? QString() : QDir(defaultRoot).absolutePath()),
-      m_verificationKey(verificationKeyBase64)
-{}
+    : m_defaultRoot(defaultRoot), m_verificationKey(verificationKeyBase64)
+{
+    if (!defaultRoot.isEmpty() && !openRoot(defaultRoot))
+        qCCritical(lcLensCache).noquote() << "Lens cache folder refused:" << m_problem;
+}
 
 bool LensCache::isValidLensId(const LensId &lensId)
 {
@@ -71,19 +92,26 @@ void LensCache::load(const nlohmann::json &settings)
     m_totalSize = 0;
     const nlohmann::json object = settings.is_object() ? settings : nlohmann::json::object();
 
-    const auto size = object.find("cacheSize");
-    const bool sizeOk = size != object.end() && size->is_number_integer() && size->get<qint64>() >= 0;
-    m_limit = sizeOk ? size->get<qint64>() * kMebibyte : kDefaultLimitBytes;
+    m_limit = limitFromSettings(object);
     const QString path = readString(object, "cachePath");
-    const QString chosen = path.isEmpty() ? m_defaultRoot : path;
-    // Without a root nothing is kept: an empty path must never turn lens
-    // folders into paths relative to the working folder or to "/".
-    m_root = chosen.isEmpty() ? QString() : QDir(chosen).absolutePath();
-    if (m_root.isEmpty() || !QDir().mkpath(m_root)) {
-        qCCritical(lcLensCache) << "Can't create the lens cache folder" << chosen;
+    m_root.clear();
+    m_owned.clear();
+    QString refused;
+    if (!path.isEmpty() && !openRoot(path)) {
+        qCCritical(lcLensCache).noquote() << "Lens cache folder refused:" << m_problem;
+        refused = m_problem;
         m_root.clear();
-        return;
     }
+    // The default root is ours to create; it is also refused when someone
+    // else's files are there.
+    if (m_root.isEmpty() && !m_defaultRoot.isEmpty() && !openRoot(m_defaultRoot)) {
+        qCCritical(lcLensCache).noquote() << "Lens cache folder refused:" << m_problem;
+        m_root.clear();
+    }
+    if (!refused.isEmpty())
+        m_problem = refused; // what the user asked for, and why it was not taken
+    if (m_root.isEmpty())
+        return;
 
     const auto info = object.find("cachedInfo");
     if (info != object.end() && info->is_array()) {
@@ -91,7 +119,7 @@ void LensCache::load(const nlohmann::json &settings)
             if (!item.is_object())
                 continue;
             const LensId id = readString(item, "lensId");
-            if (!isValidLensId(id) || m_entries.count(id))
+            if (!isValidLensId(id) || m_entries.count(id) || !m_owned.contains(id))
                 continue;
             m_entries[id] = Entry{readString(item, "signature"), readString(item, "hintId"), 0};
             m_order << id;
@@ -102,7 +130,7 @@ void LensCache::load(const nlohmann::json &settings)
         for (const auto &item : *queue) {
             const LensId id = item.is_string() ? QString::fromStdString(item.get<std::string>())
                                                : readString(item, "lensId");
-            if (isValidLensId(id) && !m_clearingQueue.contains(id))
+            if (isValidLensId(id) && m_owned.contains(id) && !m_clearingQueue.contains(id))
                 m_clearingQueue << id;
         }
     }
@@ -112,9 +140,9 @@ void LensCache::load(const nlohmann::json &settings)
 }
 
 // The index and the folders are brought into agreement: an indexed lens
-// without its folder is forgotten; a folder that looks like a lens folder
-// (<root>/<id> holding "lens" or "lens.zip") but is not indexed has no known
-// signature and is deleted. Anything else in the root is left alone.
+// without its folder is forgotten; a folder the cache made but no longer
+// indexes has no known signature and is deleted. Folders the cache did not
+// make are left alone.
 void LensCache::reconcile()
 {
     for (const LensId &id : QStringList(m_order)) {
@@ -126,16 +154,12 @@ void LensCache::reconcile()
         m_entries[id].size = folderSize(lensPath(id));
         m_totalSize += m_entries[id].size;
     }
-    const QStringList folders = QDir(m_root).entryList(QDir::Dirs | QDir::NoDotAndDotDot | QDir::Hidden);
-    for (const QString &name : folders) {
-        if (m_entries.count(name) || !isValidLensId(name))
+    for (const LensId &id : QStringList(m_owned.values())) {
+        if (m_entries.count(id))
             continue;
-        const QDir dir(m_root + QLatin1Char('/') + name);
-        if (!dir.exists(QStringLiteral("lens")) && !dir.exists(QStringLiteral("lens.zip")))
-            continue;
-        qCInfo(lcLensCache) << "Deleting lens folder missing from the index:" << dir.path();
-        if (!deleteFolder(name))
-            m_clearingQueue << name;
+        qCInfo(lcLensCache) << "Deleting lens folder missing from the index:" << lensDirectory(id);
+        if (!deleteFolder(id) && !m_clearingQueue.contains(id))
+            m_clearingQueue << id;
     }
 }
 
@@ -235,7 +259,7 @@ void LensCache::evict(qint64 limitBytes)
 
 void LensCache::setLimit(qint64 bytes)
 {
-    m_limit = qMax<qint64>(0, bytes);
+    m_limit = qBound<qint64>(0, bytes, kMaxLimitMebibytes * kMebibyte);
     evict();
 }
 
@@ -249,13 +273,183 @@ void LensCache::forget(const LensId &lensId)
     m_order.removeAll(lensId);
 }
 
+// Only a folder on the marker's list is deleted; one that is not was never
+// the cache's and counts as gone for the cache's bookkeeping.
 bool LensCache::deleteFolder(const LensId &lensId)
 {
     const QString path = lensDirectory(lensId);
     if (path.isEmpty())
         return false;
-    QDir dir(path);
-    return !dir.exists() || dir.removeRecursively();
+    if (!m_owned.contains(lensId))
+        return true;
+    const QFileInfo info(path);
+    if (info.isSymLink() ? !QFile::remove(path) : (info.exists() && !QDir(path).removeRecursively()))
+        return false;
+    m_owned.remove(lensId);
+    writeMarker();
+    return true;
+}
+
+QString LensCache::prepareLensPath(const LensId &lensId)
+{
+    const QString dir = lensDirectory(lensId);
+    if (dir.isEmpty())
+        return {};
+    if (!m_owned.contains(lensId)) {
+        if (QFileInfo(dir).exists() || QFileInfo(dir).isSymLink()) {
+            qCWarning(lcLensCache) << "Not using" << dir << "for a lens: the folder is not the cache's";
+            return {};
+        }
+        m_owned.insert(lensId);
+        if (!writeMarker()) {
+            m_owned.remove(lensId);
+            return {};
+        }
+    }
+    return QDir().mkpath(dir) ? lensPath(lensId) : QString();
+}
+
+bool LensCache::readMarker(const QString &root, QSet<LensId> &owned, bool &createdRoot,
+                           QString &problem) const
+{
+    QFile file(root + QLatin1Char('/') + QLatin1String(kMarkerName));
+    if (!file.open(QIODevice::ReadOnly) || file.size() > kMaxMarkerBytes) {
+        problem = QStringLiteral("%1 has an unreadable lens cache marker").arg(root);
+        return false;
+    }
+    const QByteArray bytes = file.readAll();
+    const auto marker =
+        nlohmann::json::parse(bytes.constData(), bytes.constData() + bytes.size(), nullptr, false);
+    if (!marker.is_object() || readString(marker, "owner") != QLatin1String(kMarkerOwner)) {
+        problem = QStringLiteral("%1 has a lens cache marker that is not ours").arg(root);
+        return false;
+    }
+    const auto entries = marker.find("entries");
+    if (entries != marker.end() && entries->is_array()) {
+        for (const auto &item : *entries) {
+            const LensId id = item.is_string() ? QString::fromStdString(item.get<std::string>()) : QString();
+            if (isValidLensId(id))
+                owned.insert(id);
+        }
+    }
+    const auto created = marker.find("createdRoot");
+    createdRoot = created != marker.end() && created->is_boolean() && created->get<bool>();
+    return true;
+}
+
+bool LensCache::writeMarker()
+{
+    if (m_root.isEmpty())
+        return false;
+    QStringList ids = m_owned.values();
+    ids.sort();
+    nlohmann::json entries = nlohmann::json::array();
+    for (const LensId &id : qAsConst(ids))
+        entries.push_back(id.toStdString());
+    const std::string text =
+        nlohmann::json{{"owner", kMarkerOwner}, {"createdRoot", m_rootCreated}, {"entries", entries}}.dump(1);
+    QSaveFile file(m_root + QLatin1Char('/') + QLatin1String(kMarkerName));
+    if (!file.open(QIODevice::WriteOnly) ||
+        file.write(text.data(), qint64(text.size())) != qint64(text.size()) || !file.commit()) {
+        qCCritical(lcLensCache) << "Can't write the lens cache marker in" << m_root << file.errorString();
+        return false;
+    }
+    return true;
+}
+
+// A root is usable when it is missing (created here), empty, or marked as a
+// cache of ours; a folder with anything else in it is refused.
+bool LensCache::openRoot(const QString &path)
+{
+    m_problem.clear();
+    const QString root = QDir(path).absolutePath();
+    const bool isDefault = !m_defaultRoot.isEmpty() && root == QDir(m_defaultRoot).absolutePath();
+    const QFileInfo info(root);
+    QSet<LensId> owned;
+    bool created = false;
+    if (!info.exists()) {
+        if (!QDir().mkpath(root)) {
+            m_problem = QStringLiteral("%1 can't be created").arg(root);
+            return false;
+        }
+        created = true;
+    } else if (!info.isDir()) {
+        m_problem = QStringLiteral("%1 is not a folder").arg(root);
+        return false;
+    } else if (QFileInfo::exists(root + QLatin1Char('/') + QLatin1String(kMarkerName))) {
+        if (!readMarker(root, owned, created, m_problem))
+            return false;
+    } else if (!QDir(root).isEmpty(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System)) {
+        if (!isDefault) {
+            m_problem =
+                QStringLiteral("%1 is not empty and is not a lens cache; choose an empty folder").arg(root);
+            return false;
+        }
+        // The default root lies in the program's own data folder. One from a
+        // version without the marker is taken over, claiming only what looks
+        // like a lens folder of ours.
+        const QStringList folders = QDir(root).entryList(QDir::Dirs | QDir::NoDotAndDotDot | QDir::Hidden);
+        for (const QString &name : folders) {
+            const QDir dir(root + QLatin1Char('/') + name);
+            if (isValidLensId(name) && !QFileInfo(dir.path()).isSymLink() &&
+                (dir.exists(QStringLiteral("lens")) || dir.exists(QStringLiteral("lens.zip"))))
+                owned.insert(name);
+        }
+    }
+    m_root = root;
+    m_owned = owned;
+    m_rootCreated = created;
+    if (!writeMarker()) {
+        m_problem = QStringLiteral("%1 is not writable").arg(root);
+        m_root.clear();
+        m_owned.clear();
+        return false;
+    }
+    return true;
+}
+
+bool LensCache::changeRoot(const QString &path)
+{
+    const QString oldRoot = m_root;
+    const QSet<LensId> oldOwned = m_owned;
+    const bool oldCreated = m_rootCreated;
+    if (!openRoot(path)) {
+        qCWarning(lcLensCache).noquote() << "Lens cache folder refused:" << m_problem;
+        const QString problem = m_problem;
+        m_root = oldRoot;
+        m_owned = oldOwned;
+        m_rootCreated = oldCreated;
+        m_problem = problem;
+        return false;
+    }
+    if (oldRoot.isEmpty() || oldRoot == m_root)
+        return true;
+    // Indexed lenses move along when they can and are dropped when they
+    // can't; whatever else the cache made in the old root is dropped.
+    for (const LensId &id : oldOwned) {
+        const QString from = oldRoot + QLatin1Char('/') + id;
+        const QString to = m_root + QLatin1Char('/') + id;
+        const bool indexed = m_entries.count(id) > 0;
+        if (indexed && !m_owned.contains(id) && !QFileInfo::exists(to)) {
+            m_owned.insert(id);
+            writeMarker();
+            if (QDir().rename(from, to))
+                continue;
+            m_owned.remove(id);
+            writeMarker();
+        }
+        if (!QFileInfo(from).isSymLink())
+            QDir(from).removeRecursively();
+        else
+            QFile::remove(from);
+        if (indexed && !m_owned.contains(id))
+            forget(id);
+    }
+    QFile::remove(oldRoot + QLatin1Char('/') + QLatin1String(kMarkerName));
+    if (oldCreated)
+        QDir().rmdir(oldRoot); // only when nothing else is in it
+    m_clearingQueue.clear();
+    return true;
 }
 
 qint64 LensCache::folderSize(const QString &path)

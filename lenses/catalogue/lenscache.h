@@ -3,6 +3,7 @@
 #include "lensid.h"
 
 #include <QLoggingCategory>
+#include <QSet>
 #include <QString>
 #include <QStringList>
 #include <map>
@@ -15,11 +16,19 @@ namespace VCam {
 // The folder tree of acquired lenses: <root>/<lensId>/lens, an index of
 // signatures and hint ids, the order of use, the total size and its limit.
 // Every cached lens is checked against its signature when it is used.
+//
+// The cache deletes only what it made. Its root holds a marker file that
+// lists every lens folder the cache created there, written before the folder
+// is; a folder not on that list is never deleted, whatever its name or
+// content. A root that is neither empty nor marked is refused.
 class LensCache
 {
 public:
     static constexpr qint64 kMebibyte = 1024 * 1024;
     static constexpr qint64 kDefaultLimitBytes = 200 * kMebibyte;
+    // Limits beyond 1 TiB are taken as 1 TiB.
+    static constexpr qint64 kMaxLimitMebibytes = 1024 * 1024;
+    static constexpr const char *kMarkerName = ".glint-lens-cache";
 
     LensCache(const QString &defaultRoot, const QString &verificationKeyBase64);
 
@@ -32,6 +41,16 @@ public:
     static bool isValidLensId(const LensId &lensId);
 
     QString rootPath() const { return m_root; }
+    // Why the last root asked for was refused; empty when it was taken.
+    QString problem() const { return m_problem; }
+    // Makes another folder the root: the cache's own lens folders move there
+    // (or are dropped where they can't move), nothing else is touched. False,
+    // with problem() set, when the folder can't be a cache; the old root stays.
+    bool changeRoot(const QString &path);
+    // Claims <root>/<id> for a new copy of the lens and returns <root>/<id>/lens;
+    // empty when there is no root or a folder of that name is not the cache's.
+    QString prepareLensPath(const LensId &lensId);
+    bool owns(const LensId &lensId) const { return m_owned.contains(lensId); }
     QString lensDirectory(const LensId &lensId) const; // <root>/<id>, empty for a bad id
     QString lensPath(const LensId &lensId) const;      // <root>/<id>/lens, empty for a bad id
 
@@ -64,6 +83,9 @@ private:
         qint64 size = 0;
     };
 
+    bool openRoot(const QString &path);
+    bool readMarker(const QString &root, QSet<LensId> &owned, bool &createdRoot, QString &problem) const;
+    bool writeMarker();
     void reconcile();
     bool deleteFolder(const LensId &lensId);
     void retryClearingQueue();
@@ -71,6 +93,9 @@ private:
 
     QString m_defaultRoot;
     QString m_root;
+    QString m_problem;
+    QSet<LensId> m_owned;
+    bool m_rootCreated = false;
     QString m_verificationKey;
     qint64 m_limit = kDefaultLimitBytes;
     std::map<LensId, Entry> m_entries;

@@ -44,32 +44,42 @@ QString fileSha256(const QString &path, bool *ok)
         QByteArray(reinterpret_cast<const char *>(digest), int(length)).toHex().toUpper());
 }
 
-// One INTEGER of the signature at pos: tag 0x02, a one-byte length that
-// keeps the element inside the data, at most one leading zero skipped.
+// One INTEGER of the signature at pos, in strict DER: tag 0x02, a short
+// length that keeps the element inside the data, a positive value in the
+// fewest bytes (a leading zero only where the next byte has its top bit
+// set, and then skipped).
 bool readInteger(const QByteArray &der, int &pos, int minimumLeft, QByteArray &out)
 {
     if (der.size() - pos < minimumLeft || static_cast<quint8>(der[pos]) != 0x02)
         return false;
     const int length = static_cast<quint8>(der[pos + 1]);
     pos += 2;
-    if (length > der.size() - pos)
+    if (length == 0 || length >= 0x80 || length > der.size() - pos)
         return false;
     out = der.mid(pos, length);
     pos += length;
-    if (!out.isEmpty() && out[0] == '\0')
+    const auto first = static_cast<quint8>(out[0]);
+    if (first & 0x80)
+        return false; // negative
+    if (first == 0) {
+        if (out.size() == 1 || !(static_cast<quint8>(out[1]) & 0x80))
+            return false; // zero, or a zero byte that was not needed
         out.remove(0, 1);
+    }
     return out.size() <= kMaxIntegerSize;
 }
 
 // Applies the structural rules to a DER ECDSA-Sig-Value and yields r and s.
+// The sequence must fill the data exactly, and s end it.
 bool parseSignature(const QByteArray &der, QByteArray &r, QByteArray &s)
 {
     if (der.size() < 3 || static_cast<quint8>(der[0]) != 0x30)
         return false;
-    if (static_cast<quint8>(der[1]) + 2 > der.size())
+    const int length = static_cast<quint8>(der[1]);
+    if (length >= 0x80 || length + 2 != der.size())
         return false;
     int pos = 2;
-    return readInteger(der, pos, 4, r) && readInteger(der, pos, 2, s);
+    return readInteger(der, pos, 4, r) && readInteger(der, pos, 2, s) && pos == der.size();
 }
 
 using PkeyPtr = std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)>;

@@ -5,7 +5,10 @@
 
 #include <QDir>
 #include <QFile>
+#include <QHostAddress>
 #include <QPointer>
+#include <QTimer>
+#include <QUrl>
 #include <nlohmann/json.hpp>
 
 Q_LOGGING_CATEGORY(lcLensAcquire, "glint.lenses.acquire")
@@ -20,15 +23,46 @@ QString stringMember(const nlohmann::json &object, const char *key)
     return it != object.end() && it->is_string() ? QString::fromStdString(it->get<std::string>()) : QString();
 }
 
+// Archives come over https, or over plain http from a backend on this
+// machine; never from files, other schemes or plain http elsewhere.
+bool isAllowedArchiveUrl(const QUrl &url)
+{
+    if (!url.isValid() || url.host().isEmpty())
+        return false;
+    const QString scheme = url.scheme().toLower();
+    if (scheme == QLatin1String("https"))
+        return true;
+    if (scheme != QLatin1String("http"))
+        return false;
+    const QString host = url.host().toLower();
+    return host == QLatin1String("localhost") || QHostAddress(host).isLoopback();
+}
+
 } // namespace
 
 NetworkLensAcquireHelper::NetworkLensAcquireHelper(NetworkManager *network, LensCache *cache, QObject *parent)
-    : QObject(parent), m_network(network), m_cache(cache)
-{}
+    : QObject(parent), m_network(network), m_cache(cache), m_deadline(new QTimer(this))
+{
+    m_deadline->setSingleShot(true);
+    m_deadline->setInterval(kDefaultDeadlineMs);
+    connect(m_deadline, &QTimer::timeout, this, [this] {
+        if (m_stage == LinkRequested || m_stage == ArchiveDownloading) {
+            const int seconds = m_deadline->interval() / 1000;
+            ++m_generation; // whatever still arrives for it is dropped
+            finish(QStringLiteral("Failed to download lens archive: no answer within %1 s").arg(seconds));
+        }
+    });
+}
+
+void NetworkLensAcquireHelper::setDeadline(int ms)
+{
+    m_deadline->setInterval(ms);
+}
 
 void NetworkLensAcquireHelper::reset()
 {
     ++m_generation; // answers for the acquisition in flight are dropped
+    m_deadline->stop();
     m_stage = Idle;
     m_lensUrl.clear();
     m_signature.clear();
@@ -57,6 +91,7 @@ void NetworkLensAcquireHelper::acquire(const LensId &lensId)
 void NetworkLensAcquireHelper::requestLink()
 {
     m_stage = LinkRequested;
+    m_deadline->start(); // one limit for link, download and unpacking together
     const quint64 generation = m_generation;
     QPointer<NetworkLensAcquireHelper> self(this);
     m_network->requestUnlock(m_lensId,
@@ -84,6 +119,11 @@ void NetworkLensAcquireHelper::onLinkAnswer(int status, const QByteArray &body, 
         return;
     }
     m_lensUrl = QString::fromStdString(url->get<std::string>());
+    if (!isAllowedArchiveUrl(QUrl(m_lensUrl))) {
+        finish(
+            QStringLiteral("Failed to parse lens archive link: %1 is not an https address").arg(m_lensUrl));
+        return;
+    }
     m_signature = stringMember(json, "signature");
     m_hintId = stringMember(json, "hint_id");
 
@@ -110,15 +150,18 @@ void NetworkLensAcquireHelper::onArchiveAnswer(const QByteArray &body, const QSt
 // empty text when the lens is in the cache and verified.
 QString NetworkLensAcquireHelper::installArchive(const QByteArray &body)
 {
-    const QString lensPath = m_cache->lensPath(m_lensId);
+    // The cache claims the lens folder before anything is written, so that
+    // whatever lands there is known to be ours.
+    const QString lensPath = m_cache->prepareLensPath(m_lensId);
     if (lensPath.isEmpty()) // no usable cache folder
         return QStringLiteral("Failed to save lens archive");
     const QString zipPath = lensPath + QStringLiteral(".zip");
     QDir(lensPath).removeRecursively(); // leftovers of an earlier attempt would spoil the checksum
     QFile zip(zipPath);
-    if (!QDir().mkpath(m_cache->lensDirectory(m_lensId)) || !zip.open(QIODevice::WriteOnly) ||
-        zip.write(body) != body.size() || !zip.flush()) {
+    if (!zip.open(QIODevice::WriteOnly) || zip.write(body) != body.size() || !zip.flush()) {
         qCWarning(lcLensAcquire) << "Can't write" << zipPath << zip.errorString();
+        zip.remove();
+        dropUnusedLensFolder();
         return QStringLiteral("Failed to save lens archive");
     }
     zip.close();
@@ -128,6 +171,7 @@ QString NetworkLensAcquireHelper::installArchive(const QByteArray &body)
         qCWarning(lcLensAcquire).noquote() << "Lens archive of" << m_lensId << "refused:" << reason;
         QFile::remove(zipPath);
         QDir(lensPath).removeRecursively();
+        dropUnusedLensFolder();
         return QStringLiteral("Failed to extract lens archive");
     }
     if (!QFile::remove(zipPath))
@@ -137,10 +181,18 @@ QString NetworkLensAcquireHelper::installArchive(const QByteArray &body)
     return QString();
 }
 
+// A lens whose archive was refused leaves no empty folder behind.
+void NetworkLensAcquireHelper::dropUnusedLensFolder()
+{
+    if (!m_cache->contains(m_lensId))
+        m_cache->remove(m_lensId);
+}
+
 void NetworkLensAcquireHelper::finish(const QString &error)
 {
     const Stage before = m_stage;
     m_stage = Finished;
+    m_deadline->stop();
     const LensId lensId = m_lensId;
     const quint64 generation = m_generation;
     if (error.isEmpty()) {

@@ -7,6 +7,7 @@
 #include <QObject>
 #include <QSet>
 #include <QString>
+#include <QTimer>
 
 Q_DECLARE_LOGGING_CATEGORY(lcLensAcquire)
 
@@ -41,6 +42,9 @@ public:
     bool isStale(const LensId &lensId) const { return m_staleLenses.contains(lensId); }
 
     void setMaxUnpackedBytes(qint64 bytes) { m_maxUnpackedBytes = bytes; }
+    // The time a whole acquisition (link, download, unpacking) may take.
+    static constexpr int kDefaultDeadlineMs = 120000;
+    void setDeadline(int ms);
 
     LensId lensId() const { return m_lensId; }
     Stage stage() const { return m_stage; }
@@ -56,6 +60,7 @@ private:
     void onLinkAnswer(int status, const QByteArray &body, const QString &failure);
     void onArchiveAnswer(const QByteArray &body, const QString &failure);
     QString installArchive(const QByteArray &body);
+    void dropUnusedLensFolder();
     void finish(const QString &error);
 
     NetworkManager *m_network;
@@ -68,6 +73,7 @@ private:
     QSet<LensId> m_staleLenses;
     quint64 m_generation = 0;
     qint64 m_maxUnpackedBytes = LensArchive::kDefaultMaxUnpackedBytes;
+    QTimer *m_deadline;
 };
 
 } // namespace VCam

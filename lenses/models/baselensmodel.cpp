@@ -2,6 +2,8 @@
 
 #include "lensinfostorage.h"
 
+#include <QSet>
+
 namespace VCam {
 
 BaseLensModel::BaseLensModel(LensInfoStorage *storage, QObject *parent)
@@ -54,9 +56,14 @@ void BaseLensModel::setLensIds(const QStringList &ids)
         return;
     beginResetModel();
     m_ids.clear();
-    for (const QString &id : ids)
-        if (!m_ids.contains(id))
-            m_ids << id;
+    QSet<QString> seen;
+    seen.reserve(ids.size());
+    for (const QString &id : ids) {
+        if (seen.contains(id))
+            continue;
+        seen.insert(id);
+        m_ids << id;
+    }
     endResetModel();
 }
 

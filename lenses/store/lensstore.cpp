@@ -29,6 +29,7 @@ namespace VCam {
 namespace {
 const char *const kFavoritesKey = "favorites";
 const char *const kRecentsKey = "recents";
+constexpr int kMaxListedLenses = 1000;
 const char *const kCacheKey = "cache";
 const char *const kClearedText = "Application data cleared";
 const char *const kLinkCopiedText = "Lens link copied";
@@ -211,12 +212,19 @@ void LensStore::loadSettings(const nlohmann::json &section)
 {
     if (!section.is_object())
         return;
+    // Favourites are read up to a length far beyond real use: a file with
+    // hundreds of thousands of them must not hold up the start.
     QStringList favorites;
-    if (section.contains(kFavoritesKey) && section[kFavoritesKey].is_array())
-        for (const auto &id : section[kFavoritesKey])
+    if (section.contains(kFavoritesKey) && section[kFavoritesKey].is_array()) {
+        for (const auto &id : section[kFavoritesKey]) {
+            if (favorites.size() >= kMaxListedLenses)
+                break;
             if (id.is_string())
                 favorites << QString::fromStdString(id.get<std::string>());
+        }
+    }
     m_favorites->setFavorites(favorites);
+    // The recents keep only their few newest entries as they are read.
     if (section.contains(kRecentsKey))
         m_recents->fromJson(section[kRecentsKey]);
     if (section.contains(kCacheKey) && section[kCacheKey].is_object()) {
@@ -229,8 +237,10 @@ void LensStore::loadSettings(const nlohmann::json &section)
 void LensStore::setCurrentLens(const LensId &lensId)
 {
     m_currentLensId = lensId;
+    setLensError(QString());
     if (lensId == kInvalidLensId) {
         m_acquiredLensId = kInvalidLensId;
+        m_runningLensId = kInvalidLensId;
         m_cache->setActiveLens(kInvalidLensId);
         LensCommand command;
         dispatch(int(ActionType::SetCoreProcessingLens), QVariant::fromValue(command));
@@ -290,7 +300,8 @@ void LensStore::process(std::shared_ptr<Bureau::Action> action)
         break;
     case ActionType::SetCacheLimit:
         if (payload.toInt() != cacheLimit()) {
-            m_cache->setLimit(qint64(qMax(0, payload.toInt())) * LensCache::kMebibyte);
+            m_cache->setLimit(qBound<qint64>(0, payload.toLongLong(), LensCache::kMaxLimitMebibytes) *
+                              LensCache::kMebibyte);
             emit cacheLimitChanged();
         }
         break;
@@ -410,9 +421,13 @@ void LensStore::onSetCacheDir(const QUrl &url)
     const QString path = url.toLocalFile();
     if (path.isEmpty() || QDir(path).absolutePath() == QDir(m_cache->rootPath()).absolutePath())
         return;
-    nlohmann::json settings = m_cache->save();
-    settings["cachePath"] = QDir(path).absolutePath().toStdString();
-    m_cache->load(settings);
+    if (!m_cache->changeRoot(path)) {
+        const QString text =
+            QStringLiteral("This folder can't hold the lens cache: %1").arg(m_cache->problem());
+        dispatch(int(ActionType::ShowPopupMessage),
+                 QVariant::fromValue(PopupMessage{text, MessageType::Warning}));
+        return;
+    }
     emit cacheDirChanged();
 }
 
@@ -471,9 +486,12 @@ void LensStore::onLensAcquired(const LensId &lensId, const QString &hintId)
     if (lensId != m_currentLensId)
         return;
     setAcquiring(false);
-    setState(Applied);
-    if (lensId == m_acquiredLensId)
+    // The lens counts as applied once the engine says it runs.
+    if (lensId == m_acquiredLensId) {
+        if (lensId == m_runningLensId)
+            setState(Applied);
         return;
+    }
     m_acquiredLensId = lensId;
     m_cache->setActiveLens(lensId);
     LensCommand command;
@@ -484,6 +502,45 @@ void LensStore::onLensAcquired(const LensId &lensId, const QString &hintId)
     dispatch(int(ActionType::SetMainLensHint), hintId);
     refreshCurrentLens();
     m_refreshTimer->start();
+}
+
+void LensStore::onLensLoadAnswered(const LensId &lensId, const QString &error)
+{
+    if (lensId != m_acquiredLensId)
+        return; // the answer for a lens the user has since left
+    if (error.isEmpty()) {
+        m_runningLensId = lensId;
+        setLensError(QString());
+        setState(Applied);
+        return;
+    }
+    qCWarning(lcLensStore).noquote() << "Lens" << lensId << "failed to load:" << error;
+    // Back to what ran before, with the reason shown on the card. The engine
+    // dropped the old effect when it tried the new one, so it gets it again.
+    const LensId previous = m_runningLensId;
+    setLensError(QStringLiteral("This lens could not be loaded: %1").arg(error));
+    m_currentLensId = previous;
+    m_acquiredLensId = previous;
+    m_cache->setActiveLens(previous);
+    if (previous == kInvalidLensId) {
+        m_refreshTimer->stop();
+        setState(NoLens);
+    } else {
+        LensCommand command;
+        command.lensId = previous;
+        command.text = m_cache->lensPath(previous);
+        dispatch(int(ActionType::SetCoreProcessingLens), QVariant::fromValue(command));
+        setState(Applied);
+    }
+    emit currentLensChanged();
+}
+
+void LensStore::setLensError(const QString &error)
+{
+    if (error == m_lensError)
+        return;
+    m_lensError = error;
+    emit lensErrorChanged();
 }
 
 void LensStore::onLensAcquireFailed(const LensId &lensId, const QString &reason)

@@ -55,6 +55,7 @@ class LensStore : public Store
     Q_PROPERTY(QString catalogueError READ catalogueError NOTIFY catalogueErrorChanged)
     Q_PROPERTY(QString searchError READ searchError NOTIFY searchErrorChanged)
     Q_PROPERTY(bool online READ online NOTIFY onlineChanged)
+    Q_PROPERTY(QString lensError READ lensError NOTIFY lensErrorChanged)
 public:
     // What the interface shows about the current lens.
     enum State { NoLens = 0, Acquiring = 1, Applied = 2, Failed = 3 };
@@ -70,6 +71,8 @@ public:
     ~LensStore() override;
 
     State state() const { return m_state; }
+    // Why the last lens chosen could not be put on; empty after a success.
+    QString lensError() const { return m_lensError; }
     QString camera() const { return m_camera; }
     QAbstractItemModel *featuredLensModel() const;
     BaseLensModel *topCommunityLensModel() const { return m_community; }
@@ -105,10 +108,14 @@ public:
     void setCurrentLens(const LensId &lensId);
 
 public slots:
+    // The engine's answer for a lens this store handed over (from the
+    // camera store).
+    void onLensLoadAnswered(const LensId &lensId, const QString &error);
     void process(std::shared_ptr<Bureau::Action> action) override;
 
 signals:
     void stateChanged();
+    void lensErrorChanged();
     void cameraChanged();
     void currentLensChanged();
     void cacheDirChanged();
@@ -139,6 +146,7 @@ private:
     void showCleared();
 
     void onLensAcquired(const LensId &lensId, const QString &hintId);
+    void setLensError(const QString &error);
     void onLensAcquireFailed(const LensId &lensId, const QString &reason);
     void onLensesInfo(const std::set<LensId> &invalidIds, const std::vector<LensInfo> &lenses);
     void onCommunityPage(const std::vector<LensInfo> &lenses);
@@ -168,6 +176,9 @@ private:
     QTimer *m_refreshTimer;
 
     State m_state = NoLens;
+    // The lens the engine last reported running, and the reason of the last failure.
+    LensId m_runningLensId = kInvalidLensId;
+    QString m_lensError;
     QString m_camera;
     LensId m_currentLensId = kInvalidLensId;
     LensId m_acquiredLensId = kInvalidLensId;

@@ -55,11 +55,12 @@ Rectangle {
             }
             Text {
                 Layout.fillWidth: true
-                text: !card.hasLens ? qsTr("Pick a lens below to put it on")
+                text: lensStore.lensError.length > 0 ? lensStore.lensError
+                      : !card.hasLens ? qsTr("Pick a lens below to put it on")
                       : lensStore.acquiring ? qsTr("Downloading\u2026")
                       : lensStore.state === Lens.Failed ? qsTr("This lens could not be loaded")
                       : (card.lens.author ? qsTr("by %1").arg(card.lens.author) : "")
-                color: lensStore.state === Lens.Failed ? Style.warning : Style.textMuted
+                color: lensStore.state === Lens.Failed || lensStore.lensError.length > 0 ? Style.warning : Style.textMuted
                 font.pixelSize: Style.fontSmall
                 elide: Text.ElideRight
             }

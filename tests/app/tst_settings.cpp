@@ -1,6 +1,12 @@
 #include <QTemporaryDir>
 #include <QtTest>
+#include <actiontypes.h>
+#include <applicationstore.h>
+#include <csignal>
+#include <dispatcher.h>
 #include <settings.h>
+#include <settingssavemiddleware.h>
+#include <sys/resource.h>
 
 using namespace VCam;
 using nlohmann::json;
@@ -18,6 +24,11 @@ QByteArray read(const QString &path)
 {
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+QByteArray nested(int depth, const QByteArray &open, const QByteArray &close)
+{
+    return open.repeated(depth) + close.repeated(depth);
 }
 
 } // namespace
@@ -93,6 +104,104 @@ private slots:
         QVERIFY(settings.load());
         QVERIFY(!settings.save());
         QVERIFY(settings.errorString().startsWith("Can't write"));
+    }
+
+    // Nesting far beyond anything the program writes is refused while parsing:
+    // no recursion over the document, the file is kept, the defaults apply,
+    // and what is saved afterwards is small.
+    void deeplyNestedFilesAreRefusedAndKept_data()
+    {
+        QTest::addColumn<QByteArray>("content");
+        QTest::newRow("100000 objects") << nested(100000, "{\"a\":", "}");
+        QTest::newRow("20000 arrays in a section")
+            << "{\"settings\": {\"mirror_preview\": false, \"x\": " + nested(20000, "[", "]") + "}}";
+        QTest::newRow("unclosed 200000 arrays") << QByteArray(200000, '[');
+    }
+    void deeplyNestedFilesAreRefusedAndKept()
+    {
+        QFETCH(QByteArray, content);
+        write(path(), content);
+        for (int start = 0; start < 2; ++start) {
+            Settings settings(path(), ":/defaults/settings.json");
+            QVERIFY(!settings.load());
+            QVERIFY2(settings.errorString().contains("settings.json"), qPrintable(settings.errorString()));
+            QCOMPARE(settings.section("settings")["mirror_preview"], json(true));
+            QVERIFY(settings.save());
+            QVERIFY(QFileInfo(path()).size() < 4096);
+            QCOMPARE(read(path() + ".bak"), content);
+            write(path(), content); // the next start meets the same file
+        }
+    }
+
+    void ordinaryNestingIsRead()
+    {
+        write(path(), "{\"settings\": {\"shortcuts\": {\"lens\": {\"a\": [[\"ctrl\", {\"k\": 1}]]}}}}");
+        Settings settings(path(), ":/defaults/settings.json");
+        QVERIFY2(settings.load(), qPrintable(settings.errorString()));
+        QCOMPARE(settings.section("settings")["shortcuts"]["lens"]["a"][0][1]["k"], json(1));
+    }
+
+    // A full disk (here: a file size limit) is reported with its reason,
+    // and the file already on disk stays whole.
+    void failedWriteReportsTheRealReason()
+    {
+        Settings settings(path(), ":/defaults/settings.json");
+        QVERIFY(settings.load());
+        QVERIFY(settings.save());
+        const QByteArray before = read(path());
+        settings.setSection("lenses", json{{"favorites", std::vector<std::string>(20000, "lens-id")}});
+        rlimit previous;
+        getrlimit(RLIMIT_FSIZE, &previous);
+        const auto oldHandler = std::signal(SIGXFSZ, SIG_IGN);
+        rlimit small = previous;
+        small.rlim_cur = 4096;
+        setrlimit(RLIMIT_FSIZE, &small);
+        const bool saved = settings.save();
+        setrlimit(RLIMIT_FSIZE, &previous);
+        std::signal(SIGXFSZ, oldHandler);
+        QVERIFY(!saved);
+        QVERIFY2(settings.errorString().contains("too large", Qt::CaseInsensitive),
+                 qPrintable(settings.errorString()));
+        QVERIFY(!settings.errorString().contains("Unknown error"));
+        QCOMPARE(read(path()), before);
+    }
+
+    // A preference changed through an action reaches the file within a few
+    // seconds, without waiting for the program to end; frame traffic alone
+    // never writes.
+    void changesAreSavedShortlyAfterwards()
+    {
+        auto dispatcher = std::make_shared<Bureau::Dispatcher>();
+        auto store = std::make_shared<ApplicationStore>(dispatcher, nullptr, nullptr);
+        Settings settings(path(), ":/defaults/settings.json");
+        QVERIFY(settings.load());
+        store->loadSettings(settings.section("settings"));
+        int saves = 0;
+        const std::set<qint32> skip{qint32(ActionType::UpdateFrame)};
+        auto saver = std::make_shared<SettingsSaveMiddleware>(
+            skip,
+            [&] {
+                ++saves;
+                settings.setSection("settings", store->saveSettings());
+                QVERIFY(settings.save());
+            },
+            300);
+        dispatcher->addStore(store);
+        dispatcher->addMiddleware(saver);
+        dispatcher->start();
+        for (int i = 0; i < 5; ++i)
+            dispatcher->dispatch(new Bureau::Action(qint32(ActionType::UpdateFrame), QVariant()));
+        QTest::qWait(600);
+        QCOMPARE(saves, 0);
+        QVERIFY(!QFile::exists(path()));
+
+        dispatcher->dispatch(new Bureau::Action(qint32(ActionType::SetMirrorPreview), false));
+        dispatcher->dispatch(new Bureau::Action(qint32(ActionType::SetAutomaticUpdatesEnabled), false));
+        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(path()), 3000);
+        QCOMPARE(saves, 1);
+        const json saved = json::parse(read(path()).toStdString());
+        QCOMPARE(saved["settings"]["mirror_preview"], json(false));
+        QCOMPARE(saved["settings"]["automatic_updates"], json(false));
     }
 
     void missingDefaultsResourceIsAnError()

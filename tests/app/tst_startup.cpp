@@ -3,7 +3,6 @@
 // time, and the log file.
 #include <QImage>
 #include <QProcess>
-#include <QSharedMemory>
 #include <QTemporaryDir>
 #include <QtTest>
 #include <singleinstanceguard.h>
@@ -101,15 +100,6 @@ void sendKeys(const QString &windowId, const QString &keys)
     inWindow(windowId, {"key", "--clearmodifiers", keys});
 }
 
-// A killed instance leaves its shared memory segment behind; attaching and
-// detaching once removes a segment that nobody holds any more.
-void clearStaleGuard()
-{
-    QSharedMemory memory(VCam::SingleInstanceGuard::sharedMemoryKey(programName()));
-    if (memory.attach())
-        memory.detach();
-}
-
 } // namespace
 
 class TestStartup : public QObject
@@ -131,8 +121,6 @@ private slots:
         g_program = home.filePath(programName());
         QVERIFY(QFile::link(kBinary, g_program));
     }
-
-    void init() { clearStaleGuard(); }
 
     void windowOpensSwitchesPagesAndShutsDownInOrder()
     {
@@ -212,9 +200,9 @@ private slots:
         QCOMPARE(app.process.exitCode(), 0);
         QVERIFY(readFile(log).contains("Dispatcher stopped"));
         QVERIFY(QFile::exists(home.filePath("terminated") + "/Glint/Glint Camera/settings.json"));
-        // The guard was released: nothing is left for the next start to find.
-        QSharedMemory memory(VCam::SingleInstanceGuard::sharedMemoryKey(programName()));
-        QVERIFY(!memory.attach());
+        // The guard was released: the next start finds it free.
+        VCam::SingleInstanceGuard next(programName());
+        QVERIFY(next.tryToRun());
     }
 
     void secondInstanceIsRefused()

@@ -8,6 +8,7 @@
 
 #include <QDirIterator>
 #include <QSignalSpy>
+#include <QTcpServer>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -183,6 +184,18 @@ private slots:
                                                   << "Checksum doesn't match for lens archive: gamma";
         QTest::newRow("signature not DER")
             << notDer << 200 << m_gammaZip << 200 << "Checksum doesn't match for lens archive: gamma";
+        const auto linkTo = [&](const std::string &url) {
+            json answer = unlockAnswer("gamma", m_gammaSignature, "h");
+            answer["lens_url"] = url;
+            return QByteArray::fromStdString(answer.dump());
+        };
+        QTest::newRow("lens_url file") << linkTo("file:///etc/passwd") << 200 << m_gammaZip << 200
+                                       << "Failed to parse lens archive link: *";
+        QTest::newRow("lens_url ftp") << linkTo("ftp://127.0.0.1/gamma.zip") << 200 << m_gammaZip << 200
+                                      << "Failed to parse lens archive link: *";
+        QTest::newRow("lens_url plain http elsewhere")
+            << linkTo("http://0.0.0.0:1/gamma.zip") << 200 << m_gammaZip << 200
+            << "Failed to parse lens archive link: *";
     }
 
     void failuresCarryTheirTexts()
@@ -206,8 +219,8 @@ private slots:
         QVERIFY(!rig.provider.cache().contains("gamma"));
         QVERIFY(!QFileInfo::exists(rig.provider.cache().lensPath("gamma") + ".zip") ||
                 expected.startsWith("Can't"));
-        if (expected.startsWith("Checksum"))
-            QVERIFY(!QFileInfo::exists(rig.provider.cache().lensDirectory("gamma")));
+        // A refused lens leaves no folder behind, not even an empty one.
+        QVERIFY(!QFileInfo::exists(rig.provider.cache().lensDirectory("gamma")));
         QCOMPARE(rig.provider.acquireHelper()->stage(), NetworkLensAcquireHelper::Idle);
     }
 
@@ -239,6 +252,27 @@ private slots:
         QVERIFY(!QFileInfo::exists(QDir::tempPath() + "/glint-escape-" +
                                    QString::number(QCoreApplication::applicationPid())));
         QVERIFY(!rig.provider.cache().contains("gamma"));
+    }
+
+    // A download that never ends is given up after the acquisition's
+    // overall deadline, even though the server keeps the connection open.
+    void acquisitionHasAnOverallDeadline()
+    {
+        QTcpServer silent;
+        QVERIFY(silent.listen(QHostAddress::LocalHost));
+        json answer = unlockAnswer("gamma", m_gammaSignature, "h");
+        answer["lens_url"] = QString("http://127.0.0.1:%1/gamma.zip").arg(silent.serverPort()).toStdString();
+        Rig rig = fixtureRig("gamma", answer, m_gammaZip);
+        rig.provider.acquireHelper()->setDeadline(1500);
+        QElapsedTimer clock;
+        clock.start();
+        rig.provider.acquireLens("gamma");
+        QVERIFY(rig.waitForOutcome());
+        QVERIFY2(rig.failure().startsWith("Failed to download lens archive: no answer within"),
+                 qPrintable(rig.failure()));
+        QVERIFY(clock.elapsed() < 10000);
+        QCOMPARE(rig.provider.acquireHelper()->stage(), NetworkLensAcquireHelper::Idle);
+        QVERIFY(!QFileInfo::exists(rig.provider.cache().lensDirectory("gamma")));
     }
 
     void archiveBombsFailCleanly()

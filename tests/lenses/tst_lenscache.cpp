@@ -3,9 +3,12 @@
 #include "testlenses.h"
 
 #include <QDir>
+#include <QDirIterator>
 #include <QFile>
 #include <QTemporaryDir>
 #include <QtTest>
+
+Q_DECLARE_METATYPE(nlohmann::json)
 
 using namespace VCam;
 using nlohmann::json;
@@ -90,7 +93,7 @@ private slots:
             placeLens(first, id, 0);
         QDir().mkpath(m_root->path() + "/notes");
         QDir().mkpath(m_root->path() + "/no-lens-inside");
-        QDir().mkpath(m_root->path() + "/queued/lens");
+        QDir().mkpath(m_root->path() + "/queued/lens"); // named like a lens, but not the cache's
         const json settings = {
             {"cachePath", m_root->path().toStdString()},
             {"cacheSize", 50},
@@ -106,7 +109,7 @@ private slots:
         cache.load(settings);
         QCOMPARE(cache.lensIds(), (QStringList{"touched", "kept"}));
         QVERIFY(!QFileInfo::exists(m_root->path() + "/orphan"));
-        QVERIFY(!QFileInfo::exists(m_root->path() + "/queued"));
+        QVERIFY(QFileInfo::exists(m_root->path() + "/queued/lens"));
         QVERIFY(QFileInfo::exists(m_root->path() + "/notes"));
         QVERIFY(QFileInfo::exists(m_root->path() + "/no-lens-inside"));
         QVERIFY(cache.clearingQueue().isEmpty());
@@ -130,17 +133,141 @@ private slots:
         QCOMPARE(again.save(), saved);
     }
 
+    // A folder full of a user's files, some named like lens folders, given as
+    // the cache folder through the settings and through the settings page:
+    // refused, and after loading, clearing, evicting and changing folders
+    // every file is still there.
+    void userFolderIsNeverEmptied()
+    {
+        QTemporaryDir home;
+        const QString user = home.filePath("Documents");
+        writeFile(user + "/report.txt", "quarterly figures");
+        writeFile(user + "/Photos/lens/holiday.jpg", "jpeg bytes");
+        writeFile(user + "/abc/lens/manifest.json", "{}");
+        writeFile(user + "/.hidden", "secret");
+        const auto before = snapshot(user);
+
+        const json settings = {{"cachePath", user.toStdString()},
+                               {"cacheSize", int64_t(1) << 43},
+                               {"cachedInfo",
+                                {{{"lensId", "Photos"}, {"signature", "c2ln"}, {"hintId", ""}},
+                                 {{"lensId", "abc"}, {"signature", "c2ln"}, {"hintId", ""}}}},
+                               {"clearingQueue", {"Photos", "abc"}}};
+        LensCache cache(m_root->path() + "/default", m_publicKey);
+        cache.load(settings);
+        QVERIFY2(cache.problem().contains("not empty"), qPrintable(cache.problem()));
+        QCOMPARE(cache.rootPath(), QDir(m_root->path() + "/default").absolutePath());
+        QVERIFY(cache.lensIds().isEmpty());
+        QVERIFY(cache.limit() > 0);
+        QCOMPARE(cache.limit(), LensCache::kMaxLimitMebibytes * LensCache::kMebibyte);
+
+        placeLens(cache, "own", 0);
+        QVERIFY(cache.add("own", m_signatures["own"], ""));
+        QVERIFY(!cache.changeRoot(user));
+        QVERIFY(cache.problem().contains("not empty"));
+        QVERIFY(cache.verify("own", false)); // still where it was
+        cache.evict(0);
+        QVERIFY(!QFileInfo::exists(cache.rootPath() + "/own")); // the cache's own lens goes
+        cache.remove("abc");
+        QCOMPARE(snapshot(user), before);
+
+        // The user's files inside a real cache folder are left alone too.
+        writeFile(cache.rootPath() + "/mine/lens/notes.txt", "mine");
+        LensCache reloaded(QString(), m_publicKey);
+        reloaded.load(cache.save());
+        reloaded.evict(0);
+        QVERIFY(QFileInfo::exists(cache.rootPath() + "/mine/lens/notes.txt"));
+
+        // Moving to an empty folder takes the cache's own lenses along and
+        // leaves the old folder's other content where it was.
+        placeLens(reloaded, "moved", 0);
+        QVERIFY(reloaded.add("moved", m_signatures["moved"], ""));
+        const QString fresh = home.filePath("fresh");
+        QVERIFY(QDir().mkpath(fresh));
+        QVERIFY(reloaded.changeRoot(fresh));
+        QVERIFY(reloaded.verify("moved", false));
+        QVERIFY(QFileInfo::exists(fresh + "/moved/lens"));
+        QVERIFY(!QFileInfo::exists(m_root->path() + "/default/moved"));
+        QVERIFY(QFileInfo::exists(m_root->path() + "/default/mine/lens/notes.txt"));
+        QCOMPARE(snapshot(user), before);
+    }
+
+    // A default folder from a version without the marker: its lens folders
+    // become the cache's, anything else in it stays untouched.
+    void unmarkedDefaultFolderIsTakenOverForItsLensesOnly()
+    {
+        const QString root = m_root->path() + "/default";
+        writeFile(root + "/old-lens/lens/lens.json", "{}");
+        writeFile(root + "/notes/todo.txt", "keep me");
+        writeFile(root + "/readme.txt", "keep me too");
+        LensCache cache(root, m_publicKey);
+        QVERIFY2(cache.problem().isEmpty(), qPrintable(cache.problem()));
+        QVERIFY(cache.owns("old-lens"));
+        QVERIFY(!cache.owns("notes"));
+        cache.load(json::object()); // not indexed: an old copy without a signature goes
+        QVERIFY(!QFileInfo::exists(root + "/old-lens"));
+        QVERIFY(QFileInfo::exists(root + "/notes/todo.txt"));
+        QVERIFY(QFileInfo::exists(root + "/readme.txt"));
+    }
+
+    void numbersFromSettingsAreClamped_data()
+    {
+        QTest::addColumn<json>("cacheSize");
+        QTest::addColumn<qint64>("limit");
+        QTest::newRow("2^43") << json(int64_t(1) << 43)
+                              << LensCache::kMaxLimitMebibytes * LensCache::kMebibyte;
+        QTest::newRow("largest unsigned")
+            << json(UINT64_MAX) << LensCache::kMaxLimitMebibytes * LensCache::kMebibyte;
+        QTest::newRow("negative") << json(-5) << LensCache::kDefaultLimitBytes;
+        QTest::newRow("fraction") << json(2.5) << LensCache::kDefaultLimitBytes;
+        QTest::newRow("text") << json("200") << LensCache::kDefaultLimitBytes;
+        QTest::newRow("zero") << json(0) << qint64(0);
+    }
+    void numbersFromSettingsAreClamped()
+    {
+        QFETCH(json, cacheSize);
+        QFETCH(qint64, limit);
+        LensCache cache(m_root->path(), m_publicKey);
+        cache.load({{"cacheSize", cacheSize}});
+        QCOMPARE(cache.limit(), limit);
+        cache.setLimit(std::numeric_limits<qint64>::max());
+        QCOMPARE(cache.limit(), LensCache::kMaxLimitMebibytes * LensCache::kMebibyte);
+    }
+
 private:
     // A signed lens folder at <root>/<id>/lens with extra bytes of data.
-    void placeLens(const LensCache &cache, const QString &id, qint64 extraBytes)
+    // The folder is claimed through the cache, as the acquisition does.
+    void placeLens(LensCache &cache, const QString &id, qint64 extraBytes)
     {
         QTemporaryDir scratch;
         const QString made = TestLenses::makeLensFolder(scratch.path(), id, extraBytes);
         m_signatures[id] = TestLenses::sign(made, m_keys.filePath("key.pem"));
         QVERIFY(!m_signatures[id].isEmpty());
-        QDir().mkpath(m_root->path() + "/" + id);
-        QVERIFY(QDir().rename(made, m_root->path() + "/" + id + "/lens"));
-        Q_UNUSED(cache);
+        const QString target = cache.prepareLensPath(id);
+        QVERIFY(!target.isEmpty());
+        QVERIFY(QDir().rename(made, target));
+    }
+
+    // Every file under a folder with its content, to prove nothing changed.
+    static QMap<QString, QByteArray> snapshot(const QString &root)
+    {
+        QMap<QString, QByteArray> files;
+        QDirIterator it(root, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+        while (it.hasNext()) {
+            const QString path = it.next();
+            QFile file(path);
+            file.open(QIODevice::ReadOnly);
+            files.insert(path.mid(root.size()), file.readAll());
+        }
+        return files;
+    }
+
+    static void writeFile(const QString &path, const QByteArray &content)
+    {
+        QDir().mkpath(QFileInfo(path).path());
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write(content);
     }
 
     QTemporaryDir m_keys;

@@ -117,8 +117,19 @@ private slots:
         const auto signedInt = [](QByteArray v) { return quint8(v[0]) & 0x80 ? QByteArray(1, '\0') + v : v; };
 
         QTest::newRow("as signed") << good << true;
-        QTest::newRow("one redundant leading zero")
-            << derSequence(derInteger(QByteArray(1, '\0') + r) + derInteger(signedInt(s))) << true;
+        QTest::newRow("re-encoded minimally")
+            << derSequence(derInteger(signedInt(r)) + derInteger(signedInt(s))) << true;
+        // Loose encodings of the same numbers are refused.
+        QTest::newRow("redundant leading zero")
+            << derSequence(derInteger(QByteArray(1, '\0') + signedInt(r)) + derInteger(signedInt(s)))
+            << false;
+        QTest::newRow("byte after the sequence") << good + QByteArray(1, '\0') << false;
+        QTest::newRow("byte after s inside the sequence")
+            << derSequence(derInteger(signedInt(r)) + derInteger(signedInt(s)) + QByteArray(1, '\0'))
+            << false;
+        QTest::newRow("negative s") << derSequence(derInteger(signedInt(r)) +
+                                                   derInteger(QByteArray(1, '\x80') + s))
+                                    << false;
         QTest::newRow("two leading zeros")
             << derSequence(derInteger(QByteArray(2, '\0') + r) + derInteger(signedInt(s))) << false;
         QTest::newRow("r of 49 bytes")

@@ -11,13 +11,17 @@
 
 #include <QClipboard>
 #include <QGuiApplication>
+#include <QProcess>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QtTest>
 #include <actiontypes.h>
+#include <coreservice.h>
+#include <corestore.h>
 #include <dispatcher.h>
 #include <glintdeployment.h>
 #include <hinttable.h>
+#include <lenscache.h>
 #include <lenscommand.h>
 #include <metatypes.h>
 #include <popupmessage.h>
@@ -57,7 +61,9 @@ public:
     QList<std::shared_ptr<Bureau::Action>> actions;
 };
 
-// The lens side of the application as start-up wires it, over a backend.
+// The lens side of the application as start-up wires it, over a backend,
+// with the camera store and its engine answering every lens handed over
+// (no camera and no virtual camera output).
 struct Rig
 {
     Rig(const QString &baseUrl, const QString &cacheRoot, const QString &key)
@@ -65,11 +71,18 @@ struct Rig
           provider(new NetworkLensProvider(&network, cacheRoot, key)),
           dispatcher(std::make_shared<Bureau::Dispatcher>()),
           store(std::make_shared<LensStore>(dispatcher, provider, &provider->cache(), &network, &storage)),
+          core(std::make_shared<CoreStore>(dispatcher, new CoreService([] { return nullptr; }))),
           recorder(std::make_shared<Recorder>())
     {
+        QObject::connect(core.get(), &CoreStore::lensLoadAnswered, store.get(),
+                         &LensStore::onLensLoadAnswered);
+        dispatcher->addStore(core);
         dispatcher->addStore(store);
         dispatcher->addStore(recorder);
+        QSignalSpy started(dispatcher.get(), &Bureau::Dispatcher::started);
         dispatcher->start();
+        if (dispatcher->state() != Bureau::Dispatcher::Started)
+            started.wait(15000);
     }
     ~Rig() { dispatcher->stop(); }
 
@@ -103,6 +116,7 @@ struct Rig
     NetworkLensProvider *provider;
     std::shared_ptr<Bureau::Dispatcher> dispatcher;
     std::shared_ptr<LensStore> store;
+    std::shared_ptr<CoreStore> core;
     std::shared_ptr<Recorder> recorder;
 };
 
@@ -138,7 +152,75 @@ private slots:
         QVERIFY(m_server.import(sampleLenses(
             {"big-eyes", "confetti", "film-noir", "fireworks", "heart-eyes", "retro-vhs", "sunglasses"})));
         QVERIFY(m_server.import(sampleLenses({"party-hat", "color-pop"}), true));
+        // A signed lens whose shader does not compile.
+        const QString broken = m_scratch.filePath("broken-pop");
+        QCOMPARE(QProcess::execute("cp", {"-r", QStringLiteral(GLINT_SAMPLE_LENSES "/color-pop"), broken}),
+                 0);
+        QFile shader(broken + "/pop.frag");
+        QVERIFY(shader.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        shader.write("vec4 effect(vec2 uv) { return this is not GLSL; }\n");
+        shader.close();
+        QFile manifest(broken + "/lens.json");
+        QVERIFY(manifest.open(QIODevice::ReadOnly));
+        QByteArray text = manifest.readAll().replace("\"color-pop\"", "\"broken-pop\"");
+        manifest.close();
+        QVERIFY(manifest.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        manifest.write(text);
+        manifest.close();
+        QVERIFY(m_server.import({broken}));
         QVERIFY(m_server.start());
+    }
+
+    // Numbers and lists from the settings file stay within bounds: a huge
+    // favourites list is cut to its first thousand entries, and a cache limit
+    // too large for the cache is clamped instead of wrapping round.
+    void settingsListsAndNumbersAreBounded()
+    {
+        Rig rig(m_server.baseUrl(), m_cache.path(), m_server.publicKey());
+        nlohmann::json favorites = nlohmann::json::array();
+        for (int i = 0; i < 200000; ++i)
+            favorites.push_back("fav-" + std::to_string(i % 150000));
+        rig.store->loadSettings({{"favorites", favorites}});
+        QCOMPARE(rig.store->favoriteLensesModel()->rowCount(), 1000);
+        QCOMPARE(rig.store->favoriteLensesModel()->lensIdAt(999), QString("fav-999"));
+
+        rig.send(ActionType::SetCacheLimit, qint64(1) << 43);
+        QTRY_COMPARE(rig.store->cacheLimit(), int(LensCache::kMaxLimitMebibytes));
+        rig.send(ActionType::SetCacheLimit, 200);
+        QTRY_COMPARE(rig.store->cacheLimit(), 200);
+    }
+
+    // The engine cannot load a lens: the card goes back to the lens that
+    // ran before, which runs again, and the reason is there to show.
+    void lensThatFailsToLoadReturnsToThePreviousLens()
+    {
+        Rig rig(m_server.baseUrl(), m_cache.path(), m_server.publicKey());
+        rig.send(ActionType::Started);
+        rig.select("party-hat");
+        QTRY_COMPARE_WITH_TIMEOUT(rig.store->state(), LensStore::Applied, 20000);
+
+        QSignalSpy errors(rig.store.get(), &LensStore::lensErrorChanged);
+        QSignalSpy answered(rig.core.get(), &CoreStore::lensLoadAnswered);
+        rig.select("broken-pop");
+        QVERIFY(errors.wait(20000));
+        QVERIFY2(rig.store->lensError().startsWith("This lens could not be loaded: "),
+                 qPrintable(rig.store->lensError()));
+        QCOMPARE(rig.store->currentLensId(), QString("party-hat"));
+        QCOMPARE(rig.store->state(), LensStore::Applied);
+        QTRY_COMPARE(rig.recorder->processingLenses().last().lensId, QString("party-hat"));
+        QTRY_COMPARE_WITH_TIMEOUT(answered.size(), 2, 20000);
+        QCOMPARE(answered.at(0).at(0).toString(), QString("broken-pop"));
+        QVERIFY(!answered.at(0).at(1).toString().isEmpty());
+        QCOMPARE(answered.at(1).at(0).toString(), QString("party-hat")); // running again
+        QCOMPARE(answered.at(1).at(1).toString(), QString());
+
+        // With nothing before it, the card returns to no lens.
+        rig.select(kInvalidLensId);
+        QTRY_COMPARE(rig.store->state(), LensStore::NoLens);
+        rig.select("broken-pop");
+        QTRY_VERIFY_WITH_TIMEOUT(!rig.store->lensError().isEmpty(), 20000);
+        QCOMPARE(rig.store->currentLensId(), kInvalidLensId);
+        QCOMPARE(rig.store->state(), LensStore::NoLens);
     }
 
     void init() { QVERIFY(m_cache.isValid()); }
@@ -174,7 +256,9 @@ private slots:
             const LensCommand applied = rig.recorder->processingLenses().last();
             QVERIFY(QFileInfo(applied.text + "/lens.json").isFile());
             QVERIFY(applied.text.startsWith(m_cache.path()));
-            QCOMPARE(rig.store->state(), LensStore::Applied);
+            // Applied once the engine runs it.
+            QTRY_COMPARE_WITH_TIMEOUT(rig.store->state(), LensStore::Applied, 20000);
+            QCOMPARE(rig.store->lensError(), QString());
             QCOMPARE(rig.store->currentLens().value("title").toString(),
                      rig.storage.info("party-hat").lensName);
             QTRY_COMPARE(hints.count(), 1);
@@ -378,6 +462,7 @@ private slots:
 private:
     LensServerProcess m_server;
     QTemporaryDir m_cache;
+    QTemporaryDir m_scratch;
 };
 
 QTEST_MAIN(TestLensStore)

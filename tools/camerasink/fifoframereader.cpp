@@ -49,6 +49,14 @@ bool FifoFrameReader::open(std::string &error)
         error = systemError("cannot create " + m_directory);
         return false;
     }
+    // Only a folder of our own, closed to others, may hold the pipe.
+    struct stat info;
+    if (::lstat(m_directory.c_str(), &info) < 0 || !S_ISDIR(info.st_mode) || info.st_uid != ::getuid() ||
+        (info.st_mode & 077) != 0) {
+        error =
+            m_directory + " is not a private folder of this user (a link, another owner or open to others)";
+        return false;
+    }
     // A fresh FIFO: a stale one could still hold bytes of an earlier writer.
     ::unlink(readyPath().c_str());
     ::unlink(pipePath().c_str());

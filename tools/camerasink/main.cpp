@@ -3,8 +3,11 @@
 #include "systemv4l2api.h"
 
 #include <atomic>
+#include <chrono>
 #include <csignal>
 #include <iostream>
+#include <thread>
+#include <unistd.h>
 
 namespace {
 
@@ -28,6 +31,24 @@ void installSignalHandlers()
     signal(SIGPIPE, SIG_IGN);
 }
 
+// The sink serves the process that started it and ends with it, however
+// that one ends (a crash or SIGKILL included): once the sink has been handed
+// to another parent, it stops as if asked to. The parent death signal of
+// prctl is not used because it fires when the starting thread ends, not
+// the process.
+void watchParent(pid_t parent)
+{
+    std::thread([parent] {
+        while (!stopRequested) {
+            if (::getppid() != parent) {
+                stopRequested = true;
+                return;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        }
+    }).detach();
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -39,6 +60,7 @@ int main(int argc, char **argv)
         return Sink::CameraSink::BadUsage;
     }
     installSignalHandlers();
+    watchParent(::getppid());
     Sink::SystemV4l2Api api;
     Sink::CameraSink sink(options, api);
     return sink.run(stopRequested);

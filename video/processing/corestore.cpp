@@ -27,7 +27,13 @@ CoreStore::CoreStore(std::shared_ptr<Bureau::Dispatcher> dispatcher, CoreService
 {
     m_service->setParent(this);
     connect(m_service, &CoreService::frameReady, this, &CoreStore::frameReady);
-    connect(m_service, &CoreService::lensLoaded, this, [] {});
+    connect(m_service, &CoreService::lensLoaded, this, [this] {
+        if (m_pendingLoads.empty())
+            return;
+        const LensId lensId = m_pendingLoads.front();
+        m_pendingLoads.pop_front();
+        emit lensLoadAnswered(lensId, QString());
+    });
     connect(m_service, &CoreService::lensLoadError, this, &CoreStore::onLensLoadError);
     connect(m_service, &CoreService::supportedExternalEventsChanged, this,
             &CoreStore::onSupportedExternalEventsChanged);
@@ -123,6 +129,8 @@ void CoreStore::process(std::shared_ptr<Bureau::Action> action)
             m_currentLensId = lensId;
             emit currentLensIdChanged();
         }
+        if (!lens.text.isEmpty())
+            m_pendingLoads.push_back(lensId);
         emit m_service->setLens(lensId, lens.text);
         refreshGlintcodeOverlay();
         break;
@@ -216,6 +224,11 @@ void CoreStore::onLensLoadError(const QString &error)
 {
     qCWarning(lcCoreStore).noquote() << "Lens could not be loaded:" << error;
     emit lensLoadFailed(error);
+    if (!m_pendingLoads.empty()) {
+        const LensId lensId = m_pendingLoads.front();
+        m_pendingLoads.pop_front();
+        emit lensLoadAnswered(lensId, error);
+    }
     dispatch(int(ActionType::ShowPopupMessage),
              QVariant::fromValue(
                  PopupMessage{tr("This lens could not be loaded. %1").arg(error), MessageType::Warning}));

@@ -2,6 +2,7 @@
 
 #include <QImage>
 #include <QStringList>
+#include <deque>
 #include <functional>
 #include <lensid.h>
 #include <memory>
@@ -80,6 +81,9 @@ signals:
     void mainLensHintChanged();
     void currentLensIdChanged();
     void lensLoadFailed(const QString &error);
+    // The engine's answer for a lens handed to it: an empty error when the
+    // lens is loaded and running.
+    void lensLoadAnswered(const LensId &lensId, const QString &error);
 
 private slots:
     void onLensLoadError(const QString &error);
@@ -102,6 +106,9 @@ private:
     QString m_currentWebcamName;
     QString m_savedWebcamName;
     QString m_currentLensId = kInvalidLensId;
+    // Lenses handed to the engine whose answer has not come yet, in order:
+    // the engine answers each load, one at a time.
+    std::deque<LensId> m_pendingLoads;
     bool m_alwaysShowGlintcode = false;
     bool m_mirrorGlintcode = false;
     bool m_isMainLensHint = false;

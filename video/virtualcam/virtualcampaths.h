@@ -11,7 +11,11 @@ class VirtualCamPaths
 public:
     // $XDG_RUNTIME_DIR/glint-camera, or /tmp/glint-camera-<uid> without one.
     static std::string directory();
-    static bool ensureDirectory();
+    // Creates the folder (mode 0700) when missing, then checks what is there:
+    // a real folder, not a symbolic link, owned by this user and closed to
+    // everyone else. Empty when it can be used, else what is wrong with it.
+    static std::string directoryProblem();
+    static bool ensureDirectory() { return directoryProblem().empty(); }
     static std::string pipePath();
     static std::string readyPath();
     // $GLINT_CAMERA_SINK, else glint-camera-sink beside the program, else the

@@ -1,7 +1,9 @@
 #include "virtualcampaths.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -51,9 +53,26 @@ std::string VirtualCamPaths::directory()
     return "/tmp/glint-camera-" + std::to_string(::getuid());
 }
 
-bool VirtualCamPaths::ensureDirectory()
+std::string VirtualCamPaths::directoryProblem()
 {
-    return ::mkdir(directory().c_str(), 0700) == 0 || errno == EEXIST;
+    const std::string dir = directory();
+    if (::mkdir(dir.c_str(), 0700) < 0 && errno != EEXIST)
+        return dir + " can't be created: " + std::strerror(errno);
+    struct stat info;
+    if (::lstat(dir.c_str(), &info) < 0)
+        return dir + " can't be examined: " + std::strerror(errno);
+    if (S_ISLNK(info.st_mode))
+        return dir + " is a symbolic link";
+    if (!S_ISDIR(info.st_mode))
+        return dir + " is not a folder";
+    if (info.st_uid != ::getuid())
+        return dir + " belongs to another user (uid " + std::to_string(info.st_uid) + ")";
+    if ((info.st_mode & 077) != 0) {
+        char mode[8];
+        std::snprintf(mode, sizeof mode, "%03o", unsigned(info.st_mode & 0777));
+        return dir + " is open to other users (mode " + mode + ")";
+    }
+    return {};
 }
 
 std::string VirtualCamPaths::pipePath()

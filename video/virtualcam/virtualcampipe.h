@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 
@@ -12,6 +13,8 @@ namespace VCam {
 class VirtualCamPipe
 {
 public:
+    enum class WriteResult { Written, Failed, TimedOut };
+
     VirtualCamPipe() = default;
     ~VirtualCamPipe();
     VirtualCamPipe(const VirtualCamPipe &) = delete;
@@ -20,10 +23,17 @@ public:
     // Opens the pipe if the camera side has created it; false otherwise.
     bool open();
     bool isValid() const { return m_handle.load() != kInvalid; }
-    // Writes the whole block; false when the reader is gone.
-    bool write(const uint8_t *data, std::size_t size);
+    // Writes the whole block. Failed when the reader is gone; TimedOut when
+    // the reader took nothing for timeout (or the block took longer than
+    // kMaxBlockTime), possibly in the middle of the block.
+    WriteResult write(const uint8_t *data, std::size_t size, std::chrono::milliseconds timeout);
     // Forgets a broken handle.
     void invalidate();
+    // Closes the connection, so that the reader sees its end and throws away
+    // an unfinished block.
+    void disconnect();
+
+    static constexpr std::chrono::milliseconds kMaxBlockTime{1000};
 
 private:
     static constexpr std::intptr_t kInvalid = -1;

@@ -1,10 +1,12 @@
 #include "virtualcampaths.h"
 #include "virtualcampipe.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <fcntl.h>
+#include <poll.h>
 #include <pthread.h>
 #include <sys/stat.h>
 #include <thread>
@@ -75,18 +77,26 @@ bool VirtualCamPipe::open()
         pauseAfterFailedOpen();
         return false;
     }
-    // Writes block: a slow reader slows the producer instead of dropping.
-    ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) & ~O_NONBLOCK);
+    // The descriptor stays non-blocking: a write waits in poll() for the
+    // reader, as long as the caller's time limit allows.
     m_handle = fd;
     return true;
 }
 
-bool VirtualCamPipe::write(const uint8_t *data, std::size_t size)
+VirtualCamPipe::WriteResult VirtualCamPipe::write(const uint8_t *data, std::size_t size,
+                                                  std::chrono::milliseconds timeout)
 {
+    using Clock = std::chrono::steady_clock;
     const int fd = int(m_handle.load());
     if (fd < 0)
-        return false;
+        return WriteResult::Failed;
     SigpipeBlocker blocker;
+    // A reader that takes data, however slowly, slows the writer down; one
+    // that takes nothing for the whole timeout has stopped. The block as a
+    // whole gets a longer, fixed bound.
+    const auto start = Clock::now();
+    const auto hardDeadline = start + std::max(timeout, kMaxBlockTime);
+    auto idleDeadline = start + timeout;
     std::size_t done = 0;
     // The pipe holds less than a frame, so a write is taken in parts; each
     // part continues where the last ended and a frame is never sent twice.
@@ -94,15 +104,32 @@ bool VirtualCamPipe::write(const uint8_t *data, std::size_t size)
         const ssize_t written = ::write(fd, data + done, size - done);
         if (written > 0) {
             done += std::size_t(written);
+            idleDeadline = Clock::now() + timeout;
             continue;
         }
         if (written < 0 && errno == EINTR)
             continue;
+        if (written < 0 && errno == EAGAIN) {
+            const auto deadline = std::min(idleDeadline, hardDeadline);
+            const auto left =
+                std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
+            if (left <= 0)
+                return WriteResult::TimedOut;
+            pollfd pfd{fd, POLLOUT, 0};
+            if (::poll(&pfd, 1, int(left)) < 0 && errno != EINTR)
+                return WriteResult::Failed;
+            continue;
+        }
         if (written < 0 && errno == EPIPE)
             blocker.discardRaised();
-        return false;
+        return WriteResult::Failed;
     }
-    return true;
+    return WriteResult::Written;
+}
+
+void VirtualCamPipe::disconnect()
+{
+    invalidate();
 }
 
 void VirtualCamPipe::invalidate()

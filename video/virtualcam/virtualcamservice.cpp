@@ -40,6 +40,8 @@ bool VirtualCamService::start()
         return false;
     if (m_writer)
         return true;
+    if (!m_system.outputAllowed())
+        return false;
     m_writer = std::make_shared<VirtualCamStreamWriter>();
     m_system.startCompanion();
     return true;

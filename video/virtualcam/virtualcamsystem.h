@@ -20,6 +20,8 @@ public:
     bool isInstalled() const;
     bool install(const std::wstring &filterPath64, const std::wstring &filterPath32);
     bool uninstall(const std::wstring &filterPath64, const std::wstring &filterPath32);
+    // True when the output may start; otherwise the reason is logged.
+    bool outputAllowed() const;
     void startCompanion();
     void stopCompanion();
 

@@ -1,3 +1,4 @@
+#include "virtualcamoutputhelper.h"
 #include "virtualcampaths.h"
 #include "virtualcamsystem.h"
 
@@ -126,6 +127,18 @@ bool VirtualCamSystem::install(const std::wstring &, const std::wstring &)
 bool VirtualCamSystem::uninstall(const std::wstring &, const std::wstring &)
 {
     return runElevated({"modprobe", "-r", "v4l2loopback"});
+}
+
+// The pipe's folder must be ours alone: anyone who could replace the pipe
+// or the ready marker could read the user's camera or feed it.
+bool VirtualCamSystem::outputAllowed() const
+{
+    const std::string problem = VirtualCamPaths::directoryProblem();
+    if (problem.empty())
+        return true;
+    qCWarning(lcVirtualCam).noquote() << "Virtual camera off: the folder of its pipe is not safe to use:"
+                                      << QString::fromStdString(problem);
+    return false;
 }
 
 void VirtualCamSystem::startCompanion()

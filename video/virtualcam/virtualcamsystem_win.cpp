@@ -65,6 +65,11 @@ bool VirtualCamSystem::uninstall(const std::wstring &filterPath64, const std::ws
     return runRegistration(L"/u ", filterPath64, filterPath32);
 }
 
+bool VirtualCamSystem::outputAllowed() const
+{
+    return true;
+}
+
 void VirtualCamSystem::startCompanion() {}
 
 void VirtualCamSystem::stopCompanion() {}

@@ -13,6 +13,8 @@
 #include <QtTest>
 #include <chrono>
 #include <future>
+#include <sys/stat.h>
+#include <unistd.h>
 
 using VCam::VirtualCamService;
 
@@ -191,6 +193,90 @@ private slots:
         QCOMPARE(config.width, 1280u);
         QCOMPARE(config.height, 720u);
         QVERIFY(config.friendlyName == L"Glint Camera");
+    }
+
+    // A pipe folder that someone else prepared is refused, with a log line
+    // that says why; the folder and what is in it are left as they are.
+    void hostileRendezvousFolderIsRefused_data()
+    {
+        QTest::addColumn<QString>("kind");
+        QTest::newRow("open to everyone") << "open";
+        QTest::newRow("symbolic link") << "link";
+        QTest::newRow("another owner") << "owner";
+        QTest::newRow("a file") << "file";
+    }
+    void hostileRendezvousFolderIsRefused()
+    {
+        QFETCH(QString, kind);
+        const QByteArray path = QFile::encodeName(directory());
+        if (kind == "open") {
+            QVERIFY(::mkdir(path.constData(), 0777) == 0);
+            QVERIFY(::chmod(path.constData(), 0777) == 0);
+        } else if (kind == "link") {
+            QVERIFY(QDir().mkpath(m_runtime->path() + "/elsewhere"));
+            QVERIFY(::chmod(QFile::encodeName(m_runtime->path() + "/elsewhere").constData(), 0700) == 0);
+            QVERIFY(QFile::link(m_runtime->path() + "/elsewhere", directory()));
+        } else if (kind == "owner") {
+            if (::getuid() != 0)
+                QSKIP("handing a folder to another user needs root");
+            QVERIFY(::mkdir(path.constData(), 0700) == 0);
+            QVERIFY(::chown(path.constData(), 65534, 65534) == 0);
+        } else {
+            QFile file(directory());
+            QVERIFY(file.open(QIODevice::WriteOnly));
+        }
+        capturedLog.clear();
+        const auto previous = qInstallMessageHandler(captureLog);
+        VirtualCamService service(L"/nowhere");
+        const bool started = VCam::VirtualCamOutputHelper::startOutput(service);
+        qInstallMessageHandler(previous);
+        QVERIFY(!started);
+        QVERIFY2(capturedLog.size() == 2 && capturedLog[0].startsWith("Virtual camera off:") &&
+                     capturedLog[0].contains(directory()) && capturedLog[1] == "Camera not started",
+                 qPrintable(capturedLog.join('\n')));
+        const QByteArray frame = FramePattern::make(0);
+        QVERIFY(!service.writeFrame(borrow(frame), frame.size()));
+        // The sink refuses the same folder on its own.
+        QProcess sink;
+        sink.start(SinkProcess::program(), {"--dir", directory(), "--output", "/dev/null"});
+        QVERIFY(sink.waitForFinished(5000));
+        QVERIFY(sink.exitCode() != 0);
+        QVERIFY(!QFileInfo::exists(directory() + "/GlintVirtualCamPipe"));
+    }
+
+    void ownFolderIsCreatedPrivate()
+    {
+        VirtualCamService service(L"/nowhere");
+        QVERIFY(service.start());
+        QCOMPARE(QFileInfo(directory()).permissions() & 0x0077, QFileDevice::Permissions());
+        struct stat info;
+        QVERIFY(::lstat(QFile::encodeName(directory()).constData(), &info) == 0);
+        QCOMPARE(info.st_mode & 0777, 0700u);
+    }
+
+    // The sink ends with the process that started it, even one killed
+    // outright.
+    void sinkEndsWhenItsParentDies()
+    {
+        QProcess parent;
+        parent.start("/bin/sh",
+                     {"-c", QString("'%1' --dir '%2' --output /dev/null --format rgb & echo $!; wait")
+                                .arg(SinkProcess::program(), directory())});
+        QVERIFY(parent.waitForReadyRead(5000));
+        const qint64 sinkPid = parent.readLine().trimmed().toLongLong();
+        QVERIFY(sinkPid > 0);
+        QVERIFY(waitUntil([&] { return QFileInfo::exists(directory() + "/GlintVirtualCamEvent"); }));
+        parent.kill();
+        QVERIFY(parent.waitForFinished(5000));
+        const auto gone = [&] {
+            QFile stat(QString("/proc/%1/stat").arg(sinkPid));
+            if (!stat.open(QIODevice::ReadOnly))
+                return true;
+            const QByteArray line = stat.readAll();
+            return line.mid(line.lastIndexOf(')') + 2, 1) == "Z";
+        };
+        QVERIFY2(waitUntil(gone, 3000), "the sink outlived its parent");
+        QVERIFY(!QFileInfo::exists(directory() + "/GlintVirtualCamEvent"));
     }
 
 private:
