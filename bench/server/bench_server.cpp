@@ -143,7 +143,7 @@ int serveOnly(double seconds)
     config.dataDir = dir + "/data";
     config.importBundled = false;
     config.rateLimit = 0;
-    config.threads = 40;
+    config.limits.threads = 2;
     LensServer server(config);
     std::string error;
     const int devNull = open("/dev/null", O_WRONLY);
@@ -207,7 +207,7 @@ int main(int argc, char **argv)
     config.dataDir = dir + "/data";
     config.importBundled = false;
     config.rateLimit = 0;
-    config.threads = clients + 8;
+    config.limits.threads = 2;
     LensServer server(config);
     // The request log goes to standard output; keep it out of the figures.
     std::fflush(stdout);
