@@ -26,6 +26,8 @@ struct Exchange
     const HttpRouter::Route *route = nullptr;
     size_t expectedBody = 0;
     size_t reserved = 0;
+    bool hasBody = false; // the client declared one
+    bool decided = false; // res holds the answer, to be sent on the next call
     httplib::Request req;
     httplib::Response res;
     FileBody file;
@@ -105,7 +107,7 @@ struct HttpDaemon::Callbacks
             *uploadSize = 0;
             return MHD_YES;
         }
-        if (!exchange->route)
+        if (!exchange->route && !exchange->decided)
             return MHD_NO; // answered already
         return self.send(connection, *exchange) ? MHD_YES : MHD_NO;
     }
@@ -173,61 +175,72 @@ bool HttpDaemon::begin(MHD_Connection *connection, Exchange &exchange)
     auto &req = exchange.req;
     auto &res = exchange.res;
     collectRequest(connection, exchange);
+    size_t length = 0;
+    const BodyLength declared = declaredLength(req, length);
+    exchange.hasBody = declared != BodyLength::None;
     std::string problem;
     if (exchange.targetTooLong) {
         req.path = "(too long)";
         ApiError::send(res, 414, "target_too_long", "the request target is too long");
-        return send(connection, exchange);
+        return answer(connection, exchange);
     }
     if (req.headers.size() > m_limits.maxHeaders) {
         ApiError::send(res, 431, "too_many_headers", "the request has too many header lines");
-        return send(connection, exchange);
+        return answer(connection, exchange);
     }
     if (!RequestTarget::parse(exchange.target, req.path, req.params, &problem)) {
         req.path = "(malformed)";
         ApiError::send(res, 400, "bad_request", problem);
-        return send(connection, exchange);
+        return answer(connection, exchange);
     }
     if (!m_gate(req, res))
-        return send(connection, exchange);
+        return answer(connection, exchange);
     bool pathKnown = false;
     const auto *route = m_router.find(req, &pathKnown);
     if (!route) {
         ApiError::send(res, pathKnown ? 405 : 404, pathKnown ? "method_not_allowed" : "not_found",
                        pathKnown ? "this path does not take " + req.method : "no such path");
-        return send(connection, exchange);
+        return answer(connection, exchange);
     }
-    size_t length = 0;
-    switch (declaredLength(req, length)) {
+    switch (declared) {
     case BodyLength::None:
         break;
     case BodyLength::Bad:
         ApiError::send(res, 400, "bad_request", "Content-Length is not a number");
-        return send(connection, exchange);
+        return answer(connection, exchange);
     case BodyLength::Chunked:
         ApiError::send(res, route->maxBody ? 411 : 413, route->maxBody ? "length_required" : "body_too_large",
                        route->maxBody ? "request bodies must state their Content-Length"
                                       : "this request takes no body");
-        return send(connection, exchange);
+        return answer(connection, exchange);
     case BodyLength::Known:
         if (length > route->maxBody) {
             ApiError::send(res, 413, "body_too_large",
                            route->maxBody ? "the request body is larger than " +
                                                 std::to_string(route->maxBody) + " bytes"
                                           : "this request takes no body");
-            return send(connection, exchange);
+            return answer(connection, exchange);
         }
         if (!reserveBody(exchange, length)) {
             res.set_header("Retry-After", "5");
             ApiError::send(res, 503, "busy", "the server is receiving too much at once, try again shortly");
-            return send(connection, exchange);
+            return answer(connection, exchange);
         }
         break;
     }
     exchange.route = route;
-    if (length == 0)
+    return true; // the body, or the call that ends the request, follows
+}
+
+// An answer decided before the body: sent at once when a body was
+// announced (it is then never read and the connection closes), otherwise
+// on the library's next call, which keeps the connection open.
+bool HttpDaemon::answer(MHD_Connection *connection, Exchange &exchange)
+{
+    if (exchange.hasBody)
         return send(connection, exchange);
-    return true; // the body follows
+    exchange.decided = true;
+    return true;
 }
 
 bool HttpDaemon::send(MHD_Connection *connection, Exchange &exchange)

@@ -48,6 +48,7 @@ private:
 
     // Each returns false when the connection must be dropped.
     bool begin(MHD_Connection *connection, Exchange &exchange);
+    bool answer(MHD_Connection *connection, Exchange &exchange);
     bool send(MHD_Connection *connection, Exchange &exchange);
     void collectRequest(MHD_Connection *connection, Exchange &exchange);
     bool reserveBody(Exchange &exchange, size_t bytes);

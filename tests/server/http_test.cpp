@@ -107,6 +107,39 @@ struct Backend
     SQLite::Database database() { return SQLite::Database(dir / "data/lenses.db"); }
 };
 
+// One GET written by hand, so that the target goes out byte for byte.
+struct RawRequest
+{
+    int socket = -1;
+    explicit RawRequest(int port)
+    {
+        socket = ::socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(uint16_t(port));
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        ::connect(socket, reinterpret_cast<sockaddr *>(&address), sizeof address);
+        timeval timeout{5, 0};
+        setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
+    }
+    ~RawRequest() { ::close(socket); }
+
+    int get(const std::string &target, std::string *body)
+    {
+        const std::string request =
+            "GET " + target + " HTTP/1.1\r\nHost: t\r\nX-Installation-Id: raw\r\nConnection: close\r\n\r\n";
+        ::send(socket, request.data(), request.size(), MSG_NOSIGNAL);
+        std::string answer;
+        char buffer[4096];
+        ssize_t got = 0;
+        while ((got = ::recv(socket, buffer, sizeof buffer, 0)) > 0)
+            answer.append(buffer, size_t(got));
+        const size_t end = answer.find("\r\n\r\n");
+        *body = end == std::string::npos ? std::string() : answer.substr(end + 4);
+        return answer.size() > 12 ? std::atoi(answer.c_str() + 9) : 0;
+    }
+};
+
 Backend &shared()
 {
     static Backend backend;
@@ -240,6 +273,40 @@ TEST(BadRequests, AreAnsweredWithJsonErrors)
     // batches are accepted without one too.
     EXPECT_EQ(anonymous.Get("/vc/v1/media/sun/icon.png")->status, 200);
     EXPECT_EQ(anonymous.Post("/vc/v1/analytics", "batch", "application/octet-stream")->status, 200);
+}
+
+TEST(BadRequests, MalformedTargetsAndIdsAreClientErrors)
+{
+    auto &b = shared();
+    // Sent as they stand: the client library must not re-encode them.
+    const std::vector<std::pair<std::string, int>> targets = {
+        {"/vc/v1/explorer/unlock?uid=%zz", 400},
+        {"/vc/v1/explorer/unlock?uid=%F", 400},
+        {"/vc/v1/explorer/unlock?uid=%FF%FE", 400},
+        {"/vc/v1/explorer/unlock?uid=%C0%AF", 400},    // overlong '/'
+        {"/vc/v1/explorer/unlock?uid=%ED%A0%80", 400}, // a surrogate
+        {"/vc/v1/explorer/unlock?uid=a%00b", 400},
+        {"/vc/v1/explorer/unlock?uid=" + std::string(129, 'a'), 400},
+        {"/vc/v1/explorer/unlock?uid=" + std::string(5000, 'a'), 414},
+        {"/vc/v1/explorer/unlock?uid=%E2%98%80", 404}, // fine UTF-8, unknown lens
+        {"/vc/v1/explorer/top?offset=%31", 200},
+        {"/vc/v1/update/latest?platform=%FFwin", 400},
+        {"/vc/v1/media/%FF/icon.png", 400},
+        {"/vc/v1/archives/" + std::string(300, 'x') + ".zip", 404},
+    };
+    for (const auto &[target, status] : targets) {
+        RawRequest request(b.server->port());
+        std::string body;
+        EXPECT_EQ(request.get(target, &body), status) << target.substr(0, 80);
+        const json answer = json::parse(body, nullptr, false);
+        if (status >= 400)
+            EXPECT_EQ(answer.value("status", 0), status) << target.substr(0, 80) << " -> " << body;
+    }
+    // Invalid UTF-8 in a header never reaches an answer undecoded.
+    httplib::Client client("127.0.0.1", b.server->port());
+    const auto odd = client.Get("/vc/v1/explorer/scheduled", {{"X-Installation-Id", "\xff\xfe"}});
+    ASSERT_TRUE(odd);
+    EXPECT_EQ(odd->status, 400);
 }
 
 TEST(BadRequests, WronglyTypedFieldsNeverCauseServerErrors)
