@@ -13,7 +13,7 @@ struct HttpLimits
     size_t connectionMemory = 32 * 1024; // request line, headers and I/O buffers of one connection
     unsigned maxHeaders = 64;
     size_t maxTargetBytes = 4096;                // request line target (path and query)
-    size_t maxBufferedBodies = 64 * 1024 * 1024; // bodies held in memory at once, all requests
+    size_t maxBufferedBodies = 32 * 1024 * 1024; // bodies held in memory at once, all requests
     unsigned idleTimeoutSeconds = 15;
     unsigned headerTimeoutSeconds = 10;
     unsigned bodyTimeoutSeconds = 30;

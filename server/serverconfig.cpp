@@ -313,7 +313,7 @@ std::string ServerConfig::helpText(const std::string &program)
            "                              buffers; larger requests get 431 (default 32768)\n"
            "  --max-headers N             header lines per request (default 64)\n"
            "  --max-target BYTES          longest request target, path and query (default 4096)\n"
-           "  --max-buffered-bodies BYTES request bodies held at once, all clients (default 67108864)\n"
+           "  --max-buffered-bodies BYTES request bodies held at once, all clients (default 33554432)\n"
            "  --idle-timeout S            a silent connection is closed after S seconds (default 15)\n"
            "  --header-timeout S          request line and headers must arrive within S seconds\n"
            "                              (default 10)\n"
