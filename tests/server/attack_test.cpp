@@ -244,6 +244,23 @@ TEST(Attacks, IdleAndSlowConnectionsLeaveRoomForOthers)
     EXPECT_LT(t.process->peakResidentKiB(), kMemoryGoalKiB);
 }
 
+TEST(Attacks, SlowBodiesAreCutOffAtTheBodyDeadline)
+{
+    Target t({"--body-timeout", "1"});
+    RawClient slow(t.port(), "127.0.0.4");
+    slow.send("POST /vc/v1/explorer/search HTTP/1.1\r\nHost: t\r\nX-Installation-Id: slow\r\n"
+              "Content-Type: application/json\r\nContent-Length: 1000\r\n\r\n{");
+    const auto start = std::chrono::steady_clock::now();
+    bool closed = false;
+    for (int i = 0; i < 30 && !closed; ++i) {
+        slow.send(" ");
+        closed = slow.closedWithin(100ms);
+    }
+    EXPECT_TRUE(closed);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 2500ms);
+    EXPECT_EQ(t.normalRequest().first, 200);
+}
+
 TEST(Attacks, ConnectionsPerAddressAreCapped)
 {
     Target t({"--max-connections-per-address", "8"});
