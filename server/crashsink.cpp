@@ -36,8 +36,9 @@ void receive(CrashStore &store, const httplib::Request &req, httplib::Response &
 void CrashSink::install(HttpRouter &router, const ApiContext &context, CrashStore &store)
 {
     CrashStore *crashes = &store;
-    router.post("/crash[A-Za-z0-9_./-]*", context.config.maxCrashBytes,
-                [crashes](const auto &req, auto &res) { receive(*crashes, req, res); });
+    router.post(
+        "/crash[A-Za-z0-9_./-]*", context.config.maxCrashBytes,
+        [crashes](const auto &req, auto &res) { receive(*crashes, req, res); }, true);
 }
 
 } // namespace glint::server

@@ -2,6 +2,7 @@
 
 #include "apierror.h"
 #include "connectionwatchdog.h"
+#include "handlerpool.h"
 #include "requestlog.h"
 #include "requesttarget.h"
 
@@ -28,12 +29,17 @@ struct Exchange
     size_t reserved = 0;
     bool hasBody = false; // the client declared one
     bool decided = false; // res holds the answer, to be sent on the next call
+    bool handled = false; // the route's handler has run
     httplib::Request req;
     httplib::Response res;
     FileBody file;
 };
 
 namespace {
+
+// Handlers that may block: four at a time, 64 waiting, then 503.
+constexpr unsigned kBlockingThreads = 4;
+constexpr size_t kBlockingQueue = 64;
 
 std::string addressText(const sockaddr *address)
 {
@@ -243,25 +249,55 @@ bool HttpDaemon::answer(MHD_Connection *connection, Exchange &exchange)
     return true;
 }
 
+void HttpDaemon::handle(Exchange &exchange)
+{
+    auto &req = exchange.req;
+    auto &res = exchange.res;
+    try {
+        if (exchange.route->fileHandler)
+            exchange.route->fileHandler(req, res, exchange.file);
+        else
+            exchange.route->handler(req, res);
+    } catch (const std::exception &e) {
+        std::cerr << "Request failed: " << req.method << " " << req.path << ". Reason: " << e.what()
+                  << std::endl;
+        if (exchange.file.fd >= 0)
+            ::close(exchange.file.fd);
+        exchange.file = {};
+        res = {};
+        ApiError::send(res, 500, "server_error", "the server could not answer this request");
+    }
+    exchange.handled = true;
+}
+
+// A handler that may block runs on the pool while its connection rests;
+// the library calls again once it is resumed, and the answer goes out then.
+bool HttpDaemon::handOff(MHD_Connection *connection, Exchange &exchange)
+{
+    m_watchdog->responding(connection);
+    MHD_suspend_connection(connection);
+    const bool queued = m_pool->submit([this, connection, &exchange] {
+        handle(exchange);
+        MHD_resume_connection(connection);
+    });
+    if (queued)
+        return true;
+    MHD_resume_connection(connection);
+    exchange.route = nullptr;
+    exchange.res.set_header("Retry-After", "5");
+    ApiError::send(exchange.res, 503, "busy", "the server is busy, try again shortly");
+    return send(connection, exchange);
+}
+
 bool HttpDaemon::send(MHD_Connection *connection, Exchange &exchange)
 {
     auto &req = exchange.req;
     auto &res = exchange.res;
     if (exchange.route) {
-        try {
-            if (exchange.route->fileHandler)
-                exchange.route->fileHandler(req, res, exchange.file);
-            else
-                exchange.route->handler(req, res);
-        } catch (const std::exception &e) {
-            std::cerr << "Request failed: " << req.method << " " << req.path << ". Reason: " << e.what()
-                      << std::endl;
-            if (exchange.file.fd >= 0)
-                ::close(exchange.file.fd);
-            exchange.file = {};
-            res = {};
-            ApiError::send(res, 500, "server_error", "the server could not answer this request");
-        }
+        if (exchange.route->blocking && !exchange.handled)
+            return handOff(connection, exchange);
+        if (!exchange.handled)
+            handle(exchange);
         exchange.route = nullptr;
     }
     if (res.status < 100 || res.status > 599)
@@ -328,12 +364,13 @@ int HttpDaemon::listen(const std::string &address, int port, std::string *error)
 bool HttpDaemon::start(std::string *error)
 {
     using namespace std::chrono;
+    m_pool = std::make_unique<HandlerPool>(kBlockingThreads, kBlockingQueue);
     m_watchdog = std::make_unique<ConnectionWatchdog>(seconds(m_limits.headerTimeoutSeconds),
                                                       seconds(m_limits.bodyTimeoutSeconds),
                                                       seconds(m_limits.idleTimeoutSeconds));
     m_daemon = MHD_start_daemon(
-        MHD_USE_EPOLL_INTERNAL_THREAD, 0, nullptr, nullptr, &Callbacks::request, this,
-        MHD_OPTION_LISTEN_SOCKET, m_socket, MHD_OPTION_THREAD_POOL_SIZE, m_limits.threads,
+        MHD_USE_EPOLL_INTERNAL_THREAD | MHD_ALLOW_SUSPEND_RESUME, 0, nullptr, nullptr, &Callbacks::request,
+        this, MHD_OPTION_LISTEN_SOCKET, m_socket, MHD_OPTION_THREAD_POOL_SIZE, m_limits.threads,
         MHD_OPTION_CONNECTION_LIMIT, m_limits.maxConnections, MHD_OPTION_PER_IP_CONNECTION_LIMIT,
         m_limits.maxConnectionsPerAddress, MHD_OPTION_CONNECTION_MEMORY_LIMIT, m_limits.connectionMemory,
         MHD_OPTION_CONNECTION_TIMEOUT, m_limits.idleTimeoutSeconds, MHD_OPTION_URI_LOG_CALLBACK,
@@ -350,6 +387,10 @@ bool HttpDaemon::start(std::string *error)
 
 void HttpDaemon::stop()
 {
+    // Jobs still on the pool resume their connections, so the pool ends
+    // before the library does.
+    if (m_pool)
+        m_pool->stop();
     if (m_daemon) {
         MHD_stop_daemon(m_daemon);
         m_daemon = nullptr;

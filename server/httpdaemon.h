@@ -14,6 +14,7 @@ struct MHD_Connection;
 namespace glint::server {
 
 class ConnectionWatchdog;
+class HandlerPool;
 struct Exchange;
 
 // The HTTP side of the server, on GNU libmicrohttpd: a few event-loop
@@ -23,7 +24,8 @@ struct Exchange;
 // this class adds header count and target length limits, per-route body
 // limits decided from Content-Length before any body byte is read, a total
 // for bodies held in memory, header and body deadlines, strict parsing of
-// the target, and JSON errors.
+// the target, and JSON errors. Routes marked blocking run on a small pool
+// of their own while their connection is suspended.
 class HttpDaemon
 {
 public:
@@ -49,6 +51,8 @@ private:
     // Each returns false when the connection must be dropped.
     bool begin(MHD_Connection *connection, Exchange &exchange);
     bool answer(MHD_Connection *connection, Exchange &exchange);
+    void handle(Exchange &exchange);
+    bool handOff(MHD_Connection *connection, Exchange &exchange);
     bool send(MHD_Connection *connection, Exchange &exchange);
     void collectRequest(MHD_Connection *connection, Exchange &exchange);
     bool reserveBody(Exchange &exchange, size_t bytes);
@@ -57,6 +61,7 @@ private:
     const HttpRouter &m_router;
     Gate m_gate;
     std::unique_ptr<ConnectionWatchdog> m_watchdog;
+    std::unique_ptr<HandlerPool> m_pool;
     MHD_Daemon *m_daemon = nullptr;
     int m_socket = -1;
     std::atomic<size_t> m_bufferedBodies{0};

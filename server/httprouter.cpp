@@ -12,9 +12,9 @@ void HttpRouter::files(const std::string &pattern, FileHandler handler)
     m_routes.push_back({"GET", std::regex(pattern), 0, {}, std::move(handler)});
 }
 
-void HttpRouter::post(const std::string &pattern, size_t maxBody, Handler handler)
+void HttpRouter::post(const std::string &pattern, size_t maxBody, Handler handler, bool blocking)
 {
-    m_routes.push_back({"POST", std::regex(pattern), maxBody, std::move(handler), {}});
+    m_routes.push_back({"POST", std::regex(pattern), maxBody, std::move(handler), {}, blocking});
 }
 
 const HttpRouter::Route *HttpRouter::find(httplib::Request &req, bool *pathKnown) const

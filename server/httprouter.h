@@ -28,10 +28,11 @@ public:
         size_t maxBody = 0;
         Handler handler;
         FileHandler fileHandler;
+        bool blocking = false; // may wait on the network or a large write
     };
 
     void get(const std::string &pattern, Handler handler);
-    void post(const std::string &pattern, size_t maxBody, Handler handler);
+    void post(const std::string &pattern, size_t maxBody, Handler handler, bool blocking = false);
     void files(const std::string &pattern, FileHandler handler);
 
     // The route for a request, with req.matches filled in; null when no route

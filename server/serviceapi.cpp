@@ -208,16 +208,19 @@ void ServiceApi::install(HttpRouter &router, const ApiContext &context)
                 [ctx](const auto &req, auto &res) { report(*ctx, req, res); });
     router.post(base + "/stream/event", ctx->config.maxBodyBytes,
                 [ctx](const auto &req, auto &res) { streamEvent(*ctx, req, res); });
-    router.post(base + "/stream/authorize", ctx->config.maxBodyBytes,
-                [ctx](const auto &req, auto &res) { authorize(*ctx, req, res); });
-    router.post(base + "/stream/authorize/refresh", ctx->config.maxBodyBytes,
-                [ctx](const auto &req, auto &res) { refresh(*ctx, req, res); });
+    router.post(
+        base + "/stream/authorize", ctx->config.maxBodyBytes,
+        [ctx](const auto &req, auto &res) { authorize(*ctx, req, res); }, true);
+    router.post(
+        base + "/stream/authorize/refresh", ctx->config.maxBodyBytes,
+        [ctx](const auto &req, auto &res) { refresh(*ctx, req, res); }, true);
     router.get(base + "/update/latest", [ctx](const auto &req, auto &res) { latestVersion(*ctx, req, res); });
     router.get(base + "/update/download",
                [ctx](const auto &req, auto &res) { downloadAddress(*ctx, req, res); });
     router.get("/download", [ctx](const auto &req, auto &res) { downloadPage(*ctx, req, res); });
-    router.post(base + "/analytics", ctx->config.maxAnalyticsBytes,
-                [ctx](const auto &req, auto &res) { analytics(*ctx, req, res); });
+    router.post(
+        base + "/analytics", ctx->config.maxAnalyticsBytes,
+        [ctx](const auto &req, auto &res) { analytics(*ctx, req, res); }, true);
 }
 
 } // namespace glint::server

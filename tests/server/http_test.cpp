@@ -653,3 +653,38 @@ TEST(Twitch, CodesAndRefreshTokensAreForwardedWithTheSecret)
     unreachable.post("/vc/v1/stream/authorize/refresh", R"({"twitch":{"client_id":"c","refresh_token":"r"}})",
                      502);
 }
+
+TEST(Twitch, ASlowTwitchHoldsUpNoOtherRequest)
+{
+    httplib::Server twitch;
+    twitch.Post("/oauth2/token", [](const httplib::Request &, httplib::Response &res) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+        res.set_content(R"({"access_token":"at","refresh_token":"rt","expires_in":10,"scope":[]})",
+                        "application/json");
+    });
+    const int port = twitch.bind_to_any_port("127.0.0.1");
+    std::thread thread([&] { twitch.listen_after_bind(); });
+    {
+        // One event loop only: a blocking handler on it would stall everyone.
+        Backend b([port](ServerConfig &c) {
+            c.limits.threads = 1;
+            c.twitchClientSecret = "s3cret";
+            c.twitchTokenUrl = "http://127.0.0.1:" + std::to_string(port) + "/oauth2/token";
+        });
+        std::thread slow([&] {
+            httplib::Client client("127.0.0.1", b.server->port());
+            client.set_default_headers(kInstallation);
+            const auto res =
+                client.Post("/vc/v1/stream/authorize/refresh",
+                            R"({"twitch":{"client_id":"c","refresh_token":"r"}})", "application/json");
+            EXPECT_TRUE(res && res->status == 200);
+        });
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        const auto start = std::chrono::steady_clock::now();
+        b.get("/vc/v1/explorer/top?limit=2");
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(700));
+        slow.join();
+    }
+    twitch.stop();
+    thread.join();
+}
