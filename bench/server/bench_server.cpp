@@ -7,6 +7,7 @@
 // header attack and a parallel large body attack.
 //
 // Usage: bench_server [seconds per endpoint, default 5] [clients, default 16]
+//                     [idle connections, default 500]
 //        bench_server --serve SECONDS
 // The second form only fills the catalogue and serves it for that long on
 // the printed port, for an external load generator such as wrk.
@@ -365,6 +366,7 @@ int main(int argc, char **argv)
         return serveOnly(std::atof(argv[2]));
     const double seconds = argc > 1 ? std::atof(argv[1]) : 5.0;
     const int clients = argc > 2 ? std::atoi(argv[2]) : 16;
+    const int idleCount = argc > 3 ? std::atoi(argv[3]) : 500;
     char pattern[] = "/tmp/glint-bench-server-XXXXXX";
     const std::string dir = mkdtemp(pattern);
 
@@ -445,12 +447,12 @@ int main(int argc, char **argv)
     restoreAndPrint("/explorer/search", load(server.port(), clients, seconds, search));
     // Idle connections are opened afresh for each run: the server closes a
     // silent one after its idle and header timeouts.
-    for (const auto &[name, request] :
-         {std::pair{"top + 500 idle", top}, std::pair{"search + 500 idle", search}}) {
-        IdleConnections idle(server.port(), 500);
+    for (const auto &[name, request] : {std::pair{"top + idle", top}, std::pair{"search + idle", search}}) {
+        IdleConnections idle(server.port(), idleCount);
         std::fflush(stdout);
         dup2(savedStdout, 1);
         std::printf("%zu idle connections held\n", idle.sockets.size());
+        std::fflush(stdout);
         dup2(devNull, 1);
         restoreAndPrint(name, load(server.port(), clients, seconds, request));
     }
