@@ -19,8 +19,12 @@ const char *codeForStatus(int status)
         return "body_too_large";
     case 415:
         return "unsupported_media_type";
+    case 416:
+        return "range_not_satisfiable";
     case 429:
         return "too_many_requests";
+    case 431:
+        return "headers_too_large";
     default:
         return status >= 500 ? "server_error" : "error";
     }
@@ -31,7 +35,8 @@ void ApiError::send(httplib::Response &res, int status, const std::string &code,
 {
     res.status = status;
     const nlohmann::json body = {{"error", code}, {"message", message}, {"status", status}};
-    res.set_content(body.dump(), "application/json");
+    // Messages may quote client text: invalid UTF-8 in it is replaced.
+    res.set_content(body.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace), "application/json");
 }
 
 bool ApiError::fillDefault(httplib::Response &res)

@@ -2,74 +2,43 @@
 
 #include "apicontext.h"
 #include "apierror.h"
+#include "crashstore.h"
+#include "httprouter.h"
+#include "multipartform.h"
 
-#include <atomic>
-#include <chrono>
-#include <filesystem>
-#include <fstream>
-#include <httplib.h>
-
-namespace fs = std::filesystem;
 using nlohmann::json;
 
 namespace glint::server {
 
 namespace {
 
-// A folder name no other upload uses, also across restarts.
-std::string uniqueName()
+void receive(CrashStore &store, const httplib::Request &req, httplib::Response &res)
 {
-    static std::atomic<unsigned> counter{0};
-    const auto now = std::chrono::system_clock::now().time_since_epoch();
-    return std::to_string(std::chrono::duration_cast<std::chrono::microseconds>(now).count()) + "-" +
-           std::to_string(counter++);
-}
-
-// Form names become file names: anything unusual turns into '_'.
-std::string safeName(const std::string &name, size_t index)
-{
-    std::string out = std::to_string(index) + "-";
-    for (const char c : name.substr(0, 64)) {
-        const bool plain = (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') ||
-                           c == '.' || c == '-' || c == '_';
-        out.push_back(plain ? c : '_');
-    }
-    return out;
-}
-
-void receive(const ApiContext &ctx, const httplib::Request &req, httplib::Response &res)
-{
-    if (!req.is_multipart_form_data() || req.files.empty())
-        return ApiError::send(res, 400, "not_multipart", "crash reports are multipart/form-data uploads");
-    const fs::path dir = fs::path(ctx.config.dataDir) / "crashes" / uniqueName();
-    std::error_code ec;
-    fs::create_directories(dir, ec);
-    json parts = json::array();
-    int64_t total = 0;
-    for (const auto &[name, part] : req.files) {
-        const std::string file = safeName(name, parts.size());
-        std::ofstream out(dir / file, std::ios::binary);
-        out.write(part.content.data(), std::streamsize(part.content.size()));
-        if (!out.flush())
-            return ApiError::send(res, 500, "server_error", "the crash report could not be stored");
-        parts.push_back({{"name", name},
-                         {"filename", part.filename},
-                         {"content_type", part.content_type},
-                         {"size", part.content.size()},
-                         {"file", file}});
-        total += int64_t(part.content.size());
-    }
-    const int64_t id = ctx.events.addCrashReport(req.path, parts.dump(), total, dir.string());
+    std::vector<FormPart> parts;
+    std::string error;
+    if (!MultipartForm::parse(req.get_header_value("Content-Type"), req.body, parts, &error))
+        return ApiError::send(res, 400, "not_multipart", error);
+    uint64_t size = 0;
+    for (const auto &part : parts)
+        size += part.content.size();
+    if (size > store.quota())
+        return ApiError::send(res, 413, "body_too_large",
+                              "the crash report is larger than this server keeps");
+    const int64_t id = store.store(req.path, parts, &error);
+    if (id < 0)
+        return ApiError::send(res, 507, "not_stored", error);
     res.status = 201;
     res.set_content(json{{"status", "ok"}, {"crash_id", id}}.dump(), "application/json");
 }
 
 } // namespace
 
-void CrashSink::install(httplib::Server &server, const ApiContext &context)
+void CrashSink::install(HttpRouter &router, const ApiContext &context, CrashStore &store)
 {
-    const ApiContext *ctx = &context;
-    server.Post("/crash.*", [ctx](const auto &req, auto &res) { receive(*ctx, req, res); });
+    CrashStore *crashes = &store;
+    router.post(
+        "/crash[A-Za-z0-9_./-]*", context.config.maxCrashBytes,
+        [crashes](const auto &req, auto &res) { receive(*crashes, req, res); }, true);
 }
 
 } // namespace glint::server

@@ -1,21 +1,18 @@
 #pragma once
 
-namespace httplib {
-class Server;
-}
-
 namespace glint::server {
 
+class CrashStore;
+class HttpRouter;
 struct ApiContext;
 
 // Receives crash reports: multipart uploads posted to any path under
-// "/crash" (the application's crash address is this server by default).
-// Each part is written to a file in a folder of its own under
-// <data>/crashes/; a row records the path, the parts and the folder.
+// "/crash" (the application's crash address is this server by default),
+// at most --max-crash-body bytes, handed to the CrashStore.
 class CrashSink
 {
 public:
-    static void install(httplib::Server &server, const ApiContext &context);
+    static void install(HttpRouter &router, const ApiContext &context, CrashStore &store);
 };
 
 } // namespace glint::server

@@ -59,19 +59,4 @@ int64_t EventStore::addAnalyticsBatch(const std::string &installationId, const s
     return m_database.db().getLastInsertRowid();
 }
 
-int64_t EventStore::addCrashReport(const std::string &path, const std::string &partsJson, int64_t size,
-                                   const std::string &file)
-{
-    auto guard = m_database.lock();
-    SQLite::Statement q(m_database.db(), "INSERT INTO crash_reports (path, parts, size, file, received_at) "
-                                         "VALUES (?, ?, ?, ?, ?)");
-    q.bind(1, path);
-    q.bind(2, partsJson);
-    q.bind(3, size);
-    q.bind(4, file);
-    q.bind(5, now());
-    q.exec();
-    return m_database.db().getLastInsertRowid();
-}
-
 } // namespace glint::server

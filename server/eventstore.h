@@ -17,7 +17,8 @@ struct StreamEventRecord
     std::string installationId;
 };
 
-// What clients send us: lens reports, stream events, analytics batches.
+// What clients send us: lens reports, stream events, analytics batches
+// (crash reports have a store of their own, CrashStore).
 // Each add returns the new row's id.
 class EventStore
 {
@@ -28,10 +29,6 @@ public:
                       const std::string &installationId);
     int64_t addStreamEvent(const StreamEventRecord &event);
     int64_t addAnalyticsBatch(const std::string &installationId, const std::string &body);
-    // A crash upload: its path, a JSON list of its parts, their total size
-    // and the folder that holds them.
-    int64_t addCrashReport(const std::string &path, const std::string &partsJson, int64_t size,
-                           const std::string &file);
 
 private:
     Database &m_database;

@@ -2,11 +2,10 @@
 
 #include "apicontext.h"
 #include "apierror.h"
-#include "deferredrejection.h"
+#include "httprouter.h"
 #include "jsonbody.h"
 
 #include <ctime>
-#include <httplib.h>
 
 using nlohmann::json;
 
@@ -64,8 +63,8 @@ void search(const ApiContext &ctx, const httplib::Request &req, httplib::Respons
 void unlock(const ApiContext &ctx, const httplib::Request &req, httplib::Response &res)
 {
     const std::string id = req.get_param_value("uid");
-    if (id.empty())
-        return ApiError::send(res, 400, "bad_query", "uid is required");
+    if (id.empty() || id.size() > 128)
+        return ApiError::send(res, 400, "bad_query", "uid must be a lens id of 1 to 128 characters");
     const auto lens = ctx.catalogue.find(id);
     if (!lens || !ctx.index.contains(id))
         return ApiError::send(res, 404, "unknown_lens", "no lens with id \"" + id + "\"");
@@ -99,17 +98,17 @@ void lookup(const ApiContext &ctx, const httplib::Request &req, httplib::Respons
 
 } // namespace
 
-void ExplorerApi::install(httplib::Server &server, const ApiContext &context)
+void ExplorerApi::install(HttpRouter &router, const ApiContext &context)
 {
     const std::string base = "/vc/v1/explorer";
     const ApiContext *ctx = &context;
-    server.Get(base + "/scheduled", [ctx](const auto &req, auto &res) { featured(*ctx, req, res); });
-    server.Get(base + "/top", [ctx](const auto &req, auto &res) { top(*ctx, req, res); });
-    server.Post(base + "/search",
-                DeferredRejection::guard([ctx](const auto &req, auto &res) { search(*ctx, req, res); }));
-    server.Get(base + "/unlock", [ctx](const auto &req, auto &res) { unlock(*ctx, req, res); });
-    server.Post(base + "/lenses",
-                DeferredRejection::guard([ctx](const auto &req, auto &res) { lookup(*ctx, req, res); }));
+    router.get(base + "/scheduled", [ctx](const auto &req, auto &res) { featured(*ctx, req, res); });
+    router.get(base + "/top", [ctx](const auto &req, auto &res) { top(*ctx, req, res); });
+    router.post(base + "/search", ctx->config.maxBodyBytes,
+                [ctx](const auto &req, auto &res) { search(*ctx, req, res); });
+    router.get(base + "/unlock", [ctx](const auto &req, auto &res) { unlock(*ctx, req, res); });
+    router.post(base + "/lenses", ctx->config.maxBodyBytes,
+                [ctx](const auto &req, auto &res) { lookup(*ctx, req, res); });
 }
 
 } // namespace glint::server

@@ -1,18 +1,15 @@
 #pragma once
 
-namespace httplib {
-class Server;
-}
-
 namespace glint::server {
 
+class HttpRouter;
 struct ApiContext;
 
 // The lens catalogue endpoints: featured, top, search, unlock and lookup.
 class ExplorerApi
 {
 public:
-    static void install(httplib::Server &server, const ApiContext &context);
+    static void install(HttpRouter &router, const ApiContext &context);
 };
 
 } // namespace glint::server

@@ -4,10 +4,12 @@
 #include "apierror.h"
 #include "catalogue.h"
 #include "crashsink.h"
+#include "crashstore.h"
 #include "database.h"
-#include "deferredrejection.h"
 #include "eventstore.h"
 #include "explorerapi.h"
+#include "httpdaemon.h"
+#include "httprouter.h"
 #include "lensimporter.h"
 #include "lensindex.h"
 #include "lensresigner.h"
@@ -16,12 +18,13 @@
 #include "ratelimiter.h"
 #include "requestlog.h"
 #include "serviceapi.h"
+#include "staticfiles.h"
 #include "twitchtokenclient.h"
 
+#include <arpa/inet.h>
 #include <filesystem>
-#include <httplib.h>
 #include <iostream>
-#include <sys/socket.h>
+#include <sys/resource.h>
 
 namespace fs = std::filesystem;
 
@@ -37,6 +40,27 @@ bool isFilePath(const std::string &path)
     return path.rfind(kPrefix + "/media/", 0) == 0 || path.rfind(kPrefix + "/archives/", 0) == 0;
 }
 
+bool isLoopback(const std::string &address)
+{
+    return address.rfind("127.", 0) == 0 || address == "::1" || address.rfind("::ffff:127.", 0) == 0;
+}
+
+bool isAddress(const std::string &text)
+{
+    unsigned char buffer[sizeof(in6_addr)];
+    return inet_pton(AF_INET, text.c_str(), buffer) == 1 || inet_pton(AF_INET6, text.c_str(), buffer) == 1;
+}
+
+// Each connection needs a descriptor, each file answer another one.
+void raiseDescriptorLimit()
+{
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < limit.rlim_max) {
+        limit.rlim_cur = limit.rlim_max;
+        setrlimit(RLIMIT_NOFILE, &limit);
+    }
+}
+
 bool isValidInstallationId(const std::string &id)
 {
     if (id.empty() || id.size() > 128)
@@ -50,17 +74,7 @@ bool isValidInstallationId(const std::string &id)
 
 } // namespace
 
-// httplib listens with a backlog of 5, which makes a burst of new
-// connections wait for SYN retries; listening again widens it.
-struct HttpServerHolder
-{
-    struct Server : httplib::Server
-    {
-        void widenBacklog() { ::listen(svr_sock_, 512); }
-    } server;
-};
-
-LensServer::LensServer(ServerConfig config) : m_config(std::move(config)), m_http(new HttpServerHolder) {}
+LensServer::LensServer(ServerConfig config) : m_config(std::move(config)) {}
 
 LensServer::~LensServer()
 {
@@ -117,69 +131,63 @@ void LensServer::reload()
     m_index->rebuild(m_catalogue->all());
 }
 
-void LensServer::configureConnections()
+std::string LensServer::clientAddress(const httplib::Request &req) const
 {
-    auto &server = m_http->server;
-    const size_t threads = size_t(m_config.threads);
-    server.new_task_queue = [threads] { return new httplib::ThreadPool(threads); };
-    server.set_payload_max_length(
-        std::max({m_config.maxBodyBytes, m_config.maxAnalyticsBytes, m_config.maxCrashBytes}));
-    server.set_keep_alive_max_count(10000);
-    server.set_keep_alive_timeout(10);
-    server.set_tcp_nodelay(true);
+    if (!m_config.trustedProxy.empty() && req.remote_addr == m_config.trustedProxy) {
+        const std::string forwarded = req.get_header_value("X-Real-IP");
+        if (isAddress(forwarded))
+            return forwarded;
+    }
+    return req.remote_addr;
 }
 
-void LensServer::installHandlers()
+// Who one rate counts: the address, unless several installations share it
+// on purpose (a loopback peer is this machine's application).
+std::string LensServer::clientKey(const httplib::Request &req, const std::string &address) const
 {
-    auto &server = m_http->server;
+    const bool byInstallation =
+        m_config.rateBy == "installation" || (m_config.rateBy == "auto" && isLoopback(address));
+    if (!byInstallation)
+        return address;
+    const std::string installation = req.get_header_value(kInstallationHeader);
+    return address + " " + (isValidInstallationId(installation) ? installation : std::string());
+}
 
-    server.set_pre_routing_handler([this](const httplib::Request &req, httplib::Response &res) {
-        if (req.path.rfind(kPrefix + "/", 0) != 0 || isFilePath(req.path))
-            return httplib::Server::HandlerResponse::Unhandled;
-        const std::string installation = req.get_header_value(kInstallationHeader);
-        const bool identified = isValidInstallationId(installation);
-        // Analytics batches may come from an uploader without the header.
-        if (!identified && req.path != kPrefix + "/analytics") {
-            ApiError::send(res, 400, "missing_installation_id",
-                           "the X-Installation-Id header must hold this installation's id");
-            return httplib::Server::HandlerResponse::Handled;
-        }
-        DeferredRejection::clear();
-        if (!m_limiter->allow(identified ? installation : "address " + req.remote_addr)) {
-            if (DeferredRejection::hasBody(req)) {
-                DeferredRejection::mark(); // answered once the body is read
-                return httplib::Server::HandlerResponse::Unhandled;
-            }
-            ApiError::send(res, 429, "too_many_requests", "Too many requests, please try again later");
-            return httplib::Server::HandlerResponse::Handled;
-        }
-        return httplib::Server::HandlerResponse::Unhandled;
-    });
-    httplib::Server::HandlerWithResponse onError = [](const httplib::Request &, httplib::Response &res) {
-        return ApiError::fillDefault(res) ? httplib::Server::HandlerResponse::Handled
-                                          : httplib::Server::HandlerResponse::Unhandled;
+// Runs before routing and before any body is read.
+bool LensServer::admit(const httplib::Request &req, httplib::Response &res)
+{
+    const std::string address = clientAddress(req);
+    auto refuse = [&res] {
+        res.set_header("Retry-After", "1");
+        ApiError::send(res, 429, "too_many_requests", "Too many requests, please try again later");
+        return false;
     };
-    server.set_error_handler(onError);
-    server.set_exception_handler(
-        [](const httplib::Request &req, httplib::Response &res, std::exception_ptr ep) {
-            std::string what = "unknown error";
-            try {
-                std::rethrow_exception(ep);
-            } catch (const std::exception &e) {
-                what = e.what();
-            } catch (...) {
-            }
-            std::cerr << "Request failed: " << req.method << " " << req.path << ". Reason: " << what << "\n";
-            ApiError::send(res, 500, "server_error", "the server could not answer this request");
-        });
-    server.set_logger(
-        [](const httplib::Request &req, const httplib::Response &res) { RequestLog::write(req, res); });
+    if (req.path.rfind("/crash", 0) == 0)
+        return req.method != "POST" || m_crashLimiter->allow(address) || refuse();
+    if (req.path.rfind(kPrefix + "/", 0) != 0 || isFilePath(req.path))
+        return m_fileLimiter->allow(clientKey(req, address)) || refuse();
+    const std::string installation = req.get_header_value(kInstallationHeader);
+    // Analytics batches may come from an uploader without the header.
+    if (!isValidInstallationId(installation) && req.path != kPrefix + "/analytics") {
+        ApiError::send(res, 400, "missing_installation_id",
+                       "the X-Installation-Id header must hold this installation's id");
+        return false;
+    }
+    return m_limiter->allow(clientKey(req, address)) || refuse();
+}
 
-    server.set_mount_point(kPrefix + "/media", (fs::path(m_config.dataDir) / "media").string());
-    server.set_mount_point(kPrefix + "/archives", (fs::path(m_config.dataDir) / "archives").string());
-    ExplorerApi::install(server, *m_context);
-    ServiceApi::install(server, *m_context);
-    CrashSink::install(server, *m_context);
+void LensServer::installRoutes()
+{
+    m_files = std::make_unique<StaticFiles>(m_config.dataDir);
+    const StaticFiles *files = m_files.get();
+    const std::string filePrefix = kPrefix + "/";
+    m_router->files(kPrefix + "/(archives|media)/.*",
+                    [files, filePrefix](const httplib::Request &req, httplib::Response &res, FileBody &body) {
+                        files->answer(req.path.substr(filePrefix.size()), req, res, body);
+                    });
+    ExplorerApi::install(*m_router, *m_context);
+    ServiceApi::install(*m_router, *m_context);
+    CrashSink::install(*m_router, *m_context, *m_crashes);
 }
 
 bool LensServer::start(std::string *error)
@@ -187,15 +195,13 @@ bool LensServer::start(std::string *error)
     std::string ignored;
     if (!error)
         error = &ignored;
-    auto &server = m_http->server;
-    configureConnections();
-    m_port = m_config.port == 0 ? server.bind_to_any_port(m_config.address)
-                                : (server.bind_to_port(m_config.address, m_config.port) ? m_config.port : -1);
-    if (m_port <= 0) {
-        *error = "cannot listen on " + m_config.address + ":" + std::to_string(m_config.port);
+    // The port comes first: the addresses handed out name it.
+    m_router = std::make_unique<HttpRouter>();
+    m_http = std::make_unique<HttpDaemon>(m_config.limits, *m_router,
+                                          [this](const auto &req, auto &res) { return admit(req, res); });
+    m_port = m_http->listen(m_config.address, m_config.port, error);
+    if (m_port <= 0)
         return false;
-    }
-    server.widenBacklog();
     if (!openData(error))
         return false;
     const int resigned = LensResigner::ensureSignedWith(*m_catalogue, *m_signer);
@@ -206,11 +212,18 @@ bool LensServer::start(std::string *error)
     m_index = std::make_unique<LensIndex>(*m_urls);
     reload();
     m_limiter = std::make_unique<RateLimiter>(m_config.rateLimit, m_config.rateBurst);
+    m_fileLimiter = std::make_unique<RateLimiter>(m_config.fileRateLimit, m_config.fileRateBurst);
+    m_crashLimiter = std::make_unique<RateLimiter>(m_config.crashesPerHour / 3600.0,
+                                                   std::max(1, int(m_config.crashesPerHour)));
+    m_crashes = std::make_unique<CrashStore>(*m_database, (fs::path(m_config.dataDir) / "crashes").string(),
+                                             m_config.crashQuotaBytes);
     m_twitch = std::make_unique<TwitchTokenClient>(m_config.twitchTokenUrl, m_config.twitchClientId,
                                                    m_config.twitchClientSecret);
     m_context.reset(new ApiContext{m_config, *m_catalogue, *m_events, *m_index, *m_urls, *m_twitch});
-    installHandlers();
-    m_thread = std::thread([&server] { server.listen_after_bind(); });
+    installRoutes();
+    raiseDescriptorLimit();
+    if (!m_http->start(error))
+        return false;
     m_watcher = std::thread([this] { watchDatabase(); });
     return true;
 }
@@ -243,10 +256,8 @@ void LensServer::stop()
     m_stopped.notify_all();
     if (m_watcher.joinable())
         m_watcher.join();
-    if (m_thread.joinable()) {
-        m_http->server.stop();
-        m_thread.join();
-    }
+    if (m_http)
+        m_http->stop();
 }
 
 } // namespace glint::server

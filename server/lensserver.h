@@ -8,10 +8,19 @@
 #include <string>
 #include <thread>
 
+namespace httplib {
+struct Request;
+struct Response;
+} // namespace httplib
+
 namespace glint::server {
 
 class Catalogue;
+class CrashStore;
 class Database;
+class HttpDaemon;
+class HttpRouter;
+class StaticFiles;
 class EventStore;
 class LensIndex;
 class LensSigner;
@@ -22,7 +31,8 @@ struct ApiContext;
 
 // The lens backend: opens the data folder, imports the bundled lenses into
 // an empty catalogue, and serves the API under /vc/v1 plus the archives and
-// images it refers to, on a thread pool of its own.
+// images it refers to, through HttpDaemon. Decides who a client is and
+// holds each client to its rate.
 class LensServer
 {
 public:
@@ -44,13 +54,18 @@ public:
 private:
     bool openData(std::string *error);
     void importBundledIfEmpty();
-    void configureConnections();
-    void installHandlers();
+    void installRoutes();
+    bool admit(const httplib::Request &req, httplib::Response &res);
+    std::string clientAddress(const httplib::Request &req) const;
+    std::string clientKey(const httplib::Request &req, const std::string &address) const;
     void watchDatabase();
 
     ServerConfig m_config;
     int m_port = 0;
-    std::unique_ptr<struct HttpServerHolder> m_http;
+    std::unique_ptr<HttpRouter> m_router;
+    std::unique_ptr<HttpDaemon> m_http;
+    std::unique_ptr<StaticFiles> m_files;
+    std::unique_ptr<CrashStore> m_crashes;
     std::unique_ptr<Database> m_database;
     std::unique_ptr<Catalogue> m_catalogue;
     std::unique_ptr<EventStore> m_events;
@@ -58,9 +73,10 @@ private:
     std::unique_ptr<LensUrls> m_urls;
     std::unique_ptr<LensIndex> m_index;
     std::unique_ptr<RateLimiter> m_limiter;
+    std::unique_ptr<RateLimiter> m_fileLimiter;
+    std::unique_ptr<RateLimiter> m_crashLimiter;
     std::unique_ptr<TwitchTokenClient> m_twitch;
     std::unique_ptr<ApiContext> m_context;
-    std::thread m_thread;
     std::thread m_watcher;
     std::mutex m_stopMutex;
     std::condition_variable m_stopped;

@@ -2,12 +2,12 @@
 
 #include <cstdio>
 #include <ctime>
-#include <httplib.h>
 #include <mutex>
 
 namespace glint::server {
 
-void RequestLog::write(const httplib::Request &req, const httplib::Response &res)
+void RequestLog::write(const std::string &client, const std::string &method, const std::string &path,
+                       int status, uint64_t bytes)
 {
     static std::mutex mutex;
     char stamp[32];
@@ -15,10 +15,11 @@ void RequestLog::write(const httplib::Request &req, const httplib::Response &res
     std::tm utc{};
     gmtime_r(&now, &utc);
     std::strftime(stamp, sizeof stamp, "%Y-%m-%dT%H:%M:%SZ", &utc);
-    // The path only: queries may carry tokens.
+    // The path only: queries may carry tokens. Paths were checked to be
+    // printable UTF-8; the method is the client's word and is cut short.
     std::lock_guard guard(mutex);
-    std::printf("%s %s \"%s %s\" %d %zu\n", stamp, req.remote_addr.c_str(), req.method.c_str(),
-                req.path.c_str(), res.status, res.body.size());
+    std::printf("%s %s \"%.16s %.512s\" %d %llu\n", stamp, client.c_str(), method.c_str(), path.c_str(),
+                status, static_cast<unsigned long long>(bytes));
     std::fflush(stdout);
 }
 

@@ -1,9 +1,7 @@
 #pragma once
 
-namespace httplib {
-struct Request;
-struct Response;
-} // namespace httplib
+#include <cstdint>
+#include <string>
 
 namespace glint::server {
 
@@ -12,7 +10,8 @@ namespace glint::server {
 class RequestLog
 {
 public:
-    static void write(const httplib::Request &req, const httplib::Response &res);
+    static void write(const std::string &client, const std::string &method, const std::string &path,
+                      int status, uint64_t bytes);
 };
 
 } // namespace glint::server

@@ -86,6 +86,56 @@ bool ServerConfig::apply(const std::string &key, const std::string &value, std::
         if (!toInt(value, 1, 1000000, number))
             return bad("expected a positive number of requests");
         rateBurst = int(number);
+    } else if (key == "file-rate-limit") {
+        if (!toDouble(value, fileRateLimit))
+            return bad("expected a number of downloads per second, 0 for no limit");
+    } else if (key == "file-rate-burst") {
+        if (!toInt(value, 1, 1000000, number))
+            return bad("expected a positive number of downloads");
+        fileRateBurst = int(number);
+    } else if (key == "rate-by") {
+        if (value != "auto" && value != "address" && value != "installation")
+            return bad("expected auto, address or installation");
+        rateBy = value;
+    } else if (key == "trusted-proxy")
+        trustedProxy = value;
+    else if (key == "crashes-per-hour") {
+        if (!toDouble(value, crashesPerHour))
+            return bad("expected a number of uploads per hour, 0 for no limit");
+    } else if (key == "crash-quota") {
+        if (!toInt(value, 0, 1LL << 50, number))
+            return bad("expected a number of bytes");
+        crashQuotaBytes = uint64_t(number);
+    } else if (key == "max-connections") {
+        if (!toInt(value, 1, 1000000, number))
+            return bad("expected a positive number of connections");
+        limits.maxConnections = unsigned(number);
+    } else if (key == "max-connections-per-address") {
+        if (!toInt(value, 1, 1000000, number))
+            return bad("expected a positive number of connections");
+        limits.maxConnectionsPerAddress = unsigned(number);
+    } else if (key == "connection-memory") {
+        if (!toInt(value, 4096, 1 << 24, number))
+            return bad("expected 4096 bytes or more");
+        limits.connectionMemory = size_t(number);
+    } else if (key == "max-headers") {
+        if (!toInt(value, 8, 10000, number))
+            return bad("expected 8 to 10000 header lines");
+        limits.maxHeaders = unsigned(number);
+    } else if (key == "max-target") {
+        if (!toInt(value, 64, 1 << 20, number))
+            return bad("expected a number of bytes, at least 64");
+        limits.maxTargetBytes = size_t(number);
+    } else if (key == "max-buffered-bodies") {
+        if (!toInt(value, 1024, 1LL << 40, number))
+            return bad("expected a number of bytes");
+        limits.maxBufferedBodies = size_t(number);
+    } else if (key == "idle-timeout" || key == "header-timeout" || key == "body-timeout") {
+        if (!toInt(value, 1, 86400, number))
+            return bad("expected 1 to 86400 seconds");
+        (key == "idle-timeout"     ? limits.idleTimeoutSeconds
+         : key == "header-timeout" ? limits.headerTimeoutSeconds
+                                   : limits.bodyTimeoutSeconds) = unsigned(number);
     } else if (key == "max-body") {
         if (!toInt(value, 16, 1 << 30, number))
             return bad("expected a number of bytes");
@@ -113,9 +163,9 @@ bool ServerConfig::apply(const std::string &key, const std::string &value, std::
     else if (key == "deeplink-base")
         deeplinkBase = value;
     else if (key == "threads") {
-        if (!toInt(value, 1, 1024, number))
-            return bad("expected 1 to 1024 threads");
-        threads = int(number);
+        if (!toInt(value, 1, 64, number))
+            return bad("expected 1 to 64 threads");
+        limits.threads = unsigned(number);
     } else {
         *error = "unknown option --" + key;
         return false;
@@ -243,11 +293,31 @@ std::string ServerConfig::helpText(const std::string &program)
            d.bundledLenses +
            ")\n"
            "  --no-bundled-import         start with an empty catalogue\n"
-           "  --rate-limit N              requests per second per client, 0 = unlimited (default 20)\n"
-           "  --rate-burst N              requests a client may make at once (default 40)\n"
+           "  --rate-limit N              API requests per second per client, 0 = unlimited (default 20)\n"
+           "  --rate-burst N              API requests a client may make at once (default 40)\n"
+           "  --file-rate-limit N         archive and image downloads per second per client (default 100)\n"
+           "  --file-rate-burst N         downloads a client may make at once (default 400)\n"
+           "  --rate-by WHAT              one client is: address, installation (address and\n"
+           "                              installation id) or auto (installation for loopback\n"
+           "                              peers, address otherwise; default)\n"
+           "  --trusted-proxy ADDR        a front server whose X-Real-IP header names the client\n"
            "  --max-body BYTES            largest JSON request body (default 65536)\n"
            "  --max-analytics-body BYTES  largest analytics batch (default 4194304)\n"
-           "  --max-crash-body BYTES      largest crash upload (default 33554432)\n"
+           "  --max-crash-body BYTES      largest crash upload (default 16777216)\n"
+           "  --crashes-per-hour N        crash uploads per client address, 0 = unlimited (default 10)\n"
+           "  --crash-quota BYTES         size of the crash folder; the oldest reports are\n"
+           "                              dropped to make room (default 536870912)\n"
+           "  --max-connections N         open connections in all (default 1000)\n"
+           "  --max-connections-per-address N  open connections per client address (default 32)\n"
+           "  --connection-memory BYTES   memory of one connection: request line, headers and\n"
+           "                              buffers; larger requests get 431 (default 32768)\n"
+           "  --max-headers N             header lines per request (default 64)\n"
+           "  --max-target BYTES          longest request target, path and query (default 4096)\n"
+           "  --max-buffered-bodies BYTES request bodies held at once, all clients (default 33554432)\n"
+           "  --idle-timeout S            a silent connection is closed after S seconds (default 15)\n"
+           "  --header-timeout S          request line and headers must arrive within S seconds\n"
+           "                              (default 10)\n"
+           "  --body-timeout S            a request body must arrive within S seconds (default 30)\n"
            "  --update-version V          newest application version, as 1.2.3.4\n"
            "  --update-notes TEXT         release notes of that version\n"
            "  --update-url URL            download address of that version\n"
@@ -260,7 +330,7 @@ std::string ServerConfig::helpText(const std::string &program)
            "                              (default " +
            d.deeplinkBase +
            ")\n"
-           "  --threads N                 request threads (default 32)\n"
+           "  --threads N                 connection threads (event loops, default 4)\n"
            "  --help                      show this text\n"
            "\n"
            "Import options: --featured puts the imported lenses on the featured list.\n"

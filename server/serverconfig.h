@@ -1,6 +1,9 @@
 #pragma once
 
+#include "httplimits.h"
+
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -17,11 +20,21 @@ struct ServerConfig
     std::string keyPath;
     std::string bundledLenses;
     bool importBundled = true;
-    double rateLimit = 20; // requests per second per client; 0 switches the limit off
+    double rateLimit = 20; // API requests per second per client; 0 switches the limit off
     int rateBurst = 40;
-    size_t maxBodyBytes = 64 * 1024;            // JSON requests
-    size_t maxAnalyticsBytes = 4 * 1024 * 1024; // analytics batches
-    size_t maxCrashBytes = 32 * 1024 * 1024;    // crash uploads
+    double fileRateLimit = 100; // archive and image downloads per second per client
+    int fileRateBurst = 400;
+    // Who counts as one client: "address", "installation" (address and
+    // installation id) or "auto" (installation for loopback peers, which are
+    // the local application or a local front server, address otherwise).
+    std::string rateBy = "auto";
+    std::string trustedProxy;                        // a peer whose X-Real-IP header names the client
+    size_t maxBodyBytes = 64 * 1024;                 // JSON requests
+    size_t maxAnalyticsBytes = 4 * 1024 * 1024;      // analytics batches
+    size_t maxCrashBytes = 16 * 1024 * 1024;         // crash uploads
+    double crashesPerHour = 10;                      // crash uploads per client address
+    uint64_t crashQuotaBytes = 512ull * 1024 * 1024; // the crash folder; oldest reports go first
+    HttpLimits limits;
     std::string updateVersion;
     std::string updateNotes;
     std::string updateUrl;
@@ -29,7 +42,6 @@ struct ServerConfig
     std::string twitchClientSecret;
     std::string twitchTokenUrl = "https://id.twitch.tv/oauth2/token";
     std::string deeplinkBase;
-    int threads = 32;
 
     enum class Outcome { Ok, Help, Error };
 

@@ -2,10 +2,9 @@
 
 #include "apicontext.h"
 #include "apierror.h"
-#include "deferredrejection.h"
+#include "httprouter.h"
 #include "jsonbody.h"
 
-#include <httplib.h>
 #include <openssl/evp.h>
 
 using nlohmann::json;
@@ -201,24 +200,27 @@ void analytics(const ApiContext &ctx, const httplib::Request &req, httplib::Resp
 
 } // namespace
 
-void ServiceApi::install(httplib::Server &server, const ApiContext &context)
+void ServiceApi::install(HttpRouter &router, const ApiContext &context)
 {
     const std::string base = "/vc/v1";
     const ApiContext *ctx = &context;
-    server.Post(base + "/reporting/lens",
-                DeferredRejection::guard([ctx](const auto &req, auto &res) { report(*ctx, req, res); }));
-    server.Post(base + "/stream/event",
-                DeferredRejection::guard([ctx](const auto &req, auto &res) { streamEvent(*ctx, req, res); }));
-    server.Post(base + "/stream/authorize",
-                DeferredRejection::guard([ctx](const auto &req, auto &res) { authorize(*ctx, req, res); }));
-    server.Post(base + "/stream/authorize/refresh",
-                DeferredRejection::guard([ctx](const auto &req, auto &res) { refresh(*ctx, req, res); }));
-    server.Get(base + "/update/latest", [ctx](const auto &req, auto &res) { latestVersion(*ctx, req, res); });
-    server.Get(base + "/update/download",
+    router.post(base + "/reporting/lens", ctx->config.maxBodyBytes,
+                [ctx](const auto &req, auto &res) { report(*ctx, req, res); });
+    router.post(base + "/stream/event", ctx->config.maxBodyBytes,
+                [ctx](const auto &req, auto &res) { streamEvent(*ctx, req, res); });
+    router.post(
+        base + "/stream/authorize", ctx->config.maxBodyBytes,
+        [ctx](const auto &req, auto &res) { authorize(*ctx, req, res); }, true);
+    router.post(
+        base + "/stream/authorize/refresh", ctx->config.maxBodyBytes,
+        [ctx](const auto &req, auto &res) { refresh(*ctx, req, res); }, true);
+    router.get(base + "/update/latest", [ctx](const auto &req, auto &res) { latestVersion(*ctx, req, res); });
+    router.get(base + "/update/download",
                [ctx](const auto &req, auto &res) { downloadAddress(*ctx, req, res); });
-    server.Get("/download", [ctx](const auto &req, auto &res) { downloadPage(*ctx, req, res); });
-    server.Post(base + "/analytics",
-                DeferredRejection::guard([ctx](const auto &req, auto &res) { analytics(*ctx, req, res); }));
+    router.get("/download", [ctx](const auto &req, auto &res) { downloadPage(*ctx, req, res); });
+    router.post(
+        base + "/analytics", ctx->config.maxAnalyticsBytes,
+        [ctx](const auto &req, auto &res) { analytics(*ctx, req, res); }, true);
 }
 
 } // namespace glint::server

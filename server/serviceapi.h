@@ -1,11 +1,8 @@
 #pragma once
 
-namespace httplib {
-class Server;
-}
-
 namespace glint::server {
 
+class HttpRouter;
 struct ApiContext;
 
 // Everything besides the catalogue: lens reports, stream events, Twitch
@@ -13,7 +10,7 @@ struct ApiContext;
 class ServiceApi
 {
 public:
-    static void install(httplib::Server &server, const ApiContext &context);
+    static void install(HttpRouter &router, const ApiContext &context);
 };
 
 } // namespace glint::server

@@ -2,7 +2,12 @@
 // "/explorer/search" with a catalogue of 10,000 lenses, 16 concurrent
 // keep-alive clients, everything on loopback.
 //
+// Then the same while 500 idle keep-alive connections are held open, and
+// the resident memory of the server program (from /proc) under an endless
+// header attack and a parallel large body attack.
+//
 // Usage: bench_server [seconds per endpoint, default 5] [clients, default 16]
+//                     [idle connections, default 500]
 //        bench_server --serve SECONDS
 // The second form only fills the catalogue and serves it for that long on
 // the printed port, for an external load generator such as wrk.
@@ -14,15 +19,23 @@
 #include "lenssigner.h"
 
 #include <algorithm>
+#include <arpa/inet.h>
 #include <atomic>
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <ctime>
 #include <fcntl.h>
 #include <filesystem>
+#include <fstream>
 #include <httplib.h>
+#include <netinet/in.h>
 #include <nlohmann/json.hpp>
+#include <poll.h>
 #include <random>
+#include <regex>
+#include <sys/socket.h>
+#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -131,6 +144,188 @@ void report(const char *name, const Result &r)
     std::fflush(stdout);
 }
 
+// A socket to the server from a chosen loopback address.
+int connectFrom(int port, const std::string &from)
+{
+    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in local{};
+    local.sin_family = AF_INET;
+    inet_pton(AF_INET, from.c_str(), &local.sin_addr);
+    sockaddr_in remote{};
+    remote.sin_family = AF_INET;
+    remote.sin_port = htons(uint16_t(port));
+    remote.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    if (::bind(fd, reinterpret_cast<sockaddr *>(&local), sizeof local) != 0 ||
+        ::connect(fd, reinterpret_cast<sockaddr *>(&remote), sizeof remote) != 0) {
+        ::close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+// Reads until the answer's headers and Content-Length body are in, at most
+// two seconds.
+bool readAnswer(int fd)
+{
+    std::string data;
+    char buffer[65536];
+    const auto deadline = Clock::now() + std::chrono::seconds(2);
+    while (Clock::now() < deadline) {
+        const size_t end = data.find("\r\n\r\n");
+        if (end != std::string::npos) {
+            const size_t at = data.find("Content-Length: ");
+            const size_t length = at < end ? std::stoul(data.substr(at + 16)) : 0;
+            if (data.size() >= end + 4 + length)
+                return true;
+        }
+        pollfd p{fd, POLLIN, 0};
+        if (::poll(&p, 1, 200) <= 0)
+            continue;
+        const ssize_t n = ::recv(fd, buffer, sizeof buffer, 0);
+        if (n <= 0)
+            return false;
+        data.append(buffer, size_t(n));
+    }
+    return false;
+}
+
+// Connections that made one request and then stay open and silent, as
+// clients that went quiet do; spread over loopback addresses as many
+// clients would be.
+struct IdleConnections
+{
+    std::vector<int> sockets;
+
+    IdleConnections(int port, int count)
+    {
+        for (int i = 0; i < count; ++i) {
+            const int fd = connectFrom(port, "127.0.1." + std::to_string(1 + i / 25));
+            const std::string request = "GET /vc/v1/explorer/top?limit=1 HTTP/1.1\r\nHost: b\r\n"
+                                        "X-Installation-Id: idle\r\n\r\n";
+            if (fd >= 0 && ::send(fd, request.data(), request.size(), MSG_NOSIGNAL) > 0 && readAnswer(fd))
+                sockets.push_back(fd);
+            else if (fd >= 0)
+                ::close(fd);
+        }
+    }
+    ~IdleConnections()
+    {
+        for (const int fd : sockets)
+            ::close(fd);
+    }
+};
+
+// The server program on the benchmark's data folder, for its memory.
+struct ServerProgram
+{
+    pid_t pid = -1;
+    int port = 0;
+
+    explicit ServerProgram(const std::string &dataDir)
+    {
+        const std::string log = dataDir + "/../program.log";
+        pid = fork();
+        if (pid == 0) {
+            const int fd = open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+            dup2(fd, 1);
+            dup2(fd, 2);
+            execl(GLINT_BENCH_SERVER_BIN, GLINT_BENCH_SERVER_BIN, "--port", "0", "--data-dir",
+                  dataDir.c_str(), "--no-bundled-import", "--rate-limit", "0", static_cast<char *>(nullptr));
+            _exit(127);
+        }
+        const std::regex listening("\\(port (\\d+)\\)");
+        for (int i = 0; i < 200 && port == 0; ++i) {
+            std::ifstream in(log);
+            const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+            std::smatch match;
+            if (std::regex_search(text, match, listening))
+                port = std::stoi(match[1]);
+            else
+                std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        }
+    }
+    ~ServerProgram()
+    {
+        if (pid > 0) {
+            kill(pid, SIGTERM);
+            waitpid(pid, nullptr, 0);
+        }
+    }
+    long statusKiB(const std::string &field) const
+    {
+        std::ifstream in("/proc/" + std::to_string(pid) + "/status");
+        std::string line;
+        while (std::getline(in, line))
+            if (line.rfind(field, 0) == 0)
+                return std::stol(line.substr(field.size()));
+        return -1;
+    }
+};
+
+// 32 clients each sending header lines until cut off (at most 8 MB each).
+void endlessHeaders(int port)
+{
+    std::vector<std::thread> threads;
+    for (int c = 0; c < 32; ++c) {
+        threads.emplace_back([port, c] {
+            const int fd = connectFrom(port, "127.0.2." + std::to_string(1 + c % 8));
+            const std::string head = "GET /vc/v1/explorer/top HTTP/1.1\r\nHost: b\r\n";
+            const std::string line = "X-Filler: " + std::string(200, 'h') + "\r\n";
+            bool open = fd >= 0 && ::send(fd, head.data(), head.size(), MSG_NOSIGNAL) > 0;
+            for (int i = 0; open && i < 40000; ++i)
+                open = ::send(fd, line.data(), line.size(), MSG_NOSIGNAL) > 0;
+            if (fd >= 0)
+                ::close(fd);
+        });
+    }
+    for (auto &thread : threads)
+        thread.join();
+}
+
+// 64 clients posting the largest analytics batch the server takes, all at
+// once, and 64 announcing bodies beyond every limit.
+void largeBodies(int port)
+{
+    std::vector<std::thread> threads;
+    const std::string batch(4 * 1024 * 1024, 'b');
+    for (int c = 0; c < 128; ++c) {
+        threads.emplace_back([&, c] {
+            const int fd = connectFrom(port, "127.0.3." + std::to_string(1 + c % 4));
+            const bool huge = c % 2;
+            const std::string head = std::string("POST /vc/v1/analytics HTTP/1.1\r\nHost: b\r\n") +
+                                     "Content-Type: application/octet-stream\r\nContent-Length: " +
+                                     (huge ? "1073741824" : std::to_string(batch.size())) + "\r\n\r\n";
+            if (fd >= 0 && ::send(fd, head.data(), head.size(), MSG_NOSIGNAL) > 0 && !huge)
+                ::send(fd, batch.data(), batch.size(), MSG_NOSIGNAL);
+            if (fd >= 0) {
+                readAnswer(fd);
+                ::close(fd);
+            }
+        });
+    }
+    for (auto &thread : threads)
+        thread.join();
+}
+
+void memoryUnderAttack(const std::string &dataDir)
+{
+    ServerProgram program(dataDir);
+    if (program.port == 0) {
+        std::printf("server program did not start\n");
+        return;
+    }
+    std::printf("server program RSS at rest: %ld KiB\n", program.statusKiB("VmRSS:"));
+    const auto t0 = Clock::now();
+    endlessHeaders(program.port);
+    std::printf("endless headers (32 clients):  peak RSS %ld KiB, %.1f s\n", program.statusKiB("VmHWM:"),
+                std::chrono::duration<double>(Clock::now() - t0).count());
+    const auto t1 = Clock::now();
+    largeBodies(program.port);
+    std::printf("large bodies (64 x 4 MiB + 64 x 1 GiB announced): peak RSS %ld KiB, %.1f s\n",
+                program.statusKiB("VmHWM:"), std::chrono::duration<double>(Clock::now() - t1).count());
+    std::fflush(stdout);
+}
+
 } // namespace
 
 int serveOnly(double seconds)
@@ -143,7 +338,7 @@ int serveOnly(double seconds)
     config.dataDir = dir + "/data";
     config.importBundled = false;
     config.rateLimit = 0;
-    config.threads = 40;
+    config.limits.threads = 2;
     LensServer server(config);
     std::string error;
     const int devNull = open("/dev/null", O_WRONLY);
@@ -171,6 +366,7 @@ int main(int argc, char **argv)
         return serveOnly(std::atof(argv[2]));
     const double seconds = argc > 1 ? std::atof(argv[1]) : 5.0;
     const int clients = argc > 2 ? std::atoi(argv[2]) : 16;
+    const int idleCount = argc > 3 ? std::atoi(argv[3]) : 500;
     char pattern[] = "/tmp/glint-bench-server-XXXXXX";
     const std::string dir = mkdtemp(pattern);
 
@@ -207,7 +403,9 @@ int main(int argc, char **argv)
     config.dataDir = dir + "/data";
     config.importBundled = false;
     config.rateLimit = 0;
-    config.threads = clients + 8;
+    // Same connection settings as the program's defaults; more connections
+    // per address for the idle crowd.
+    config.limits.maxConnectionsPerAddress = 64;
     LensServer server(config);
     // The request log goes to standard output; keep it out of the figures.
     std::fflush(stdout);
@@ -237,12 +435,30 @@ int main(int argc, char **argv)
                 ("/vc/v1/explorer/top?country=US&offset=" + std::to_string(offset) + "&limit=50").c_str());
         }));
     const std::vector<std::string> queries = {"sun", "neon cat", "studio 12", "ghost", "ret", "zzz", "e"};
-    restoreAndPrint("/explorer/search", load(server.port(), clients, seconds, [&](auto &c, auto &random) {
-                        const nlohmann::json body = {{"query", queries[random() % queries.size()]}};
-                        return c.Post("/vc/v1/explorer/search", body.dump(), "application/json");
-                    }));
+    const MakeRequest top = [](auto &c, auto &random) {
+        const int offset = int(random() % (kLenses / 50)) * 50;
+        return c.Get(
+            ("/vc/v1/explorer/top?country=US&offset=" + std::to_string(offset) + "&limit=50").c_str());
+    };
+    const MakeRequest search = [&](auto &c, auto &random) {
+        const nlohmann::json body = {{"query", queries[random() % queries.size()]}};
+        return c.Post("/vc/v1/explorer/search", body.dump(), "application/json");
+    };
+    restoreAndPrint("/explorer/search", load(server.port(), clients, seconds, search));
+    // Idle connections are opened afresh for each run: the server closes a
+    // silent one after its idle and header timeouts.
+    for (const auto &[name, request] : {std::pair{"top + idle", top}, std::pair{"search + idle", search}}) {
+        IdleConnections idle(server.port(), idleCount);
+        std::fflush(stdout);
+        dup2(savedStdout, 1);
+        std::printf("%zu idle connections held\n", idle.sockets.size());
+        std::fflush(stdout);
+        dup2(devNull, 1);
+        restoreAndPrint(name, load(server.port(), clients, seconds, request));
+    }
     server.stop();
     dup2(savedStdout, 1);
+    memoryUnderAttack(dir + "/data");
     std::error_code ec;
     fs::remove_all(dir, ec);
     return 0;

@@ -5,12 +5,12 @@
 #include "testlens.h"
 
 #include <SQLiteCpp/Database.h>
+#include <arpa/inet.h>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <httplib.h>
-#include <nlohmann/json.hpp>
-#include <arpa/inet.h>
 #include <netinet/in.h>
+#include <nlohmann/json.hpp>
 #include <sys/socket.h>
 #include <thread>
 #include <unistd.h>
@@ -53,7 +53,7 @@ struct Backend
         config.keyPath = makeKey(dir.path());
         config.bundledLenses = bundled;
         config.rateLimit = 0;
-        config.threads = 4;
+        config.limits.threads = 4;
         if (adjust)
             adjust(config);
         server = std::make_unique<LensServer>(config);
@@ -105,6 +105,39 @@ struct Backend
     }
 
     SQLite::Database database() { return SQLite::Database(dir / "data/lenses.db"); }
+};
+
+// One GET written by hand, so that the target goes out byte for byte.
+struct RawRequest
+{
+    int socket = -1;
+    explicit RawRequest(int port)
+    {
+        socket = ::socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(uint16_t(port));
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        ::connect(socket, reinterpret_cast<sockaddr *>(&address), sizeof address);
+        timeval timeout{5, 0};
+        setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
+    }
+    ~RawRequest() { ::close(socket); }
+
+    int get(const std::string &target, std::string *body)
+    {
+        const std::string request =
+            "GET " + target + " HTTP/1.1\r\nHost: t\r\nX-Installation-Id: raw\r\nConnection: close\r\n\r\n";
+        ::send(socket, request.data(), request.size(), MSG_NOSIGNAL);
+        std::string answer;
+        char buffer[4096];
+        ssize_t got = 0;
+        while ((got = ::recv(socket, buffer, sizeof buffer, 0)) > 0)
+            answer.append(buffer, size_t(got));
+        const size_t end = answer.find("\r\n\r\n");
+        *body = end == std::string::npos ? std::string() : answer.substr(end + 4);
+        return answer.size() > 12 ? std::atoi(answer.c_str() + 9) : 0;
+    }
 };
 
 Backend &shared()
@@ -185,7 +218,10 @@ TEST(Explorer, UnlockingMakesALensPopularAndGivesAVerifiableArchive)
     b.get("/vc/v1/explorer/unlock?uid=no-such-lens", 404);
     b.get("/vc/v1/explorer/unlock", 400);
     EXPECT_EQ(b.client->Get("/vc/v1/archives/no-such-lens.zip")->status, 404);
-    EXPECT_EQ(b.client->Get("/vc/v1/archives/../lenses.db")->status, 404);
+    EXPECT_EQ(b.client->Get("/vc/v1/archives/../lenses.db")->status, 400);
+    EXPECT_EQ(b.client->Get("/vc/v1/archives/%2e%2e/lenses.db")->status, 400);
+    EXPECT_EQ(b.client->Get("/vc/v1/media/moon/../../lenses.db")->status, 400);
+    EXPECT_EQ(b.client->Get("/vc/v1/media/moon/other.png")->status, 404);
 }
 
 TEST(Explorer, SearchIsCaseInsensitiveAndRanked)
@@ -226,7 +262,7 @@ TEST(BadRequests, AreAnsweredWithJsonErrors)
     b.post("/vc/v1/explorer/search", "{\"query\":\"" + std::string(70000, 'a') + "\"}", 413);
     b.post("/vc/v1/reporting/lens", std::string("\xff\xfe{}", 4), 400);
     b.get("/vc/v1/no/such/endpoint", 404);
-    b.post("/vc/v1/explorer/top", "{}", 404);
+    b.post("/vc/v1/explorer/top", "{}", 405);
 
     httplib::Client anonymous("127.0.0.1", b.server->port());
     const auto res = anonymous.Get("/vc/v1/explorer/scheduled");
@@ -237,6 +273,40 @@ TEST(BadRequests, AreAnsweredWithJsonErrors)
     // batches are accepted without one too.
     EXPECT_EQ(anonymous.Get("/vc/v1/media/sun/icon.png")->status, 200);
     EXPECT_EQ(anonymous.Post("/vc/v1/analytics", "batch", "application/octet-stream")->status, 200);
+}
+
+TEST(BadRequests, MalformedTargetsAndIdsAreClientErrors)
+{
+    auto &b = shared();
+    // Sent as they stand: the client library must not re-encode them.
+    const std::vector<std::pair<std::string, int>> targets = {
+        {"/vc/v1/explorer/unlock?uid=%zz", 400},
+        {"/vc/v1/explorer/unlock?uid=%F", 400},
+        {"/vc/v1/explorer/unlock?uid=%FF%FE", 400},
+        {"/vc/v1/explorer/unlock?uid=%C0%AF", 400},    // overlong '/'
+        {"/vc/v1/explorer/unlock?uid=%ED%A0%80", 400}, // a surrogate
+        {"/vc/v1/explorer/unlock?uid=a%00b", 400},
+        {"/vc/v1/explorer/unlock?uid=" + std::string(129, 'a'), 400},
+        {"/vc/v1/explorer/unlock?uid=" + std::string(5000, 'a'), 414},
+        {"/vc/v1/explorer/unlock?uid=%E2%98%80", 404}, // fine UTF-8, unknown lens
+        {"/vc/v1/explorer/top?offset=%31", 200},
+        {"/vc/v1/update/latest?platform=%FFwin", 400},
+        {"/vc/v1/media/%FF/icon.png", 400},
+        {"/vc/v1/archives/" + std::string(300, 'x') + ".zip", 404},
+    };
+    for (const auto &[target, status] : targets) {
+        RawRequest request(b.server->port());
+        std::string body;
+        EXPECT_EQ(request.get(target, &body), status) << target.substr(0, 80);
+        const json answer = json::parse(body, nullptr, false);
+        if (status >= 400)
+            EXPECT_EQ(answer.value("status", 0), status) << target.substr(0, 80) << " -> " << body;
+    }
+    // Invalid UTF-8 in a header never reaches an answer undecoded.
+    httplib::Client client("127.0.0.1", b.server->port());
+    const auto odd = client.Get("/vc/v1/explorer/scheduled", {{"X-Installation-Id", "\xff\xfe"}});
+    ASSERT_TRUE(odd);
+    EXPECT_EQ(odd->status, 400);
 }
 
 TEST(BadRequests, WronglyTypedFieldsNeverCauseServerErrors)
@@ -455,7 +525,8 @@ std::string postInTwoParts(int socket, const std::string &body)
 {
     const std::string head = "POST /vc/v1/explorer/search HTTP/1.1\r\nHost: test\r\n"
                              "X-Installation-Id: test-installation\r\nContent-Type: application/json\r\n"
-                             "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n";
+                             "Content-Length: " +
+                             std::to_string(body.size()) + "\r\n\r\n";
     if (::send(socket, head.data(), head.size(), MSG_NOSIGNAL) < 0)
         return "send failed";
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
@@ -478,7 +549,7 @@ std::string postInTwoParts(int socket, const std::string &body)
     return answer.substr(0, answer.find("\r\n"));
 }
 
-TEST(RateLimit, RefusedPostsKeepTheConnectionInStep)
+TEST(RateLimit, RefusedPostsAreAnsweredBeforeTheirBody)
 {
     Backend limited([](ServerConfig &c) {
         c.importBundled = false;
@@ -492,10 +563,12 @@ TEST(RateLimit, RefusedPostsKeepTheConnectionInStep)
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     ASSERT_EQ(::connect(socket, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
     EXPECT_EQ(postInTwoParts(socket, R"({"query":"sun"})"), "HTTP/1.1 200 OK");
-    // Refused requests must not leave their bodies behind to be read as the
-    // next request on the same connection.
-    for (int i = 0; i < 3; ++i)
-        EXPECT_EQ(postInTwoParts(socket, R"({"query":"sun"})"), "HTTP/1.1 429 Too Many Requests");
+    // A refused request is answered from its headers; its body is never
+    // read, so the connection closes rather than take the body for the
+    // next request.
+    EXPECT_EQ(postInTwoParts(socket, R"({"query":"sun"})"), "HTTP/1.1 429 Too Many Requests");
+    char byte;
+    EXPECT_EQ(::recv(socket, &byte, 1, 0), 0);
     ::close(socket);
 }
 
@@ -579,4 +652,39 @@ TEST(Twitch, CodesAndRefreshTokensAreForwardedWithTheSecret)
     });
     unreachable.post("/vc/v1/stream/authorize/refresh", R"({"twitch":{"client_id":"c","refresh_token":"r"}})",
                      502);
+}
+
+TEST(Twitch, ASlowTwitchHoldsUpNoOtherRequest)
+{
+    httplib::Server twitch;
+    twitch.Post("/oauth2/token", [](const httplib::Request &, httplib::Response &res) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+        res.set_content(R"({"access_token":"at","refresh_token":"rt","expires_in":10,"scope":[]})",
+                        "application/json");
+    });
+    const int port = twitch.bind_to_any_port("127.0.0.1");
+    std::thread thread([&] { twitch.listen_after_bind(); });
+    {
+        // One event loop only: a blocking handler on it would stall everyone.
+        Backend b([port](ServerConfig &c) {
+            c.limits.threads = 1;
+            c.twitchClientSecret = "s3cret";
+            c.twitchTokenUrl = "http://127.0.0.1:" + std::to_string(port) + "/oauth2/token";
+        });
+        std::thread slow([&] {
+            httplib::Client client("127.0.0.1", b.server->port());
+            client.set_default_headers(kInstallation);
+            const auto res =
+                client.Post("/vc/v1/stream/authorize/refresh",
+                            R"({"twitch":{"client_id":"c","refresh_token":"r"}})", "application/json");
+            EXPECT_TRUE(res && res->status == 200);
+        });
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        const auto start = std::chrono::steady_clock::now();
+        b.get("/vc/v1/explorer/top?limit=2");
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(700));
+        slow.join();
+    }
+    twitch.stop();
+    thread.join();
 }

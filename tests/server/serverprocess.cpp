@@ -66,3 +66,10 @@ std::string ServerProcess::output() const
 {
     return readFile(m_logPath);
 }
+
+long ServerProcess::statusField(const std::string &field) const
+{
+    const std::string status = readFile("/proc/" + std::to_string(m_pid) + "/status");
+    const size_t at = status.find(field);
+    return at == std::string::npos ? -1 : std::stol(status.substr(at + field.size()));
+}

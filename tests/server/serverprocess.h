@@ -13,12 +13,18 @@ public:
 
     bool started() const { return m_port > 0; }
     int port() const { return m_port; }
+    pid_t pid() const { return m_pid; }
+    // Resident memory of the process now, and its peak, in KiB (/proc).
+    long residentKiB() const { return statusField("VmRSS:"); }
+    long peakResidentKiB() const { return statusField("VmHWM:"); }
     std::string url() const { return "http://127.0.0.1:" + std::to_string(m_port); }
     // Stops with SIGTERM; returns the exit status.
     int stop();
     std::string output() const;
 
 private:
+    long statusField(const std::string &field) const;
+
     pid_t m_pid = -1;
     int m_port = 0;
     std::string m_logPath;
