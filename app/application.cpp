@@ -22,8 +22,10 @@
 #include <coreservice.h>
 #include <corestore.h>
 #include <dispatcher.h>
+#include <externaleventsstore.h>
 #include <favoriteslensmodel.h>
 #include <glintdeployment.h>
+#include <keyboardshortcutmanager.h>
 #include <lenscommand.h>
 #include <lensinfostorage.h>
 #include <lensstore.h>
@@ -131,8 +133,8 @@ void Application::createLensStore()
 
 void Application::createStores()
 {
-    // Hotkeys and the update check are not available in this build yet; the
-    // store keeps their settings untouched until they are.
+    // The update check is not available in this build yet; the store keeps
+    // its settings untouched until it is.
     createLensStore();
     m_coreStore = std::make_shared<CoreStore>(m_dispatcher, new CoreService());
     m_coreStore->setGlintcodeFetcher(
@@ -148,8 +150,10 @@ void Application::createStores()
             });
         });
     m_stores["core"] = m_coreStore;
-    m_applicationStore = std::make_shared<ApplicationStore>(m_dispatcher, nullptr, nullptr);
+    m_shortcutManager = std::make_shared<KeyboardShortcutManager>();
+    m_applicationStore = std::make_shared<ApplicationStore>(m_dispatcher, m_shortcutManager, nullptr);
     m_stores["settings"] = m_applicationStore;
+    m_stores["externalEvents"] = std::make_shared<ExternalEventsStore>(m_actionProvider);
 }
 
 void Application::createMiddlewares()
@@ -241,6 +245,9 @@ void Application::onObjectCreated(QObject *object, const QUrl &)
         qCCritical(lcApp) << "The main window could not be created";
         return;
     }
+    // The key recorder sees keys first (filters installed later run
+    // earlier), then the in-window hotkeys.
+    window->installEventFilter(m_shortcutManager.get());
     window->installEventFilter(m_keyHelper.get());
     if (PreviewOutput *preview = findPreview()) {
         connect(preview, &PreviewOutput::previewOutputLoaded, this, &Application::onPreviewOutputLoaded,
@@ -268,12 +275,14 @@ void Application::onPreviewOutputLoaded()
     if (m_firstFrameConnected)
         return;
     m_firstFrameConnected = true;
-    connect(m_coreStore.get(), &CoreStore::frameReady, this, [this] {
-        if (m_firstFrameShown)
-            return;
-        m_firstFrameShown = true;
-        qCInfo(lcApp).noquote() << QStringLiteral("First frame shown %1 ms after start").arg(m_sinceStart.elapsed());
-    });
+    connect(m_coreStore.get(), &CoreStore::frameReady, this,
+            [this] {
+                if (m_firstFrameShown)
+                    return;
+                m_firstFrameShown = true;
+                qCInfo(lcApp).noquote()
+                    << QStringLiteral("First frame shown %1 ms after start").arg(m_sinceStart.elapsed());
+            });
 }
 
 void Application::onTerminationRequested()

@@ -35,6 +35,9 @@ public:
     }
     void loadSettings(const json &shortcuts) override { loaded = shortcuts; }
     json saveSettings() const override { return {{"role_shortcuts", json::array()}}; }
+    bool isSystemWide() const override { return true; }
+    QString unavailableReason() const override { return {}; }
+    QString problem(const QKeySequence &) const override { return {}; }
 };
 
 // Records what the store asks of the update check; starts when told to.
