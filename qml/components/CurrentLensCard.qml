@@ -74,6 +74,13 @@ Rectangle {
             }
         }
         AccentButton {
+            objectName: "sendTestEventButton"
+            visible: card.hasLens && coreStore.isTriggerAvailable
+            primary: false
+            text: qsTr("Send test event")
+            onClicked: actionProvider.emulateExternalEvent()
+        }
+        AccentButton {
             visible: card.hasLens
             primary: false
             text: qsTr("Off")

@@ -1,6 +1,7 @@
 // The external events listener and store with real TCP clients on loopback:
 // how TCP really cuts messages, and clients that misbehave.
 #include <QFile>
+#include <QProcess>
 #include <QSignalSpy>
 #include <QTcpServer>
 #include <QTcpSocket>
@@ -146,6 +147,35 @@ private slots:
         QCOMPARE(events.at(3), Event("t", "null"));
         QCOMPARE(events.at(4), Event("split", "{\"n\":7}"));
         QCOMPARE(listener->connectionCount(), 1);
+    }
+
+    void commandLineSenderDeliversItsEvent()
+    {
+#ifndef GLINT_EVENT_TOOL
+        QSKIP("glint-event is not built");
+#else
+        QProcess tool;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert("GLINT_EVENT_PORT", QString::number(listener->port()));
+        tool.setProcessEnvironment(environment);
+        tool.start(GLINT_EVENT_TOOL, {"donate", "{\"user_name\":\"ann\",\"amount\":100}"});
+        QVERIFY(tool.waitForStarted());
+        QVERIFY(waitForEvents(1));
+        QVERIFY(tool.waitForFinished(5000));
+        QCOMPARE(tool.exitCode(), 0);
+        tool.start(GLINT_EVENT_TOOL, {"subscribe", "ann"}); // a plain word is sent as a string
+        QVERIFY(waitForEvents(2));
+        QVERIFY(tool.waitForFinished(5000));
+        QCOMPARE(events.at(0), Event("donate", "{\"amount\":100,\"user_name\":\"ann\"}"));
+        QCOMPARE(events.at(1), Event("subscribe", "\"ann\""));
+
+        delete listener; // nobody listens: a clear failure
+        listener = nullptr;
+        tool.start(GLINT_EVENT_TOOL, {"trigger1"});
+        QVERIFY(tool.waitForFinished(5000));
+        QCOMPARE(tool.exitCode(), 1);
+        QVERIFY(tool.readAllStandardError().contains("not listening"));
+#endif
     }
 
     void badMessagesAreDroppedAndTheConnectionStays()

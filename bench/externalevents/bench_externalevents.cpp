@@ -1,0 +1,201 @@
+// External events as the application receives them: the listener with its
+// default limits inside the external events store, the dispatcher on the
+// main thread, and a store at the end of the dispatch counting ExternalEvent
+// actions (where the camera store hands them to the lens's thread).
+//
+// 1. Throughput: 4 clients on threads of their own, each sending events
+//    back to back as newline-delimited JSON over one connection.
+// 2. Latency: one client sends one event, and the time until it reaches
+//    the stores is taken; repeated, with a pause between, percentiles
+//    printed.
+// Resident memory is printed before and after.
+#include <QCoreApplication>
+#include <QFile>
+#include <QTcpServer>
+#include <QThread>
+#include <QTimer>
+#include <action.h>
+#include <actionprovider.h>
+#include <actiontypes.h>
+#include <arpa/inet.h>
+#include <atomic>
+#include <basestore.h>
+#include <chrono>
+#include <cstdio>
+#include <dispatcher.h>
+#include <externalevent.h>
+#include <externaleventslistener.h>
+#include <externaleventsstore.h>
+#include <metatypes.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <string>
+#include <sys/socket.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+using namespace VCam;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+constexpr int kClients = 4;
+constexpr int kEventsPerClient = 50000;
+constexpr int kLatencySamples = 500;
+
+std::atomic<long> g_received{0};
+std::atomic<long long> g_lastArrivalNs{0};
+
+class CountingStore : public Bureau::BaseStore
+{
+public:
+    void process(std::shared_ptr<Bureau::Action> action) override
+    {
+        if (action->type != int(ActionType::ExternalEvent))
+            return;
+        g_lastArrivalNs =
+            std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now().time_since_epoch()).count();
+        ++g_received;
+    }
+    void start() override { emit started(); }
+    void stop() override { emit stopped(); }
+};
+
+long residentKiB()
+{
+    QFile status("/proc/self/status");
+    status.open(QIODevice::ReadOnly);
+    for (const QByteArray &line : status.readAll().split('\n'))
+        if (line.startsWith("VmRSS:"))
+            return line.mid(6).trimmed().split(' ').first().toLong();
+    return 0;
+}
+
+int connectTo(quint16 port)
+{
+    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    if (::connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0) {
+        ::close(fd);
+        return -1;
+    }
+    const int one = 1;
+    ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
+    return fd;
+}
+
+bool sendAll(int fd, const std::string &bytes)
+{
+    size_t sent = 0;
+    while (sent < bytes.size()) {
+        const ssize_t n = ::send(fd, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
+        if (n <= 0)
+            return false;
+        sent += size_t(n);
+    }
+    return true;
+}
+
+void waitUntil(const std::function<bool()> &done, int timeoutMs)
+{
+    const auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
+    while (!done() && Clock::now() < deadline)
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    QCoreApplication app(argc, argv);
+    registerMetaTypes();
+    QTcpServer probe;
+    probe.listen(QHostAddress::LocalHost, 0);
+    const quint16 port = probe.serverPort();
+    probe.close();
+
+    auto dispatcher = std::make_shared<Bureau::Dispatcher>();
+    auto provider = std::make_shared<ActionProvider>(dispatcher);
+    auto store = std::make_shared<ExternalEventsStore>(provider, new ExternalEventsListener(port, {}));
+    auto counter = std::make_shared<CountingStore>();
+    dispatcher->addStore(store);
+    dispatcher->addStore(counter);
+    dispatcher->start();
+    provider->notifyStarted();
+    waitUntil([&] { return store->listener()->isListening(); }, 5000);
+    if (!store->listener()->isListening()) {
+        std::fprintf(stderr, "listener did not start\n");
+        return 1;
+    }
+
+    const long memoryBefore = residentKiB();
+    // Throughput.
+    const std::string event = "{\"type\":\"donate\",\"data\":{\"user_name\":\"ann\",\"amount\":100}}\n";
+    std::vector<std::thread> clients;
+    std::atomic<int> failures{0};
+    const auto start = Clock::now();
+    for (int c = 0; c < kClients; ++c) {
+        clients.emplace_back([&] {
+            const int fd = connectTo(port);
+            if (fd < 0) {
+                ++failures;
+                return;
+            }
+            std::string batch;
+            for (int i = 0; i < 100; ++i)
+                batch += event;
+            for (int i = 0; i < kEventsPerClient / 100; ++i)
+                if (!sendAll(fd, batch)) {
+                    ++failures;
+                    break;
+                }
+            ::close(fd);
+        });
+    }
+    const long expected = long(kClients) * kEventsPerClient;
+    waitUntil([&] { return g_received >= expected; }, 120000);
+    const double seconds = std::chrono::duration<double>(std::chrono::nanoseconds(g_lastArrivalNs.load()) -
+                                                         start.time_since_epoch())
+                               .count();
+    for (auto &client : clients)
+        client.join();
+    const long memoryAfterThroughput = residentKiB();
+    std::printf(
+        "throughput: %ld of %ld events from %d clients in %.3f s = %.0f events/s (client failures %d)\n",
+        g_received.load(), expected, kClients, seconds, g_received / seconds, failures.load());
+
+    // Latency: send to the stores.
+    const int fd = connectTo(port);
+    std::vector<double> latencies;
+    for (int i = 0; i < kLatencySamples && fd >= 0; ++i) {
+        const long before = g_received;
+        const auto sent = Clock::now();
+        sendAll(fd, "{\"type\":\"trigger1\"}\n");
+        while (g_received == before && Clock::now() - sent < std::chrono::seconds(2))
+            QCoreApplication::processEvents(QEventLoop::AllEvents);
+        latencies.push_back(std::chrono::duration<double, std::milli>(
+                                std::chrono::nanoseconds(g_lastArrivalNs.load()) - sent.time_since_epoch())
+                                .count());
+        QThread::msleep(2);
+        QCoreApplication::processEvents();
+    }
+    if (fd >= 0)
+        ::close(fd);
+    std::sort(latencies.begin(), latencies.end());
+    const auto at = [&](double q) {
+        return latencies.empty() ? 0.0 : latencies[size_t(q * (latencies.size() - 1))];
+    };
+    std::printf(
+        "latency send -> stores over %zu events: median %.3f ms, p95 %.3f ms, p99 %.3f ms, max %.3f ms\n",
+        latencies.size(), at(0.5), at(0.95), at(0.99), at(1.0));
+    std::printf("resident memory: %ld KiB before, %ld KiB after throughput, %ld KiB at end\n", memoryBefore,
+                memoryAfterThroughput, residentKiB());
+
+    dispatcher->stop();
+    waitUntil([] { return false; }, 200);
+    return 0;
+}
