@@ -42,6 +42,7 @@ Rectangle {
             Layout.fillWidth: true
             spacing: 4
             Text {
+                Layout.fillWidth: true
                 text: recorder.title
                 color: Style.text
                 font.pixelSize: Style.fontNormal

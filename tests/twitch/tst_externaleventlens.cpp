@@ -94,7 +94,9 @@ private slots:
         dispatcher->addStore(core);
         dispatcher->addStore(events);
         connect(core.get(), &CoreStore::frameReady, this, [this](const QImage &frame) { lastFrame = frame; });
+        QSignalSpy started(dispatcher.get(), &Bureau::Dispatcher::started);
         dispatcher->start();
+        QVERIFY(started.wait(10000) || dispatcher->state() == Bureau::Dispatcher::Started);
         provider->notifyStarted();
         provider->setCamera(CameraList::demoCameraName());
         LensCommand lens;

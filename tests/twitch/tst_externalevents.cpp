@@ -161,18 +161,18 @@ private slots:
         tool.start(GLINT_EVENT_TOOL, {"donate", "{\"user_name\":\"ann\",\"amount\":100}"});
         QVERIFY(tool.waitForStarted());
         QVERIFY(waitForEvents(1));
-        QVERIFY(tool.waitForFinished(5000));
+        QVERIFY(tool.state() == QProcess::NotRunning || tool.waitForFinished(5000));
         QCOMPARE(tool.exitCode(), 0);
         tool.start(GLINT_EVENT_TOOL, {"subscribe", "ann"}); // a plain word is sent as a string
         QVERIFY(waitForEvents(2));
-        QVERIFY(tool.waitForFinished(5000));
+        QVERIFY(tool.state() == QProcess::NotRunning || tool.waitForFinished(5000));
         QCOMPARE(events.at(0), Event("donate", "{\"amount\":100,\"user_name\":\"ann\"}"));
         QCOMPARE(events.at(1), Event("subscribe", "\"ann\""));
 
         delete listener; // nobody listens: a clear failure
         listener = nullptr;
         tool.start(GLINT_EVENT_TOOL, {"trigger1"});
-        QVERIFY(tool.waitForFinished(5000));
+        QVERIFY(tool.state() == QProcess::NotRunning || tool.waitForFinished(5000));
         QCOMPARE(tool.exitCode(), 1);
         QVERIFY(tool.readAllStandardError().contains("not listening"));
 #endif
