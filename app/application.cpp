@@ -151,6 +151,10 @@ void Application::createStores()
         });
     m_stores["core"] = m_coreStore;
     m_shortcutManager = std::make_shared<KeyboardShortcutManager>();
+    connect(m_keyHelper.get(), &KeyHelper::recordingChanged, m_shortcutManager.get(),
+            [helper = m_keyHelper.get(), manager = m_shortcutManager.get()] {
+                manager->setSuspended(helper->recording());
+            });
     m_applicationStore = std::make_shared<ApplicationStore>(m_dispatcher, m_shortcutManager, nullptr);
     m_stores["settings"] = m_applicationStore;
     m_stores["externalEvents"] = std::make_shared<ExternalEventsStore>(m_actionProvider);

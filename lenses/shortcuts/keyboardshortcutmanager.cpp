@@ -164,13 +164,20 @@ void KeyboardShortcutManager::bind(const QKeySequence &sequence)
 {
     Hotkey hotkey;
     hotkey.id = m_nextId++;
-    const HotkeyChord chord = KeySequences::toChord(sequence);
-    const QString text = sequence.toString(QKeySequence::NativeText);
-    if (!m_grabber->isAvailable()) {
+    grab(sequence, hotkey);
+    m_hotkeys[keyOf(sequence)] = hotkey;
+    drainEvents();
+}
+
+void KeyboardShortcutManager::grab(const QKeySequence &sequence, Hotkey &hotkey)
+{
+    if (!m_grabber->isAvailable() || m_suspended) {
         hotkey.state = GrabState::Unavailable;
-    } else if (!chord.isValid()) {
+        return;
+    }
+    const HotkeyChord chord = KeySequences::toChord(sequence);
+    if (!chord.isValid()) {
         hotkey.state = GrabState::UnknownKey;
-        qCWarning(lcShortcuts).noquote() << text << "cannot be a system-wide hotkey";
     } else {
         switch (m_grabber->grab(hotkey.id, chord)) {
         case HotkeyGrabber::Result::Grabbed:
@@ -178,18 +185,41 @@ void KeyboardShortcutManager::bind(const QKeySequence &sequence)
             break;
         case HotkeyGrabber::Result::TakenByOtherProgram:
             hotkey.state = GrabState::TakenByOtherProgram;
-            qCWarning(lcShortcuts).noquote() << text << "is taken by another program";
             break;
         case HotkeyGrabber::Result::UnknownKey:
             hotkey.state = GrabState::UnknownKey;
-            qCWarning(lcShortcuts).noquote() << text << "cannot be a system-wide hotkey";
             break;
         case HotkeyGrabber::Result::Unavailable:
             hotkey.state = GrabState::Unavailable;
             break;
         }
     }
-    m_hotkeys[keyOf(sequence)] = hotkey;
+    // Grabbing again after a recorder paused the grabs repeats the answer;
+    // the log says each trouble of a binding once.
+    if (hotkey.state == hotkey.logged || hotkey.state == GrabState::Grabbed)
+        return;
+    hotkey.logged = hotkey.state;
+    const QString text = sequence.toString(QKeySequence::NativeText);
+    if (hotkey.state == GrabState::TakenByOtherProgram)
+        qCWarning(lcShortcuts).noquote() << text << "is taken by another program";
+    else if (hotkey.state == GrabState::UnknownKey)
+        qCWarning(lcShortcuts).noquote() << text << "cannot be a system-wide hotkey";
+}
+
+void KeyboardShortcutManager::setSuspended(bool suspended)
+{
+    if (m_suspended == suspended || !m_grabber->isAvailable())
+        return;
+    m_suspended = suspended;
+    for (auto &[key, hotkey] : m_hotkeys) {
+        if (suspended) {
+            if (hotkey.state == GrabState::Grabbed)
+                m_grabber->release(hotkey.id);
+            hotkey.state = GrabState::Unavailable;
+        } else {
+            grab(QKeySequence::fromString(key, QKeySequence::PortableText), hotkey);
+        }
+    }
     drainEvents();
 }
 

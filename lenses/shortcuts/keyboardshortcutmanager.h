@@ -45,16 +45,22 @@ public:
 
     bool eventFilter(QObject *watched, QEvent *event) override;
 
+    // While a key recorder listens, the grabs are given back so that the
+    // keys of existing bindings reach the window; resuming grabs again.
+    void setSuspended(bool suspended);
+
 private:
     enum class GrabState { Grabbed, TakenByOtherProgram, UnknownKey, Unavailable };
     struct Hotkey
     {
         int id = 0;
         GrabState state = GrabState::Unavailable;
+        GrabState logged = GrabState::Grabbed; // last trouble the log told
     };
     using Key = QString; // portable text of a normalised sequence
 
     void bind(const QKeySequence &sequence);
+    void grab(const QKeySequence &sequence, Hotkey &hotkey);
     void release(const QKeySequence &sequence);
     void takeOver(const QKeySequence &sequence);
     void clearAll();
@@ -69,6 +75,7 @@ private:
     std::map<LensId, QKeySequence> m_lenses;
     std::map<Key, Hotkey> m_hotkeys;
     int m_nextId = 1;
+    bool m_suspended = false;
 };
 
 } // namespace VCam

@@ -111,6 +111,26 @@ private slots:
         QCOMPARE(roles.at(0).at(0).value<ShortcutRole>(), ShortcutRole::ToggleGlintcode);
     }
 
+    void suspendedWhileRecordingAKey()
+    {
+        KeyboardShortcutManager manager;
+        QSignalSpy roles(&manager, &IKeyboardShortcutManager::shortcutActivated);
+        manager.setShortcut(ShortcutRole::TapEvent, seq("Ctrl+Alt+T"));
+        manager.setSuspended(true);
+        // Given back: another client may take the key meanwhile.
+        {
+            KeyboardShortcutManager other;
+            other.setShortcut(ShortcutRole::TapEvent, seq("Ctrl+Alt+T"));
+            QVERIFY(other.problem(seq("Ctrl+Alt+T")).isEmpty());
+        }
+        press("ctrl+alt+t");
+        QTest::qWait(300);
+        QCOMPARE(roles.count(), 0);
+        manager.setSuspended(false);
+        press("ctrl+alt+t");
+        QVERIFY(roles.wait(5000));
+    }
+
     void keyHeldByAnotherProgramIsReportedAndFreedOnExit()
     {
         auto holder = std::make_unique<KeyboardShortcutManager>(); // an X client of its own
