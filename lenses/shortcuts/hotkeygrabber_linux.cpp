@@ -153,7 +153,12 @@ public:
         xcb_flush(m_connection);
     }
 
-    int eventDescriptor() const override { return m_connection ? xcb_get_file_descriptor(m_connection) : -1; }
+    // -1 once the display has gone away, so nobody waits on a dead socket.
+    int eventDescriptor() const override
+    {
+        return m_connection && !xcb_connection_has_error(m_connection) ? xcb_get_file_descriptor(m_connection)
+                                                                       : -1;
+    }
 
     void processEvents() override
     {

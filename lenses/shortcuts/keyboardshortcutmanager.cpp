@@ -56,7 +56,13 @@ KeyboardShortcutManager::KeyboardShortcutManager(QObject *parent)
     const int descriptor = m_grabber->eventDescriptor();
     if (descriptor >= 0) {
         m_notifier = new QSocketNotifier(descriptor, QSocketNotifier::Read, this);
-        connect(m_notifier, &QSocketNotifier::activated, this, [this] { m_grabber->processEvents(); });
+        connect(m_notifier, &QSocketNotifier::activated, this, [this] {
+            m_grabber->processEvents();
+            if (m_grabber->eventDescriptor() < 0) {
+                qCWarning(lcShortcuts) << "The X11 display closed the hotkey connection";
+                m_notifier->setEnabled(false);
+            }
+        });
     }
 }
 

@@ -33,7 +33,16 @@ ExternalEventsListener::ExternalEventsListener(quint16 port, Limits limits, QObj
     connect(m_sweep, &QTimer::timeout, this, &ExternalEventsListener::onSweep);
 }
 
-ExternalEventsListener::~ExternalEventsListener() = default;
+ExternalEventsListener::~ExternalEventsListener()
+{
+    // The sockets are the server's children and die after this object's
+    // members; they must not call back into it on the way.
+    for (auto it = m_connections.cbegin(); it != m_connections.cend(); ++it) {
+        it.key()->disconnect(this);
+        it.key()->abort();
+    }
+    m_server->close();
+}
 
 bool ExternalEventsListener::startListen()
 {
