@@ -1,16 +1,19 @@
 // External events as the application receives them: the listener with its
 // default limits inside the external events store, the dispatcher on the
-// main thread, and a store at the end of the dispatch counting ExternalEvent
-// actions (where the camera store hands them to the lens's thread).
+// main thread, and the camera store with the real processing service on the
+// demo camera running the sample lens that reacts to events. An event counts
+// as arrived when the camera store hands it to the processing thread, where
+// the lens takes it before its next frame.
 //
 // 1. Throughput: 4 clients on threads of their own, each sending events
 //    back to back as newline-delimited JSON over one connection.
 // 2. Latency: one client sends one event, and the time until it reaches
 //    the stores is taken; repeated, with a pause between, percentiles
 //    printed.
-// Resident memory is printed before and after.
-#include <QCoreApplication>
+// Resident memory, and the frame rate with and without the flood, are
+// printed too.
 #include <QFile>
+#include <QGuiApplication>
 #include <QTcpServer>
 #include <QThread>
 #include <QTimer>
@@ -19,13 +22,16 @@
 #include <actiontypes.h>
 #include <arpa/inet.h>
 #include <atomic>
-#include <basestore.h>
+#include <cameralist.h>
 #include <chrono>
+#include <coreservice.h>
+#include <corestore.h>
 #include <cstdio>
 #include <dispatcher.h>
 #include <externalevent.h>
 #include <externaleventslistener.h>
 #include <externaleventsstore.h>
+#include <lenscommand.h>
 #include <metatypes.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -46,21 +52,6 @@ constexpr int kLatencySamples = 500;
 
 std::atomic<long> g_received{0};
 std::atomic<long long> g_lastArrivalNs{0};
-
-class CountingStore : public Bureau::BaseStore
-{
-public:
-    void process(std::shared_ptr<Bureau::Action> action) override
-    {
-        if (action->type != int(ActionType::ExternalEvent))
-            return;
-        g_lastArrivalNs =
-            std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now().time_since_epoch()).count();
-        ++g_received;
-    }
-    void start() override { emit started(); }
-    void stop() override { emit stopped(); }
-};
 
 long residentKiB()
 {
@@ -111,7 +102,7 @@ void waitUntil(const std::function<bool()> &done, int timeoutMs)
 
 int main(int argc, char **argv)
 {
-    QCoreApplication app(argc, argv);
+    QGuiApplication app(argc, argv);
     registerMetaTypes();
     QTcpServer probe;
     probe.listen(QHostAddress::LocalHost, 0);
@@ -120,23 +111,50 @@ int main(int argc, char **argv)
 
     auto dispatcher = std::make_shared<Bureau::Dispatcher>();
     auto provider = std::make_shared<ActionProvider>(dispatcher);
+    auto service = new CoreService();
+    auto core = std::make_shared<CoreStore>(dispatcher, service);
     auto store = std::make_shared<ExternalEventsStore>(provider, new ExternalEventsListener(port, {}));
-    auto counter = std::make_shared<CountingStore>();
+    dispatcher->addStore(core);
     dispatcher->addStore(store);
-    dispatcher->addStore(counter);
+    QObject::connect(
+        service, &CoreService::proccessExternalEvent, service,
+        [](const ExternalEvent &) {
+            g_lastArrivalNs =
+                std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now().time_since_epoch()).count();
+            ++g_received;
+        },
+        Qt::DirectConnection);
+    std::atomic<long> frames{0};
+    QObject::connect(core.get(), &CoreStore::frameReady, core.get(), [&frames] { ++frames; });
+    bool started = false;
+    QObject::connect(dispatcher.get(), &Bureau::Dispatcher::started, [&started] { started = true; });
     dispatcher->start();
+    waitUntil([&] { return started || dispatcher->state() == Bureau::Dispatcher::Started; }, 20000);
     provider->notifyStarted();
-    waitUntil([&] { return store->listener()->isListening(); }, 5000);
-    if (!store->listener()->isListening()) {
-        std::fprintf(stderr, "listener did not start\n");
+    provider->setCamera(CameraList::demoCameraName());
+    LensCommand lens;
+    lens.lensId = "stream-cheers";
+    lens.text = QStringLiteral(GLINT_LENSES_DIR "/stream-cheers");
+    dispatcher->dispatch(
+        new Bureau::Action(int(ActionType::SetCoreProcessingLens), QVariant::fromValue(lens)));
+    waitUntil([&] { return core->isTriggerAvailable() && store->listener()->isListening(); }, 30000);
+    if (!store->listener()->isListening() || !core->isTriggerAvailable()) {
+        std::fprintf(stderr, "listener or lens did not start\n");
         return 1;
     }
+    // Frame rate at rest.
+    waitUntil([] { return false; }, 2000);
+    frames = 0;
+    auto restStart = Clock::now();
+    waitUntil([] { return false; }, 3000);
+    const double restFps = frames / std::chrono::duration<double>(Clock::now() - restStart).count();
 
     const long memoryBefore = residentKiB();
     // Throughput.
     const std::string event = "{\"type\":\"donate\",\"data\":{\"user_name\":\"ann\",\"amount\":100}}\n";
     std::vector<std::thread> clients;
     std::atomic<int> failures{0};
+    frames = 0;
     const auto start = Clock::now();
     for (int c = 0; c < kClients; ++c) {
         clients.emplace_back([&] {
@@ -161,6 +179,7 @@ int main(int argc, char **argv)
     const double seconds = std::chrono::duration<double>(std::chrono::nanoseconds(g_lastArrivalNs.load()) -
                                                          start.time_since_epoch())
                                .count();
+    const double floodFps = frames / std::chrono::duration<double>(Clock::now() - start).count();
     for (auto &client : clients)
         client.join();
     const long memoryAfterThroughput = residentKiB();
@@ -189,9 +208,10 @@ int main(int argc, char **argv)
     const auto at = [&](double q) {
         return latencies.empty() ? 0.0 : latencies[size_t(q * (latencies.size() - 1))];
     };
-    std::printf(
-        "latency send -> stores over %zu events: median %.3f ms, p95 %.3f ms, p99 %.3f ms, max %.3f ms\n",
-        latencies.size(), at(0.5), at(0.95), at(0.99), at(1.0));
+    std::printf("frames: %.1f per second at rest, %.1f during the flood\n", restFps, floodFps);
+    std::printf("latency send -> handed to the lens's thread over %zu events: median %.3f ms, p95 %.3f ms, "
+                "p99 %.3f ms, max %.3f ms\n",
+                latencies.size(), at(0.5), at(0.95), at(0.99), at(1.0));
     std::printf("resident memory: %ld KiB before, %ld KiB after throughput, %ld KiB at end\n", memoryBefore,
                 memoryAfterThroughput, residentKiB());
 

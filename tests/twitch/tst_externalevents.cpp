@@ -267,6 +267,28 @@ private slots:
         QCOMPARE(g_warnings.filter("took longer than").size(), 1);
     }
 
+    void steadyStreamIsNotMistakenForASlowClient()
+    {
+        ExternalEventsListener::Limits limits;
+        limits.messageTimeoutMs = 600;
+        makeListener(limits);
+        Client client;
+        QVERIFY(client.connect(listener->port()));
+        // Every write ends inside a message, for longer than the limit; yet
+        // each message completes quickly.
+        QElapsedTimer clock;
+        clock.start();
+        int sent = 0;
+        client.send("{\"type\":");
+        while (clock.elapsed() < 2000) {
+            client.send("\"b\"}{\"type\":");
+            ++sent;
+            QTest::qWait(20);
+        }
+        QVERIFY(waitForEvents(sent));
+        QCOMPARE(client.socket.state(), QAbstractSocket::ConnectedState);
+    }
+
     void portInUseIsLoggedAndTheRestRuns()
     {
         QTcpServer squatter;

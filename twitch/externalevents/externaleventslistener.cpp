@@ -132,9 +132,11 @@ void ExternalEventsListener::onReadyRead()
     }
     if (it->splitter->skippedBytes() > 0)
         logOnce(QStringLiteral("text that is not a JSON object"));
+    // The clock runs for the message still incomplete: one that began in
+    // this read when others ended in it, else the one that was waiting.
     if (it->splitter->pendingBytes() == 0)
         it->messageStarted.invalidate();
-    else if (!it->messageStarted.isValid())
+    else if (!messages.isEmpty() || !it->messageStarted.isValid())
         it->messageStarted.start();
     for (const QByteArray &message : qAsConst(messages))
         handleMessage(message);
