@@ -187,6 +187,48 @@ int main(int argc, char **argv)
         "throughput: %ld of %ld events from %d clients in %.3f s = %.0f events/s (client failures %d)\n",
         g_received.load(), expected, kClients, seconds, g_received / seconds, failures.load());
 
+    // The goal rate, 10,000 events/s from 4 clients for 10 s: memory before
+    // and after, and the frame rate meanwhile.
+    {
+        const long memoryPacedBefore = residentKiB();
+        const long receivedBefore = g_received;
+        constexpr int kPacedSeconds = 10;
+        constexpr int kPerClientPerTick = 25; // every 10 ms: 2,500 events/s per client
+        std::vector<std::thread> paced;
+        frames = 0;
+        const auto pacedStart = Clock::now();
+        for (int c = 0; c < kClients; ++c) {
+            paced.emplace_back([&] {
+                const int fd = connectTo(port);
+                if (fd < 0) {
+                    ++failures;
+                    return;
+                }
+                std::string batch;
+                for (int i = 0; i < kPerClientPerTick; ++i)
+                    batch += event;
+                for (int tick = 0; tick < kPacedSeconds * 100; ++tick) {
+                    std::this_thread::sleep_until(pacedStart + std::chrono::milliseconds(10 * tick));
+                    if (!sendAll(fd, batch)) {
+                        ++failures;
+                        break;
+                    }
+                }
+                ::close(fd);
+            });
+        }
+        const long pacedExpected = long(kClients) * kPerClientPerTick * kPacedSeconds * 100;
+        waitUntil([&] { return g_received - receivedBefore >= pacedExpected; }, (kPacedSeconds + 30) * 1000);
+        const double pacedSeconds = std::chrono::duration<double>(Clock::now() - pacedStart).count();
+        for (auto &client : paced)
+            client.join();
+        std::printf("paced: %ld of %ld events in %.2f s (%.0f events/s offered); %.1f frames per second; "
+                    "memory %ld KiB before, %ld KiB after\n",
+                    g_received - receivedBefore, pacedExpected, pacedSeconds,
+                    pacedExpected / double(kPacedSeconds), frames / pacedSeconds, memoryPacedBefore,
+                    residentKiB());
+    }
+
     // Latency: send to the stores.
     const int fd = connectTo(port);
     std::vector<double> latencies;
