@@ -20,7 +20,7 @@ const char *kHeader = R"("formatVersion": 1, "id": "test", "name": "Test")";
 TEST(LensManifest, EverySampleLensLoadsWithItsHeader)
 {
     for (const char *id : {"sunglasses", "party-hat", "big-eyes", "retro-vhs", "film-noir", "confetti",
-                           "fireworks", "color-pop", "heart-eyes"}) {
+                           "fireworks", "color-pop", "heart-eyes", "stream-cheers"}) {
         LensManifest manifest;
         std::string error;
         ASSERT_TRUE(LensManifest::load(TestFrames::dataPath(std::string("lenses/") + id), manifest, error))
