@@ -34,6 +34,8 @@ JsonObjectSplitter::Status JsonObjectSplitter::feed(const char *data, qsizetype 
             const qsizetype length = i + 1 - begin;
             if (m_current.size() + length > m_maxObjectBytes) {
                 m_current.clear();
+                m_depth = 0;
+                m_inString = m_escaped = false;
                 return Status::ObjectTooLarge;
             }
             m_current.append(data + begin, length);
