@@ -35,6 +35,8 @@ ApplicationStore::ApplicationStore(std::shared_ptr<Bureau::Dispatcher> dispatche
                 &ApplicationStore::onShortcutActivated);
         connect(m_shortcuts.get(), &IKeyboardShortcutManager::lensShortcutActivated, this,
                 &ApplicationStore::onLensShortcutActivated);
+        connect(m_shortcuts.get(), &IKeyboardShortcutManager::shortcutTakenOver, this,
+                &ApplicationStore::onShortcutTakenOver);
     }
     if (m_updates) {
         connect(m_updates.get(), &IUpdateService::latestVersionAvailable, this,
@@ -218,14 +220,18 @@ void ApplicationStore::removeShortcut(ShortcutRole role)
 
 void ApplicationStore::setLensShortcut(const LensId &lensId, const QKeySequence &sequence)
 {
-    if (m_shortcuts)
-        m_shortcuts->setLensShortcut(lensId, sequence);
+    if (!m_shortcuts)
+        return;
+    m_shortcuts->setLensShortcut(lensId, sequence);
+    emit shortcutChanged();
 }
 
 void ApplicationStore::removeLensShortcut(const LensId &lensId)
 {
-    if (m_shortcuts)
-        m_shortcuts->removeLensShortcut(lensId);
+    if (!m_shortcuts || m_shortcuts->lensShortcut(lensId).isEmpty())
+        return;
+    m_shortcuts->removeLensShortcut(lensId);
+    emit shortcutChanged();
 }
 
 void ApplicationStore::setCurrentPage(int page)
@@ -321,6 +327,12 @@ void ApplicationStore::onLensShortcutActivated(const LensId &lensId)
     dispatch(ActionType::SetActiveLensId, QVariant::fromValue(command));
 }
 
+void ApplicationStore::onShortcutTakenOver(const QString &sequence, const QString &previousOwner)
+{
+    emit showInfoPopup(
+        tr("%1 was the hotkey of %2; it is now this one's, and %2 has none.").arg(sequence, previousOwner));
+}
+
 void ApplicationStore::crashOnPurpose()
 {
     // Deliberate fault so that the crash reporter can be checked end to end.
@@ -364,6 +376,22 @@ QVariantList ApplicationStore::getCacheOptions() const
 {
     // Lens cache limits offered in the settings, in mebibytes.
     return {100, 200, 500, 1000, 2000, 5000};
+}
+
+bool ApplicationStore::shortcutsAvailable() const
+{
+    return m_shortcuts && m_shortcuts->isSystemWide();
+}
+
+QString ApplicationStore::shortcutsUnavailableReason() const
+{
+    return m_shortcuts ? m_shortcuts->unavailableReason() : tr("Hotkeys are not available in this build.");
+}
+
+QString ApplicationStore::shortcutProblem(const QString &sequence) const
+{
+    return m_shortcuts ? m_shortcuts->problem(QKeySequence::fromString(sequence, QKeySequence::PortableText))
+                       : QString();
 }
 
 bool ApplicationStore::isShortcutAvailible(const QString &sequence) const

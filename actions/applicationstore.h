@@ -33,6 +33,7 @@ class ApplicationStore : public Store
     Q_PROPERTY(QString externalTriggerShortcut READ externalTriggerShortcut NOTIFY shortcutChanged)
     Q_PROPERTY(QString tapShortcut READ tapShortcut NOTIFY shortcutChanged)
     Q_PROPERTY(bool shortcutsAvailable READ shortcutsAvailable CONSTANT)
+    Q_PROPERTY(QString shortcutsUnavailableReason READ shortcutsUnavailableReason CONSTANT)
     Q_PROPERTY(int currentPage READ currentPage NOTIFY currentPageChanged)
     Q_PROPERTY(QString currentVersion READ currentVersion CONSTANT)
     Q_PROPERTY(QString latestVersion READ latestVersion NOTIFY latestVersionChanged)
@@ -56,7 +57,9 @@ public:
     QString showHideGlintCodeShortcut() const;
     QString externalTriggerShortcut() const;
     QString tapShortcut() const;
-    bool shortcutsAvailable() const { return m_shortcuts != nullptr; }
+    // Whether hotkeys work while other programs have the focus.
+    bool shortcutsAvailable() const;
+    QString shortcutsUnavailableReason() const;
     int currentPage() const { return m_currentPage; }
     QString currentVersion() const;
     QString latestVersion() const { return m_latestVersion; }
@@ -69,6 +72,8 @@ public:
     Q_INVOKABLE QString getLensShortcut(const QString &lensId) const;
     Q_INVOKABLE QVariantList getCacheOptions() const;
     Q_INVOKABLE bool isShortcutAvailible(const QString &sequence) const;
+    // Why a bound sequence does not work system-wide; empty when it does.
+    Q_INVOKABLE QString shortcutProblem(const QString &sequence) const;
     Q_INVOKABLE void setShowOnboarding(bool show);
 
 public slots:
@@ -88,6 +93,7 @@ public slots:
     void setLatestVersionUrl(const QUrl &url);
     void onShortcutActivated(VCam::ShortcutRole role);
     void onLensShortcutActivated(const VCam::LensId &lensId);
+    void onShortcutTakenOver(const QString &sequence, const QString &previousOwner);
     void onLatestVersionAvailable(const QString &version, const QString &notes);
     void onLatestVersionUrlAvailable(const QUrl &url);
     void showPopupMessage(const VCam::PopupMessage &message);

@@ -23,9 +23,11 @@
 #include <coreservice.h>
 #include <corestore.h>
 #include <dispatcher.h>
+#include <externaleventsstore.h>
 #include <favoriteslensmodel.h>
 #include <glintdeployment.h>
 #include <keychaincomponent.h>
+#include <keyboardshortcutmanager.h>
 #include <lenscommand.h>
 #include <lensinfostorage.h>
 #include <lensstore.h>
@@ -136,8 +138,8 @@ void Application::createLensStore()
 
 void Application::createStores()
 {
-    // Hotkeys and the update check are not available in this build yet; the
-    // store keeps their settings untouched until they are.
+    // The update check is not available in this build yet; the store keeps
+    // its settings untouched until it is.
     createLensStore();
     m_coreStore = std::make_shared<CoreStore>(m_dispatcher, new CoreService());
     m_coreStore->setGlintcodeFetcher(
@@ -156,8 +158,14 @@ void Application::createStores()
     // The lens store shows a lens as applied only when the engine runs it.
     connect(m_coreStore.get(), &CoreStore::lensLoadAnswered, m_lensStore.get(),
             &LensStore::onLensLoadAnswered);
-    m_applicationStore = std::make_shared<ApplicationStore>(m_dispatcher, nullptr, nullptr);
+    m_shortcutManager = std::make_shared<KeyboardShortcutManager>();
+    connect(m_keyHelper.get(), &KeyHelper::recordingChanged, m_shortcutManager.get(),
+            [helper = m_keyHelper.get(), manager = m_shortcutManager.get()] {
+                manager->setSuspended(helper->recording());
+            });
+    m_applicationStore = std::make_shared<ApplicationStore>(m_dispatcher, m_shortcutManager, nullptr);
     m_stores["settings"] = m_applicationStore;
+    m_stores["externalEvents"] = std::make_shared<ExternalEventsStore>(m_actionProvider);
     createTwitchStore();
 }
 
@@ -262,6 +270,9 @@ void Application::onObjectCreated(QObject *object, const QUrl &)
         qCCritical(lcApp) << "The main window could not be created";
         return;
     }
+    // The key recorder sees keys first (filters installed later run
+    // earlier), then the in-window hotkeys.
+    window->installEventFilter(m_shortcutManager.get());
     window->installEventFilter(m_keyHelper.get());
     if (PreviewOutput *preview = findPreview()) {
         connect(preview, &PreviewOutput::previewOutputLoaded, this, &Application::onPreviewOutputLoaded,

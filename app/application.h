@@ -21,6 +21,7 @@ class CoreStore;
 class PreviewOutput;
 class KeyHelper;
 class KeychainComponent;
+class KeyboardShortcutManager;
 class LensInfoStorage;
 class LensStore;
 class NetworkManager;
@@ -75,6 +76,7 @@ private:
     std::shared_ptr<Bureau::Dispatcher> m_dispatcher;
     std::shared_ptr<ActionProvider> m_actionProvider;
     std::shared_ptr<KeyHelper> m_keyHelper;
+    std::shared_ptr<KeyboardShortcutManager> m_shortcutManager;
     std::shared_ptr<LensInfoStorage> m_lensInfoStorage;
     std::shared_ptr<NetworkManager> m_network;
     std::shared_ptr<KeychainComponent> m_keychain;

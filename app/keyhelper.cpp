@@ -34,6 +34,11 @@ bool KeyHelper::eventFilter(QObject *watched, QEvent *event)
     setRecording(false);
     if (key == Qt::Key_Escape && keyEvent->modifiers() == Qt::NoModifier)
         return true;
+    // Backspace alone clears the field: an empty sequence.
+    if (key == Qt::Key_Backspace && keyEvent->modifiers() == Qt::NoModifier) {
+        emit keySequenceRecorded(QString());
+        return true;
+    }
     const QKeySequence sequence(static_cast<int>(keyEvent->modifiers() & ~Qt::KeypadModifier) | key);
     emit keySequenceRecorded(sequence.toString(QKeySequence::PortableText));
     return true;

@@ -7,7 +7,7 @@ namespace VCam {
 // Installed as event filter on the main window. While recording, it takes
 // the next key combination the user presses (for a hotkey field) and
 // reports it as portable key sequence text instead of letting the window
-// handle it. Escape cancels.
+// handle it. Escape cancels; Backspace reports an empty sequence (clear).
 class KeyHelper : public QObject
 {
     Q_OBJECT

@@ -75,6 +75,34 @@ Rectangle {
                 wrapMode: Text.WordWrap
             }
         }
+        // For lenses that react to events: what a stream event would do.
+        // Two short lines, so the lens's name keeps its room.
+        Rectangle {
+            objectName: "sendTestEventButton"
+            visible: card.hasLens && coreStore.isTriggerAvailable
+            implicitWidth: 76
+            implicitHeight: 38
+            radius: Style.radius
+            color: testEventMouse.containsMouse ? Style.border : Style.panelRaised
+            border.color: Style.border
+            Text {
+                anchors.centerIn: parent
+                width: parent.width - 8
+                horizontalAlignment: Text.AlignHCenter
+                wrapMode: Text.WordWrap
+                text: qsTr("Send test event")
+                color: Style.text
+                font.pixelSize: Style.fontSmall
+                font.weight: Font.DemiBold
+            }
+            MouseArea {
+                id: testEventMouse
+                anchors.fill: parent
+                hoverEnabled: true
+                cursorShape: Qt.PointingHandCursor
+                onClicked: actionProvider.emulateExternalEvent()
+            }
+        }
         AccentButton {
             visible: card.hasLens
             primary: false

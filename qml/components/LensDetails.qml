@@ -121,6 +121,16 @@ Popup {
             }
         }
 
+        ShortcutRecorder {
+            objectName: "lensShortcut"
+            Layout.fillWidth: true
+            title: qsTr("Shortcut")
+            description: qsTr("Switches to this lens from any program.")
+            sequence: { applicationStore.toggleLensShortcut; return applicationStore.getLensShortcut(details.lensId) }
+            problem: { sequence; return applicationStore.shortcutProblem(sequence) }
+            onRecorded: actionProvider.setLensShortcut(details.lensId, keys)
+        }
+
         ColumnLayout {
             Layout.fillWidth: true
             visible: details.reportState === "form"

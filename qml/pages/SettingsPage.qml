@@ -77,6 +77,8 @@ Item {
             }
 
             LensSettings { Layout.fillWidth: true }
+
+            ShortcutSettings { Layout.fillWidth: true }
         }
     }
 }

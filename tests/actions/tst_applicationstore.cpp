@@ -1,28 +1,85 @@
+#include <QProcess>
 #include <QSignalSpy>
 #include <QtTest>
 #include <applicationstore.h>
 #include <collectingstore.h>
 #include <dispatcher.h>
 #include <globalshortcut.h>
+#include <ikeyboardshortcutmanager.h>
+#include <iupdateservice.h>
+#include <lenscommand.h>
 #include <metatypes.h>
-#include <popupmessage.h>
 
 using namespace VCam;
 using nlohmann::json;
 
-// The store as the application builds it today: the hotkey and update
-// services are not there yet, so their parts of the settings section must
-// pass through untouched.
+namespace {
+
+// Records what the store asks of the hotkey service.
+class RecordingShortcuts : public IKeyboardShortcutManager
+{
+public:
+    QMap<int, QKeySequence> roles;
+    QMap<QString, QKeySequence> lenses;
+    json loaded;
+
+    void setShortcut(ShortcutRole role, const QKeySequence &s) override { roles[int(role)] = s; }
+    void removeShortcut(ShortcutRole role) override { roles.remove(int(role)); }
+    QKeySequence shortcut(ShortcutRole role) const override { return roles.value(int(role)); }
+    void setLensShortcut(const LensId &id, const QKeySequence &s) override { lenses[id] = s; }
+    void removeLensShortcut(const LensId &id) override { lenses.remove(id); }
+    QKeySequence lensShortcut(const LensId &id) const override { return lenses.value(id); }
+    bool isAvailable(const QKeySequence &s) const override
+    {
+        return !roles.values().contains(s) && !lenses.values().contains(s);
+    }
+    void loadSettings(const json &shortcuts) override { loaded = shortcuts; }
+    json saveSettings() const override { return {{"role_shortcuts", json::array()}}; }
+    bool isSystemWide() const override { return true; }
+    QString unavailableReason() const override { return {}; }
+    QString problem(const QKeySequence &) const override { return {}; }
+};
+
+// Records what the store asks of the update check; starts when told to.
+class RecordingUpdates : public IUpdateService
+{
+public:
+    QList<bool> checks;
+    QString skipped;
+    json skip;
+    bool startCalled = false;
+
+    void start() override { startCalled = true; }
+    void checkForUpdates(bool userRequested) override { checks << userRequested; }
+    json skipVersion() const override { return skip; }
+    void setSkipVersion(const json &version) override { skip = version; }
+    void skipVersionText(const QString &version) override { skipped = version; }
+    QString currentVersion() const override { return "1.2.0.0"; }
+};
+
+} // namespace
+
 class TestApplicationStore : public QObject
 {
     Q_OBJECT
     std::shared_ptr<Bureau::Dispatcher> dispatcher;
+    std::shared_ptr<RecordingShortcuts> shortcuts;
+    std::shared_ptr<RecordingUpdates> updates;
     std::shared_ptr<ApplicationStore> store;
     std::shared_ptr<CollectingStore> collector;
 
     void send(ActionType type, QVariant payload = {})
     {
         store->process(std::make_shared<Bureau::Action>(int(type), payload));
+    }
+    QList<int> dispatchedTypes()
+    {
+        QCoreApplication::processEvents();
+        QList<int> types;
+        for (const auto &a : collector->actions)
+            types << a->type;
+        collector->actions.clear();
+        return types;
     }
 
 private slots:
@@ -31,7 +88,9 @@ private slots:
     void init()
     {
         dispatcher = std::make_shared<Bureau::Dispatcher>();
-        store = std::make_shared<ApplicationStore>(dispatcher, nullptr, nullptr);
+        shortcuts = std::make_shared<RecordingShortcuts>();
+        updates = std::make_shared<RecordingUpdates>();
+        store = std::make_shared<ApplicationStore>(dispatcher, shortcuts, updates);
         collector = std::make_shared<CollectingStore>();
         dispatcher->addStore(collector);
         dispatcher->start();
@@ -46,6 +105,7 @@ private slots:
         QCOMPARE(store->alwaysShowGlintcode(), true);
         store->loadSettings(json::array()); // not even an object
         QCOMPARE(store->mirrorPreview(), true);
+        QVERIFY(shortcuts->loaded.is_object());
     }
 
     void unchangedValuesEmitNothing()
@@ -66,26 +126,19 @@ private slots:
         QCOMPARE(store->currentPage(), 1);
     }
 
-    void settingsOfAbsentServicesSurviveARoundTrip()
+    void settingsRoundTrip()
     {
-        const json shortcuts = {{"role_shortcuts", {{{"role", 1}, {"sequence", "Ctrl+L"}}}}};
-        const json skip = {{"major", 1}, {"minor", 3}, {"patch", 0}, {"build", 0}};
-        store->loadSettings(json{{"shortcuts", shortcuts}, {"skip_version", skip}});
+        updates->skip = json{{"major", 1}, {"minor", 3}, {"patch", 0}, {"build", 0}};
         send(ActionType::SetAlwaysShowGlintcode, false);
         const json saved = store->saveSettings();
-        QCOMPARE(saved["shortcuts"], shortcuts);
-        QCOMPARE(saved["skip_version"], skip);
         QCOMPARE(saved["always_show_glintcode"], json(false));
+        QCOMPARE(saved["skip_version"]["minor"], json(3));
+        QVERIFY(saved["shortcuts"].contains("role_shortcuts"));
 
         auto other = std::make_shared<ApplicationStore>(dispatcher, nullptr, nullptr);
         other->loadSettings(saved);
         QCOMPARE(other->alwaysShowGlintcode(), false);
-        QCOMPARE(other->saveSettings(), saved);
-        // Without hotkeys a shortcut request changes nothing that is saved.
-        QTest::ignoreMessage(QtWarningMsg, QRegularExpression("Global hotkeys are not available"));
-        other->process(std::make_shared<Bureau::Action>(
-            int(ActionType::SetGlobalShortcut),
-            QVariant::fromValue(GlobalShortcut{ShortcutRole::ToggleLens, QKeySequence("Ctrl+K")})));
+        // Without the services their parts of the section come back unchanged.
         QCOMPARE(other->saveSettings(), saved);
     }
 
@@ -103,20 +156,109 @@ private slots:
         QCOMPARE(info.count(), 0);
     }
 
-    void startTellsTheCameraStoreTheSavedCodeImagePreference()
+    void unfavouritingOrTakingDownRemovesTheLensHotkey()
     {
-        QSignalSpy started(store.get(), &ApplicationStore::started);
-        store->start();
-        QCOMPARE(started.count(), 1);
+        shortcuts->lenses["a"] = QKeySequence("Ctrl+1");
+        shortcuts->lenses["b"] = QKeySequence("Ctrl+2");
+        LensCommand favorite;
+        favorite.lensId = "a";
+        favorite.enabled = true;
+        send(ActionType::SetLensFavorite, QVariant::fromValue(favorite));
+        QVERIFY(shortcuts->lenses.contains("a"));
+        favorite.enabled = false;
+        send(ActionType::SetLensFavorite, QVariant::fromValue(favorite));
+        QVERIFY(!shortcuts->lenses.contains("a"));
+        send(ActionType::TakeDownLens, QString("b"));
+        QVERIFY(shortcuts->lenses.isEmpty());
+    }
+
+    void hotkeysReachTheShortcutService()
+    {
+        QSignalSpy changed(store.get(), &ApplicationStore::shortcutChanged);
+        send(ActionType::SetGlobalShortcut,
+             QVariant::fromValue(GlobalShortcut{ShortcutRole::ToggleLens, QKeySequence("Ctrl+Shift+L")}));
+        QCOMPARE(changed.count(), 1);
+        QCOMPARE(store->toggleLensShortcut(), QString("Ctrl+Shift+L"));
+        QVERIFY(!store->isShortcutAvailible("Ctrl+Shift+L"));
+        QVERIFY(store->isShortcutAvailible("Ctrl+Shift+K"));
+    }
+
+    void shortcutRolesDispatchTheirActions()
+    {
+        QSignalSpy triggered(store.get(), &ApplicationStore::shortcutTriggered);
+        emit shortcuts->shortcutActivated(ShortcutRole::ToggleLens);
+        emit shortcuts->shortcutActivated(ShortcutRole::ToggleGlintcode);
+        emit shortcuts->shortcutActivated(ShortcutRole::ExternalEvent);
+        emit shortcuts->shortcutActivated(ShortcutRole::TapEvent);
+        emit shortcuts->shortcutActivated(ShortcutRole::EmulateSubscription);
+        QCOMPARE(triggered.count(), 5);
+        QCoreApplication::processEvents();
+        QCOMPARE(collector->actions[0]->payload.value<LensActionContext>(), LensActionContext::Shortcut);
+        QCOMPARE(dispatchedTypes(),
+                 QList<int>({int(ActionType::ToggleLens), int(ActionType::ToggleGlintcode),
+                             int(ActionType::EmulateExternalEvent), int(ActionType::EmulateSubscribeEvent)}));
+        emit shortcuts->lensShortcutActivated("lens7");
+        QCoreApplication::processEvents();
+        QCOMPARE(collector->actions.size(), 1);
+        QCOMPARE(collector->actions[0]->payload.value<LensCommand>().lensId, QString("lens7"));
+    }
+
+    void updateChecksFollowTheActions()
+    {
         store->loadSettings(json{{"always_show_glintcode", false}});
         send(ActionType::Started);
-        send(ActionType::CheckForUpdates); // no update service: nothing happens
+        // The saved code-image preference goes out to the camera store.
         QCoreApplication::processEvents();
         QCOMPARE(collector->actions.size(), 1);
         QCOMPARE(collector->actions[0]->type, int(ActionType::SetAlwaysShowGlintcode));
         QCOMPARE(collector->actions[0]->payload.toBool(), false);
+        collector->actions.clear();
+        send(ActionType::CheckForUpdates);
+        send(ActionType::SkipUpdate, QString("2.0.0.1"));
+        QCOMPARE(updates->checks, QList<bool>({false, true}));
+        QCOMPARE(updates->skipped, QString("2.0.0.1"));
+        QSignalSpy available(store.get(), &ApplicationStore::latestVersionAvailable);
+        emit updates->latestVersionAvailable("2.0.0.0", "Faster");
+        emit updates->latestVersionUrlAvailable(QUrl("http://x/y"));
+        QCOMPARE(available.count(), 1);
+        QCOMPARE(store->latestVersion(), QString("2.0.0.0"));
+        QCOMPARE(store->releaseNotes(), QString("Faster"));
+        QCOMPARE(store->latestVersionUrl(), QString("http://x/y"));
+    }
+
+    void storeStartsWhenItsUpdateServiceHasStarted()
+    {
+        QSignalSpy started(store.get(), &ApplicationStore::started);
+        store->start();
+        QVERIFY(updates->startCalled);
+        QCOMPARE(started.count(), 0);
+        emit updates->started();
+        QCOMPARE(started.count(), 1);
+    }
+
+    void crashShortcutCrashesTheProcess()
+    {
+        if (QCoreApplication::arguments().contains("--crash-child")) {
+            emit shortcuts->shortcutActivated(ShortcutRole::Crash);
+            QFAIL("still alive after the crash shortcut");
+        }
+        QProcess child;
+        child.setProcessChannelMode(QProcess::MergedChannels);
+        child.start(QCoreApplication::applicationFilePath(),
+                    {"crashShortcutCrashesTheProcess", "--crash-child"});
+        QVERIFY(child.waitForFinished(20000));
+        QCOMPARE(child.exitStatus(), QProcess::CrashExit);
+        QVERIFY(child.readAll().contains("Crash shortcut activated!"));
     }
 };
 
-QTEST_GUILESS_MAIN(TestApplicationStore)
+int main(int argc, char **argv)
+{
+    QCoreApplication app(argc, argv);
+    TestApplicationStore test;
+    // The crash child takes an extra argument that QtTest must not see.
+    QStringList args = app.arguments();
+    args.removeAll("--crash-child");
+    return QTest::qExec(&test, args);
+}
 #include "tst_applicationstore.moc"

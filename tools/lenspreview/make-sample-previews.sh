@@ -16,6 +16,7 @@ declare -A extra=(
   [heart-eyes]="--tap 0.5,0.5@0.3"
   [party-hat]="--tap 0.5,0.5@0.3"
   [color-pop]="--tap 0.3,0.4@0.95 --tap 0.7,0.6@1.45"
+  [stream-cheers]="--event donate@0.3 --event subscribe@0.5"
 )
 
 for dir in "$lenses"/*/; do
