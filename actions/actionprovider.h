@@ -67,6 +67,7 @@ public:
     Q_INVOKABLE void setMirrorPreview(bool value);
     Q_INVOKABLE void setAlwaysShowGlintcode(bool value);
     Q_INVOKABLE void setAutomaticUpdatesEnabled(bool value);
+    Q_INVOKABLE void setUsageStatisticsEnabled(bool value);
     Q_INVOKABLE void setCacheDir(const QUrl &value);
     Q_INVOKABLE void setGlobalShortcut(VCam::ShortcutRole role, const QKeySequence &value);
     Q_INVOKABLE void setLensShortcut(const VCam::LensId &lensId, const QKeySequence &value);

@@ -17,6 +17,8 @@
 #include <QSysInfo>
 #include <actionprovider.h>
 #include <actiontypes.h>
+#include <analyticsmiddleware.h>
+#include <analyticsservice.h>
 #include <applicationstore.h>
 #include <busyindicator.h>
 #include <coreservice.h>
@@ -35,6 +37,7 @@
 #include <qmlnetworkaccessmanagerfactory.h>
 #include <qquicknonblockingpresscatcher.h>
 #include <recentslensproxymodel.h>
+#include <updateservice.h>
 
 Q_LOGGING_CATEGORY(lcApp, "glint.app")
 
@@ -67,6 +70,7 @@ void Application::init()
     createMiddlewares();
     registerWithDispatcher();
     loadSettings();
+    connectUsageStatistics();
     setupQml();
     connect(m_engine, &QQmlApplicationEngine::objectCreated, this, &Application::onObjectCreated);
     m_engine->load(QUrl(QStringLiteral("qrc:/qml/main.qml")));
@@ -116,6 +120,8 @@ void Application::createServices()
                                 .left(32));
     m_network = std::make_shared<NetworkManager>(NetworkManager::defaultBaseUrl(),
                                                  [installationId] { return installationId; });
+    m_analytics = std::make_shared<AnalyticsService>(
+        m_network.get(), QStandardPaths::writableLocation(QStandardPaths::AppConfigLocation), installationId);
 }
 
 void Application::createLensStore()
@@ -131,8 +137,8 @@ void Application::createLensStore()
 
 void Application::createStores()
 {
-    // Hotkeys and the update check are not available in this build yet; the
-    // store keeps their settings untouched until they are.
+    // Hotkeys are not available in this build yet; the store keeps their
+    // settings untouched until they are.
     createLensStore();
     m_coreStore = std::make_shared<CoreStore>(m_dispatcher, new CoreService());
     m_coreStore->setGlintcodeFetcher(
@@ -148,7 +154,9 @@ void Application::createStores()
             });
         });
     m_stores["core"] = m_coreStore;
-    m_applicationStore = std::make_shared<ApplicationStore>(m_dispatcher, nullptr, nullptr);
+    auto updates = std::make_shared<UpdateService>(m_network.get(), UpdateService::buildVersion(),
+                                                   UpdateService::defaultFallbackUrl());
+    m_applicationStore = std::make_shared<ApplicationStore>(m_dispatcher, nullptr, updates);
     m_stores["settings"] = m_applicationStore;
 }
 
@@ -157,6 +165,18 @@ void Application::createMiddlewares()
     const std::set<qint32> skip{static_cast<qint32>(ActionType::UpdateFrame),
                                 static_cast<qint32>(ActionType::GestureEvent)};
     m_middlewares.push_back(std::make_shared<LogMiddleware>(skip));
+    m_middlewares.push_back(std::make_shared<AnalyticsMiddleware>(m_analytics));
+}
+
+// The settings switch decides whether usage events are queued and sent; it
+// is read before the dispatcher starts the service.
+void Application::connectUsageStatistics()
+{
+    m_analytics->setEnabled(m_applicationStore->usageStatisticsEnabled());
+    connect(m_applicationStore.get(), &ApplicationStore::usageStatisticsEnabledChanged, m_analytics.get(),
+            [analytics = m_analytics.get(), store = m_applicationStore.get()] {
+                analytics->setEnabled(store->usageStatisticsEnabled());
+            });
 }
 
 void Application::registerWithDispatcher()
@@ -268,12 +288,14 @@ void Application::onPreviewOutputLoaded()
     if (m_firstFrameConnected)
         return;
     m_firstFrameConnected = true;
-    connect(m_coreStore.get(), &CoreStore::frameReady, this, [this] {
-        if (m_firstFrameShown)
-            return;
-        m_firstFrameShown = true;
-        qCInfo(lcApp).noquote() << QStringLiteral("First frame shown %1 ms after start").arg(m_sinceStart.elapsed());
-    });
+    connect(m_coreStore.get(), &CoreStore::frameReady, this,
+            [this] {
+                if (m_firstFrameShown)
+                    return;
+                m_firstFrameShown = true;
+                qCInfo(lcApp).noquote()
+                    << QStringLiteral("First frame shown %1 ms after start").arg(m_sinceStart.elapsed());
+            });
 }
 
 void Application::onTerminationRequested()

@@ -16,6 +16,7 @@ class Middleware;
 namespace VCam {
 
 class ActionProvider;
+class AnalyticsService;
 class ApplicationStore;
 class CoreStore;
 class PreviewOutput;
@@ -65,6 +66,7 @@ private:
     void registerQmlTypes();
     void setContextProperties();
     void createLensStore();
+    void connectUsageStatistics();
     void applyDeveloperLens();
     PreviewOutput *findPreview() const;
 
@@ -74,6 +76,7 @@ private:
     std::shared_ptr<KeyHelper> m_keyHelper;
     std::shared_ptr<LensInfoStorage> m_lensInfoStorage;
     std::shared_ptr<NetworkManager> m_network;
+    std::shared_ptr<AnalyticsService> m_analytics;
     std::shared_ptr<LensStore> m_lensStore;
     std::unique_ptr<QmlNetworkAccessManagerFactory> m_networkFactory;
     std::map<QByteArray, std::shared_ptr<Store>> m_stores;
