@@ -108,6 +108,8 @@ nlohmann::json AnalyticsStats::compute(Database &database)
             const std::string day = dayOf(plausible ? clientMs / 1000 : receivedAt);
             byType[type] = byType.value(type, 0) + 1;
             nlohmann::json &perDay = byDay[day];
+            if (!perDay.is_object())
+                perDay = nlohmann::json::object();
             perDay["total"] = perDay.value("total", 0) + 1;
             perDay[type] = perDay.value(type, 0) + 1;
         }

@@ -132,16 +132,14 @@ void AnalyticsService::reportEarlierCrash()
     Event event;
     auto *session = event.mutable_session_action();
     session->set_glint_camera_session(Gale::SESSION_CRASH);
-    session->mutable_glintcamera_event_base()->set_client_ts(QDateTime::currentMSecsSinceEpoch());
-    addEvent(std::move(event));
+    auto *base = session->mutable_glintcamera_event_base();
+    base->set_client_ts(QDateTime::currentMSecsSinceEpoch());
     // The crash belongs to the earlier session; name it when the marker
     // holds a session id of ours.
     static const QRegularExpression uuid(QStringLiteral("^[0-9a-f-]{36}$"));
-    if (uuid.match(earlier).hasMatch()) {
-        QMutexLocker lock(&m_mutex);
-        if (!m_pending.empty())
-            baseOf(m_pending.back())->set_app_session_id(earlier.toStdString());
-    }
+    if (uuid.match(earlier).hasMatch())
+        base->set_app_session_id(earlier.toStdString());
+    addEvent(std::move(event));
 }
 
 void AnalyticsService::markSessionRunning()

@@ -50,7 +50,8 @@ class TestUpdateNotice : public QObject
         env.insert("GLINT_ANALYTICS_URL", server.baseUrl() + "/analytics");
         env.insert("GLINT_UPDATE_PAGE_URL", server.baseUrl().chopped(6) + "/download");
         app.setProcessEnvironment(env);
-        app.start(program, {});
+        app.setProgram(program);
+        app.start();
         QElapsedTimer clock;
         clock.start();
         while (clock.elapsed() < 30000 && app.state() != QProcess::NotRunning) {

@@ -165,7 +165,7 @@ private slots:
         response.body = body;
         response.contentType = type;
         backend.route("/vc/v1/update/latest", response);
-        backend.route("/vc/v1/update/download", 200, R"({"url": "http://127.0.0.1:1/x"})");
+        backend.route("/vc/v1/update/download", 200, "{\"url\": \"http://127.0.0.1:1/x\"}");
         MessageLog log("glint.update");
         Check check(backend.url("/vc/v1"), "1.2.0.0");
         QCOMPARE(check.run(true, 800), QString());
@@ -191,7 +191,7 @@ private slots:
     {
         HttpFixture backend;
         backend.route("/vc/v1/update/latest", 200, R"({"version": "9.0.0.0", "notes": ""})");
-        backend.route("/vc/v1/update/download", 200, R"({"url": "file:///etc/passwd"})");
+        backend.route("/vc/v1/update/download", 200, "{\"url\": \"file:///etc/passwd\"}");
         Check check(backend.url("/vc/v1"), "1.2.0.0");
         QCOMPARE(check.run(false), QStringLiteral("9.0.0.0"));
         QCOMPARE(check.url, kFallback);
