@@ -67,7 +67,6 @@ public:
     Q_INVOKABLE void setMirrorPreview(bool value);
     Q_INVOKABLE void setAlwaysShowGlintcode(bool value);
     Q_INVOKABLE void setAutomaticUpdatesEnabled(bool value);
-    Q_INVOKABLE void setUsageStatisticsEnabled(bool value);
     Q_INVOKABLE void setCacheDir(const QUrl &value);
     Q_INVOKABLE void setGlobalShortcut(VCam::ShortcutRole role, const QKeySequence &value);
     Q_INVOKABLE void setLensShortcut(const VCam::LensId &lensId, const QKeySequence &value);
@@ -84,6 +83,8 @@ public:
     Q_INVOKABLE void emulateSubscriptionEvent();
     Q_INVOKABLE void checkForUpdates();
     Q_INVOKABLE void skipUpdate(const QString &version);
+    // Operations of this build beyond the common vocabulary.
+    Q_INVOKABLE void setUsageStatisticsEnabled(bool value);
 
     // The same as the invokable form, for services that hold byte strings.
     void externalEvent(const std::string &type, const std::string &data);

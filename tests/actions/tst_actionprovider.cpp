@@ -101,19 +101,20 @@ private slots:
                                       "emulateExternalEvent",
                                       "emulateSubscriptionEvent",
                                       "checkForUpdates",
-                                      "skipUpdate"};
+                                      "skipUpdate",
+                                      "setUsageStatisticsEnabled"};
         QStringList offered;
         const QMetaObject &meta = ActionProvider::staticMetaObject;
         for (int i = meta.methodOffset(); i < meta.methodCount(); ++i)
             offered << QString::fromLatin1(meta.method(i).name());
-        QCOMPARE(offered.size(), 53);
+        QCOMPARE(offered.size(), 54);
         QCOMPARE(offered, expected);
     }
 
     void enumerationKeysKeepTheirDeliberateSpelling()
     {
         const QMetaEnum types = QMetaEnum::fromType<ActionType>();
-        QCOMPARE(types.keyCount(), 60);
+        QCOMPARE(types.keyCount(), 61);
         for (int i = 0; i < types.keyCount(); ++i)
             QCOMPARE(types.value(i), i);
         QCOMPARE(types.valueToKey(29), "setTwitchSubscriptionReactionEnabled");
