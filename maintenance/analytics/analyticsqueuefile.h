@@ -15,7 +15,7 @@ class AnalyticsQueueFile
 {
 public:
     using Event = com::parlo::analytics::gale::GlintcameraEvent;
-    static constexpr qint32 kMaxRecordBytes = 64 * 1024;
+    static constexpr qint32 kMaxRecordBytes = 4096; // events are about 100 bytes
 
     // Appends at most maxEvents events from the file to events. A missing
     // or unreadable file logs "Failed to load analytics events: " and the

@@ -257,7 +257,7 @@ private slots:
         rig.start();
         for (int i = 0; i < 30; ++i) {
             rig.send(ActionType::NotifySearchOpened);
-            QTest::qWait(20);
+            QTest::qWait(5); // spread over a tenth of the interval
         }
         QVERIFY(waitFor([&] { return storedEvents(server).size() == 30; }));
         QTest::qWait(3200); // two more intervals: nothing else may come
@@ -337,6 +337,33 @@ private slots:
         const Event crash = storedEvents(server).back();
         QCOMPARE(nameOf(crash), QStringLiteral("SESSION_CRASH"));
         QCOMPARE(baseOf(crash).app_session_id(), secondSession.toStdString());
+    }
+
+    void sessionContinuesWhileRunningAndEndsAtTheStop()
+    {
+        HttpFixture backend;
+        backend.route("/analytics", 200, "{}");
+        QTemporaryDir folder;
+        Rig rig(backend.url("/vc/v1"), backend.url("/analytics"), folder.path(), 100);
+        rig.middleware->setSessionInterval(150);
+        rig.start();
+        rig.send(ActionType::SetAlwaysShowGlintcode, false);
+        rig.send(ActionType::Started);
+        QVERIFY(waitFor([&] { return backend.count("/analytics") >= 3; }));
+        rig.dispatcher->stop();
+        rig.running = false;
+        std::vector<Event> events;
+        for (const auto &request : backend.received())
+            for (const Event &event : decodeBatch(request.body))
+                events.push_back(event);
+        AnalyticsQueueFile::load(rig.service->queuePath(), events, 100);
+        const QStringList names = namesOf(events);
+        QCOMPARE(names.first(), QStringLiteral("SESSION_START"));
+        QVERIFY(names.count("SESSION_CONTINUE") >= 2);
+        // The end is kept for the next run, not sent while the program quits.
+        QCOMPARE(names.last(), QStringLiteral("SESSION_END"));
+        QCOMPARE(names.count("SESSION_END"), 1);
+        QVERIFY(!events.front().session_action().with_glintcode_enabled());
     }
 
     void refusedUploadsKeepTheEvents()
