@@ -229,6 +229,11 @@ void ActionProvider::setAutomaticUpdatesEnabled(bool value)
     dispatch(ActionType::SetAutomaticUpdatesEnabled, value);
 }
 
+void ActionProvider::setUsageStatisticsEnabled(bool value)
+{
+    dispatch(ActionType::SetUsageStatisticsEnabled, value);
+}
+
 void ActionProvider::setCacheDir(const QUrl &value)
 {
     dispatch(ActionType::SetCacheDir, value);

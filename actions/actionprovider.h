@@ -83,6 +83,8 @@ public:
     Q_INVOKABLE void emulateSubscriptionEvent();
     Q_INVOKABLE void checkForUpdates();
     Q_INVOKABLE void skipUpdate(const QString &version);
+    // Operations of this build beyond the common vocabulary.
+    Q_INVOKABLE void setUsageStatisticsEnabled(bool value);
 
     // The same as the invokable form, for services that hold byte strings.
     void externalEvent(const std::string &type, const std::string &data);

@@ -69,6 +69,7 @@ enum class ActionType : qint32 {
     SkipUpdate = 57,
     NotifyFavoriteLensesCounted = 58,
     NotifyStreamStateUpdated = 59,
+    SetUsageStatisticsEnabled = 60,
 };
 Q_ENUM_NS(ActionType)
 

@@ -22,6 +22,7 @@ const char *const kMirrorPreview = "mirror_preview";
 const char *const kAlwaysShowGlintcode = "always_show_glintcode";
 const char *const kAutomaticUpdates = "automatic_updates";
 const char *const kShowOnboarding = "show_onboarding";
+const char *const kUsageStatistics = "send_usage_statistics";
 } // namespace
 
 ApplicationStore::ApplicationStore(std::shared_ptr<Bureau::Dispatcher> dispatcher,
@@ -69,7 +70,7 @@ void ApplicationStore::process(std::shared_ptr<Bureau::Action> action)
     const QVariant &payload = action->payload;
     switch (static_cast<ActionType>(action->type)) {
     case ActionType::Started:
-        if (m_updates)
+        if (m_updates && m_automaticUpdatesEnabled)
             m_updates->checkForUpdates(false);
         // The camera store draws the code image only when told to; tell it
         // what the saved preference says.
@@ -105,6 +106,9 @@ void ApplicationStore::process(std::shared_ptr<Bureau::Action> action)
         break;
     case ActionType::SetAutomaticUpdatesEnabled:
         setAutomaticUpdates(payload.toBool());
+        break;
+    case ActionType::SetUsageStatisticsEnabled:
+        setUsageStatisticsEnabled(payload.toBool());
         break;
     case ActionType::SetGlobalShortcut: {
         const auto shortcut = payload.value<GlobalShortcut>();
@@ -155,6 +159,8 @@ void ApplicationStore::loadSettings(const nlohmann::json &section)
             &ApplicationStore::automaticUpdatesEnabledChanged);
     setFlag(m_showOnboarding, settingsBool(section, kShowOnboarding, true),
             &ApplicationStore::showOnboardingChanged);
+    setFlag(m_usageStatisticsEnabled, settingsBool(section, kUsageStatistics, true),
+            &ApplicationStore::usageStatisticsEnabledChanged);
     emit shortcutChanged();
 }
 
@@ -169,6 +175,7 @@ nlohmann::json ApplicationStore::saveSettings() const
     section[kAlwaysShowGlintcode] = m_alwaysShowGlintcode;
     section[kAutomaticUpdates] = m_automaticUpdatesEnabled;
     section[kShowOnboarding] = m_showOnboarding;
+    section[kUsageStatistics] = m_usageStatisticsEnabled;
     return section;
 }
 
@@ -193,6 +200,11 @@ void ApplicationStore::setAlwaysShowGlintcode(bool alwaysShowGlintcode)
 void ApplicationStore::setAutomaticUpdates(bool value)
 {
     setFlag(m_automaticUpdatesEnabled, value, &ApplicationStore::automaticUpdatesEnabledChanged);
+}
+
+void ApplicationStore::setUsageStatisticsEnabled(bool value)
+{
+    setFlag(m_usageStatisticsEnabled, value, &ApplicationStore::usageStatisticsEnabledChanged);
 }
 
 void ApplicationStore::setShowOnboarding(bool show)

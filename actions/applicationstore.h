@@ -28,6 +28,7 @@ class ApplicationStore : public Store
     Q_PROPERTY(
         bool automaticUpdatesEnabled READ automaticUpdatesEnabled NOTIFY automaticUpdatesEnabledChanged)
     Q_PROPERTY(bool alwaysShowGlintcode READ alwaysShowGlintcode NOTIFY alwaysShowGlintcodeChanged)
+    Q_PROPERTY(bool usageStatisticsEnabled READ usageStatisticsEnabled NOTIFY usageStatisticsEnabledChanged)
     Q_PROPERTY(QString toggleLensShortcut READ toggleLensShortcut NOTIFY shortcutChanged)
     Q_PROPERTY(QString showHideGlintCodeShortcut READ showHideGlintCodeShortcut NOTIFY shortcutChanged)
     Q_PROPERTY(QString externalTriggerShortcut READ externalTriggerShortcut NOTIFY shortcutChanged)
@@ -53,6 +54,7 @@ public:
     bool showOnboarding() const { return m_showOnboarding; }
     bool automaticUpdatesEnabled() const { return m_automaticUpdatesEnabled; }
     bool alwaysShowGlintcode() const { return m_alwaysShowGlintcode; }
+    bool usageStatisticsEnabled() const { return m_usageStatisticsEnabled; }
     QString toggleLensShortcut() const;
     QString showHideGlintCodeShortcut() const;
     QString externalTriggerShortcut() const;
@@ -83,6 +85,7 @@ public slots:
     void setMirrorPreview(bool mirror);
     void setAlwaysShowGlintcode(bool alwaysShowGlintcode);
     void setAutomaticUpdates(bool value);
+    void setUsageStatisticsEnabled(bool value);
     void setShortcut(VCam::ShortcutRole role, const QKeySequence &sequence);
     void removeShortcut(VCam::ShortcutRole role);
     void setLensShortcut(const VCam::LensId &lensId, const QKeySequence &sequence);
@@ -103,6 +106,7 @@ signals:
     void showOnboardingChanged();
     void automaticUpdatesEnabledChanged();
     void alwaysShowGlintcodeChanged();
+    void usageStatisticsEnabledChanged();
     void shortcutChanged();
     void currentPageChanged();
     void latestVersionChanged();
@@ -127,6 +131,7 @@ private:
     bool m_alwaysShowGlintcode = true;
     bool m_showOnboarding = true;
     bool m_automaticUpdatesEnabled = true;
+    bool m_usageStatisticsEnabled = true;
     int m_currentPage = MainPage;
     QString m_latestVersion;
     QString m_releaseNotes;

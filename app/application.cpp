@@ -18,6 +18,8 @@
 #include <QSysInfo>
 #include <actionprovider.h>
 #include <actiontypes.h>
+#include <analyticsmiddleware.h>
+#include <analyticsservice.h>
 #include <applicationstore.h>
 #include <busyindicator.h>
 #include <coreservice.h>
@@ -41,6 +43,7 @@
 #include <recentslensproxymodel.h>
 #include <twitchservice.h>
 #include <twitchstore.h>
+#include <updateservice.h>
 
 Q_LOGGING_CATEGORY(lcApp, "glint.app")
 
@@ -73,6 +76,7 @@ void Application::init()
     createMiddlewares();
     registerWithDispatcher();
     loadSettings();
+    connectUsageStatistics();
     setupQml();
     connect(m_engine, &QQmlApplicationEngine::objectCreated, this, &Application::onObjectCreated);
     m_engine->load(QUrl(QStringLiteral("qrc:/qml/main.qml")));
@@ -123,6 +127,8 @@ void Application::createServices()
                                 .left(32));
     m_network = std::make_shared<NetworkManager>(NetworkManager::defaultBaseUrl(),
                                                  [installationId] { return installationId; });
+    m_analytics = std::make_shared<AnalyticsService>(
+        m_network.get(), QStandardPaths::writableLocation(QStandardPaths::AppConfigLocation), installationId);
 }
 
 void Application::createLensStore()
@@ -138,8 +144,6 @@ void Application::createLensStore()
 
 void Application::createStores()
 {
-    // The update check is not available in this build yet; the store keeps
-    // its settings untouched until it is.
     createLensStore();
     m_coreStore = std::make_shared<CoreStore>(m_dispatcher, new CoreService());
     m_coreStore->setGlintcodeFetcher(
@@ -163,7 +167,9 @@ void Application::createStores()
             [helper = m_keyHelper.get(), manager = m_shortcutManager.get()] {
                 manager->setSuspended(helper->recording());
             });
-    m_applicationStore = std::make_shared<ApplicationStore>(m_dispatcher, m_shortcutManager, nullptr);
+    auto updates = std::make_shared<UpdateService>(m_network.get(), UpdateService::buildVersion(),
+                                                   UpdateService::defaultFallbackUrl());
+    m_applicationStore = std::make_shared<ApplicationStore>(m_dispatcher, m_shortcutManager, updates);
     m_stores["settings"] = m_applicationStore;
     m_stores["externalEvents"] = std::make_shared<ExternalEventsStore>(m_actionProvider);
     createTwitchStore();
@@ -181,10 +187,22 @@ void Application::createMiddlewares()
     const std::set<qint32> skip{static_cast<qint32>(ActionType::UpdateFrame),
                                 static_cast<qint32>(ActionType::GestureEvent)};
     m_middlewares.push_back(std::make_shared<LogMiddleware>(skip));
+    m_middlewares.push_back(std::make_shared<AnalyticsMiddleware>(m_analytics));
     m_middlewares.push_back(std::make_shared<SettingsSaveMiddleware>(skip, [this] {
         if (!m_closing)
             saveSettings();
     }));
+}
+
+// The settings switch decides whether usage events are queued and sent; it
+// is read before the dispatcher starts the service.
+void Application::connectUsageStatistics()
+{
+    m_analytics->setEnabled(m_applicationStore->usageStatisticsEnabled());
+    connect(m_applicationStore.get(), &ApplicationStore::usageStatisticsEnabledChanged, m_analytics.get(),
+            [analytics = m_analytics.get(), store = m_applicationStore.get()] {
+                analytics->setEnabled(store->usageStatisticsEnabled());
+            });
 }
 
 void Application::registerWithDispatcher()

@@ -16,6 +16,7 @@ class Middleware;
 namespace VCam {
 
 class ActionProvider;
+class AnalyticsService;
 class ApplicationStore;
 class CoreStore;
 class PreviewOutput;
@@ -69,6 +70,7 @@ private:
     void setContextProperties();
     void createLensStore();
     void createTwitchStore();
+    void connectUsageStatistics();
     void applyDeveloperLens();
     PreviewOutput *findPreview() const;
 
@@ -80,6 +82,7 @@ private:
     std::shared_ptr<LensInfoStorage> m_lensInfoStorage;
     std::shared_ptr<NetworkManager> m_network;
     std::shared_ptr<KeychainComponent> m_keychain;
+    std::shared_ptr<AnalyticsService> m_analytics;
     std::shared_ptr<LensStore> m_lensStore;
     std::unique_ptr<QmlNetworkAccessManagerFactory> m_networkFactory;
     std::map<QByteArray, std::shared_ptr<Store>> m_stores;

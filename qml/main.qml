@@ -60,4 +60,10 @@ ApplicationWindow {
         anchors.fill: parent
         visible: applicationStore.showOnboarding
     }
+
+    UpdateNotice {
+        anchors.right: parent.right
+        anchors.bottom: parent.bottom
+        anchors.margins: Style.margin
+    }
 }

@@ -268,10 +268,14 @@ std::string ServerConfig::helpText(const std::string &program)
            "       " +
            program +
            " remove [options] <lens id>...\n"
+           "       " +
+           program +
+           " stats [options]\n"
            "\n"
            "Serves the Glint Camera lens catalogue under /vc/v1. The import command packs,\n"
            "signs and registers lens folders in the data directory and exits; feature and\n"
-           "unfeature edit the featured list; remove takes lenses out of the catalogue.\n"
+           "unfeature edit the featured list; remove takes lenses out of the catalogue;\n"
+           "stats prints, as JSON, the stored usage events counted per type and per day.\n"
            "\n"
            "Options (a JSON configuration file may set the same keys without dashes):\n"
            "  --config FILE               read options from a JSON file first\n"

@@ -324,6 +324,10 @@ void NetworkManager::handleNetworkReply(QNetworkReply *reply)
     }
     if (status == 429) {
         emit error(kTooManyRequests);
+        // A turned-away analytics batch must still be reported as failed, or
+        // its events would wait for an answer that never comes.
+        if (call.getType() == RequestType::Analytics)
+            call.complete(status, QByteArray(), kTooManyRequests);
         return;
     }
     switch (call.getType()) {

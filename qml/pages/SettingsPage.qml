@@ -54,6 +54,14 @@ Item {
                 checked: applicationStore.automaticUpdatesEnabled
                 onToggled: actionProvider.setAutomaticUpdatesEnabled(value)
             }
+            SettingToggle {
+                objectName: "usageStatistics"
+                Layout.fillWidth: true
+                title: qsTr("Send anonymous usage statistics")
+                description: qsTr("Which lenses are used and from where, which pages are opened, and when a session starts and ends. Never your picture, your name or your accounts.")
+                checked: applicationStore.usageStatisticsEnabled
+                onToggled: actionProvider.setUsageStatisticsEnabled(value)
+            }
 
             Rectangle {
                 Layout.fillWidth: true
@@ -68,6 +76,11 @@ Item {
                         Layout.fillWidth: true
                         text: qsTr("Version %1").arg(applicationStore.currentVersion)
                         color: Style.textMuted
+                    }
+                    AccentButton {
+                        objectName: "checkForUpdates"
+                        text: qsTr("Check for updates")
+                        onClicked: actionProvider.checkForUpdates()
                     }
                     AccentButton {
                         text: qsTr("Show introduction")

@@ -226,6 +226,24 @@ private slots:
         QCOMPARE(store->latestVersionUrl(), QString("http://x/y"));
     }
 
+    void automaticCheckOnlyWhenAllowedAndStatisticsSwitchIsSaved()
+    {
+        store->loadSettings(json{{"automatic_updates", false}, {"send_usage_statistics", false}});
+        QCOMPARE(store->usageStatisticsEnabled(), false);
+        send(ActionType::Started);
+        QVERIFY(updates->checks.isEmpty());
+        send(ActionType::CheckForUpdates); // the user may always ask
+        QCOMPARE(updates->checks, QList<bool>({true}));
+
+        QSignalSpy changed(store.get(), &ApplicationStore::usageStatisticsEnabledChanged);
+        send(ActionType::SetUsageStatisticsEnabled, true);
+        send(ActionType::SetUsageStatisticsEnabled, true);
+        QCOMPARE(changed.count(), 1);
+        QCOMPARE(store->saveSettings()["send_usage_statistics"], json(true));
+        store->loadSettings(json::object());
+        QCOMPARE(store->usageStatisticsEnabled(), true); // on unless switched off
+    }
+
     void storeStartsWhenItsUpdateServiceHasStarted()
     {
         QSignalSpy started(store.get(), &ApplicationStore::started);
