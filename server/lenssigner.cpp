@@ -11,6 +11,7 @@
 #include <openssl/param_build.h>
 #include <openssl/pem.h>
 #include <openssl/x509.h>
+#include <orb/signaturecheck.h>
 #include <vector>
 
 namespace fs = std::filesystem;
@@ -67,71 +68,6 @@ std::string sha384(const std::string &message)
     unsigned int length = 0;
     EVP_Digest(message.data(), message.size(), digest, &length, EVP_sha384(), nullptr);
     return std::string(reinterpret_cast<char *>(digest), length);
-}
-
-// One INTEGER of an ECDSA-Sig-Value: tag 0x02, a short length, the value
-// with at most one leading zero skipped. Advances pos past the element.
-bool readInteger(const std::string &der, size_t &pos, std::string &value)
-{
-    if (pos + 2 > der.size() || static_cast<unsigned char>(der[pos]) != 0x02)
-        return false;
-    size_t length = static_cast<unsigned char>(der[pos + 1]);
-    pos += 2;
-    if (length == 0 || pos + length > der.size())
-        return false;
-    if (der[pos] == 0 && length > 1) {
-        ++pos;
-        --length;
-    }
-    value = der.substr(pos, length);
-    pos += length;
-    return true;
-}
-
-bool parseSignature(const std::string &der, std::string &r, std::string &s)
-{
-    if (der.size() < 3 || static_cast<unsigned char>(der[0]) != 0x30)
-        return false;
-    if (static_cast<size_t>(static_cast<unsigned char>(der[1])) + 2 > der.size())
-        return false;
-    size_t pos = 2;
-    if (der.size() - pos < 4)
-        return false;
-    if (!readInteger(der, pos, r) || r.size() >= 49)
-        return false;
-    return readInteger(der, pos, s) && s.size() < 49;
-}
-
-EVP_PKEY *publicKeyFromPoint(const std::string &point)
-{
-    OSSL_PARAM_BLD *builder = OSSL_PARAM_BLD_new();
-    OSSL_PARAM_BLD_push_utf8_string(builder, OSSL_PKEY_PARAM_GROUP_NAME, "secp384r1", 0);
-    OSSL_PARAM_BLD_push_octet_string(builder, OSSL_PKEY_PARAM_PUB_KEY, point.data(), point.size());
-    OSSL_PARAM *params = OSSL_PARAM_BLD_to_param(builder);
-    EVP_PKEY_CTX *ctx = EVP_PKEY_CTX_new_from_name(nullptr, "EC", nullptr);
-    EVP_PKEY *key = nullptr;
-    if (ctx && EVP_PKEY_fromdata_init(ctx) == 1)
-        EVP_PKEY_fromdata(ctx, &key, EVP_PKEY_PUBLIC_KEY, params);
-    EVP_PKEY_CTX_free(ctx);
-    OSSL_PARAM_free(params);
-    OSSL_PARAM_BLD_free(builder);
-    return key;
-}
-
-// Re-encodes (r, s) canonically so that OpenSSL verifies exactly the two
-// numbers the hand parser accepted.
-std::string encodeSignature(const std::string &r, const std::string &s)
-{
-    ECDSA_SIG *sig = ECDSA_SIG_new();
-    BIGNUM *br = BN_bin2bn(reinterpret_cast<const unsigned char *>(r.data()), int(r.size()), nullptr);
-    BIGNUM *bs = BN_bin2bn(reinterpret_cast<const unsigned char *>(s.data()), int(s.size()), nullptr);
-    ECDSA_SIG_set0(sig, br, bs);
-    unsigned char *out = nullptr;
-    const int length = i2d_ECDSA_SIG(sig, &out);
-    std::string der = length > 0 ? std::string(reinterpret_cast<char *>(out), length) : std::string();
-    OPENSSL_free(out);
-    ECDSA_SIG_free(sig);
-    return der;
 }
 
 } // namespace
@@ -228,22 +164,7 @@ bool LensSigner::verify(const std::string &checksum, const std::string &lensId,
     const auto signatureDer = Base64::decode(signatureBase64);
     if (!keyDer || keyDer->size() < 97 || !signatureDer)
         return false;
-    std::string r, s;
-    if (!parseSignature(*signatureDer, r, s))
-        return false;
-    EVP_PKEY *key = publicKeyFromPoint(keyDer->substr(keyDer->size() - 97));
-    if (!key)
-        return false;
-    const std::string digest = sha384(checksum + lensId);
-    const std::string canonical = encodeSignature(r, s);
-    EVP_PKEY_CTX *ctx = EVP_PKEY_CTX_new(key, nullptr);
-    const bool ok =
-        ctx && EVP_PKEY_verify_init(ctx) == 1 &&
-        EVP_PKEY_verify(ctx, reinterpret_cast<const unsigned char *>(canonical.data()), canonical.size(),
-                        reinterpret_cast<const unsigned char *>(digest.data()), digest.size()) == 1;
-    EVP_PKEY_CTX_free(ctx);
-    EVP_PKEY_free(key);
-    return ok;
+    return Orb::SignatureCheck::verifyDigest(sha384(checksum + lensId), *signatureDer, *keyDer);
 }
 
 bool LensSigner::generateKey(const std::string &pemPath, std::string *error)
