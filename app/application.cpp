@@ -31,6 +31,7 @@
 #include <metatypes.h>
 #include <networklensprovider.h>
 #include <networkmanager.h>
+#include <popupmessage.h>
 #include <previewoutput.h>
 #include <qmlnetworkaccessmanagerfactory.h>
 #include <qquicknonblockingpresscatcher.h>
@@ -188,6 +189,17 @@ void Application::saveSettings()
         qCWarning(lcApp).noquote() << "App settings couldn't be saved. Reason: " + m_settings->errorString();
 }
 
+void Application::showPreviousCrash(bool reportSent)
+{
+    const QString text = reportSent
+                             ? tr("%1 closed unexpectedly last time. A crash report was sent.")
+                             : tr("%1 closed unexpectedly last time. The crash report could not be sent.");
+    qCWarning(lcApp).noquote() << text.arg(applicationName());
+    m_dispatcher->dispatch(new Bureau::Action(
+        int(ActionType::ShowPopupMessage),
+        QVariant::fromValue(PopupMessage{text.arg(applicationName()), MessageType::Warning})));
+}
+
 void Application::setupQml()
 {
     registerQmlTypes();
@@ -268,12 +280,14 @@ void Application::onPreviewOutputLoaded()
     if (m_firstFrameConnected)
         return;
     m_firstFrameConnected = true;
-    connect(m_coreStore.get(), &CoreStore::frameReady, this, [this] {
-        if (m_firstFrameShown)
-            return;
-        m_firstFrameShown = true;
-        qCInfo(lcApp).noquote() << QStringLiteral("First frame shown %1 ms after start").arg(m_sinceStart.elapsed());
-    });
+    connect(m_coreStore.get(), &CoreStore::frameReady, this,
+            [this] {
+                if (m_firstFrameShown)
+                    return;
+                m_firstFrameShown = true;
+                qCInfo(lcApp).noquote()
+                    << QStringLiteral("First frame shown %1 ms after start").arg(m_sinceStart.elapsed());
+            });
 }
 
 void Application::onTerminationRequested()

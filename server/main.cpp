@@ -1,5 +1,6 @@
 // glint-lens-server: the Glint Camera lens backend.
 #include "cataloguecommand.h"
+#include "crashcommand.h"
 #include "importcommand.h"
 #include "lensserver.h"
 #include "serverconfig.h"
@@ -71,7 +72,8 @@ int main(int argc, char **argv)
     std::vector<std::string> args(argv + 1, argv + argc);
     std::string command;
     if (!args.empty() &&
-        (args[0] == "import" || args[0] == "feature" || args[0] == "unfeature" || args[0] == "remove")) {
+        (args[0] == "import" || args[0] == "feature" || args[0] == "unfeature" || args[0] == "remove" ||
+         args[0] == "crashes")) {
         command = args[0];
         args.erase(args.begin());
     }
@@ -99,6 +101,8 @@ int main(int argc, char **argv)
             return CatalogueCommand::unfeature(config, positional);
         if (command == "remove")
             return CatalogueCommand::remove(config, positional);
+        if (command == "crashes")
+            return CrashCommand::run(config, positional);
         if (!positional.empty()) {
             std::cerr << "unexpected argument \"" << positional.front() << "\"\nTry --help.\n";
             return 2;
