@@ -280,14 +280,12 @@ void Application::onPreviewOutputLoaded()
     if (m_firstFrameConnected)
         return;
     m_firstFrameConnected = true;
-    connect(m_coreStore.get(), &CoreStore::frameReady, this,
-            [this] {
-                if (m_firstFrameShown)
-                    return;
-                m_firstFrameShown = true;
-                qCInfo(lcApp).noquote()
-                    << QStringLiteral("First frame shown %1 ms after start").arg(m_sinceStart.elapsed());
-            });
+    connect(m_coreStore.get(), &CoreStore::frameReady, this, [this] {
+        if (m_firstFrameShown)
+            return;
+        m_firstFrameShown = true;
+        qCInfo(lcApp).noquote() << QStringLiteral("First frame shown %1 ms after start").arg(m_sinceStart.elapsed());
+    });
 }
 
 void Application::onTerminationRequested()

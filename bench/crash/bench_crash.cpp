@@ -8,10 +8,13 @@
 //     handler program and collecting the system report's GUI part. Each
 //     sample is a fresh process (one handler per process).
 #include <QCoreApplication>
+#include <QCryptographicHash>
 #include <QElapsedTimer>
+#include <QFileInfo>
 #include <QGuiApplication>
 #include <QProcess>
 #include <QRegularExpression>
+#include <QSharedMemory>
 #include <QStandardPaths>
 #include <QTcpServer>
 #include <QTcpSocket>
@@ -105,10 +108,15 @@ void faultToUpload(int runs)
         env.insert("XDG_DATA_HOME", home.filePath("data"));
         env.insert("XDG_CACHE_HOME", home.filePath("cache"));
         env.insert("QT_QPA_PLATFORM", "offscreen");
+        env.insert("QT_QUICK_BACKEND", "software");
         env.insert("GLINT_CRASH_TRIGGER", "stdin");
         env.insert("GLINT_CRASH_URL", QStringLiteral("http://127.0.0.1:%1/crash").arg(receiver.serverPort()));
         app.setProcessEnvironment(env);
-        app.start(QStringLiteral(GLINT_CRASH_APP), {});
+        // A name of its own per run: a crashed run leaves its single-instance
+        // segment behind, which would refuse the next start under one name.
+        const QString program = home.filePath(QStringLiteral("glint-camera-bench-%1").arg(run));
+        QFile::link(QStringLiteral(GLINT_CRASH_APP), program);
+        app.start(program, {});
         const QString log = home.filePath("config/Glint/Glint Camera/Log.txt");
         const auto logHas = [&](const char *text) {
             QFile file(log);
@@ -127,6 +135,12 @@ void faultToUpload(int runs)
         const auto fault = QRegularExpression("fault (\\d+) (\\d+)").match(QString::fromLatin1(out));
         waitUntil([&] { return app.state() == QProcess::NotRunning; }, 15000);
         const qint64 endNs = realtimeNs();
+        QSharedMemory stale(
+            QString::fromLatin1(QCryptographicHash::hash(QFileInfo(program).fileName().toUtf8() + "sharedMem",
+                                                         QCryptographicHash::Sha1)
+                                    .toHex()));
+        if (stale.attach())
+            stale.detach();
         if (!fault.hasMatch() || receiver.arrivals.size() != before + 1) {
             std::printf("run %d: no report arrived\n", run);
             continue;

@@ -34,6 +34,7 @@ void announceFault()
 
 int *volatile g_null = nullptr;
 volatile int g_zero = 0;
+volatile int g_one = 1;
 volatile int g_sink = 0;
 volatile long g_depthLimit = 1L << 40;
 
@@ -44,7 +45,8 @@ __attribute__((noinline)) void dereferenceNull()
 
 __attribute__((noinline)) void divideByZero()
 {
-    g_sink = 1 / g_zero;
+    // Both operands unknown to the compiler: 1 / x alone becomes compares.
+    g_sink = g_one / g_zero;
 }
 
 __attribute__((noinline)) long overflowStack(long depth)
@@ -59,6 +61,18 @@ __attribute__((noinline)) long overflowStack(long depth)
 __attribute__((noinline)) void throwUncaught()
 {
     throw std::runtime_error("thrown on purpose and never caught");
+}
+
+// On a thread of its own nothing catches it, so terminate runs with the
+// thrower still on the stack (through the event loop, Qt would catch and
+// rethrow it from exec()).
+void throwOnThread()
+{
+    std::thread thrower([] {
+        announceFault();
+        throwUncaught();
+    });
+    thrower.join();
 }
 
 __attribute__((noinline)) void abortOnPurpose()
@@ -109,13 +123,13 @@ void run(const QByteArray &command)
     if (verb != "null" && verb != "abort" && verb != "exception" && verb != "divide" && verb != "stack" &&
         verb != "double")
         return;
+    if (verb == "exception")
+        return throwOnThread();
     announceFault();
     if (verb == "null")
         dereferenceNull();
     else if (verb == "abort")
         abortOnPurpose();
-    else if (verb == "exception")
-        throwUncaught();
     else if (verb == "divide")
         divideByZero();
     else if (verb == "stack")
