@@ -9,11 +9,14 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
-#include <dbghelp.h>
 #include <exception>
 #include <new>
 #include <vector>
-#include <windows.h>
+
+// clang-format off
+#include <windows.h> // before dbghelp.h, which needs its types
+#include <dbghelp.h>
+// clang-format on
 
 namespace CrashReport {
 
