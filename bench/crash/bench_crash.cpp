@@ -116,7 +116,7 @@ void faultToUpload(int runs)
         // segment behind, which would refuse the next start under one name.
         const QString program = home.filePath(QStringLiteral("glint-camera-bench-%1").arg(run));
         QFile::link(QStringLiteral(GLINT_CRASH_APP), program);
-        app.start(program, {});
+        app.start(program, QStringList());
         const QString log = home.filePath("config/Glint/Glint Camera/Log.txt");
         const auto logHas = [&](const char *text) {
             QFile file(log);

@@ -6,7 +6,6 @@
 
 #include <QElapsedTimer>
 #include <QFile>
-#include <QSaveFile>
 #include <cerrno>
 #include <climits>
 #include <crashreporter.h>
@@ -54,6 +53,21 @@ QString readLog(const QString &path)
     if (file.size() > kMaxLogBytes)
         file.seek(file.size() - kMaxLogBytes);
     return QString::fromUtf8(file.read(kMaxLogBytes));
+}
+
+// Replaces a file of ours through a temporary name, so that a reader never
+// sees half of it. No sync to disk: the report must not wait for the disk.
+bool replaceFile(const QString &path, const QByteArray &bytes)
+{
+    const QString temporary = path + QStringLiteral(".part");
+    QFile file(temporary);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) || file.write(bytes) != bytes.size()) {
+        file.remove();
+        return false;
+    }
+    file.close();
+    QFile::remove(path);
+    return QFile::rename(temporary, path);
 }
 
 } // namespace
@@ -151,11 +165,10 @@ void HandlerSession::handleCrash(const CrashMessage &message)
     report.description = QString::fromStdString(setting(SettingKey::Description));
     report.userId = QString::fromStdString(setting(SettingKey::UserId));
     const QByteArray dumpBytes = QByteArray::fromStdString(dump);
-    QSaveFile dumpFile(stateDir + QLatin1Char('/') + QLatin1String(kDumpFileName));
-    const bool dumpSaved = !stateDir.isEmpty() && dumpFile.open(QIODevice::WriteOnly) &&
-                           dumpFile.write(dumpBytes) == dumpBytes.size() && dumpFile.commit();
+    const QString dumpPath = stateDir + QLatin1Char('/') + QLatin1String(kDumpFileName);
+    const bool dumpSaved = !stateDir.isEmpty() && replaceFile(dumpPath, dumpBytes);
     if (dumpBytes.size() > CrashReport::CrashReporter::kDumpBufferSize && dumpSaved)
-        report.dumpPath = dumpFile.fileName();
+        report.dumpPath = dumpPath;
     else
         report.dump = dumpBytes;
 
@@ -175,9 +188,7 @@ void HandlerSession::writeState(const char *state) const
     const std::string dir = setting(SettingKey::StateDir);
     if (dir.empty())
         return;
-    QSaveFile file(QString::fromStdString(dir + "/" + kStateFileName));
-    if (file.open(QIODevice::WriteOnly) && file.write(state) == qint64(std::strlen(state)))
-        file.commit();
+    replaceFile(QString::fromStdString(dir + "/" + kStateFileName), QByteArray(state));
 }
 
 void HandlerSession::answer(bool sent)
