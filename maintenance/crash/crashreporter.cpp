@@ -78,13 +78,18 @@ bool CrashReporter::start(const QString &logPath)
     settings.uploadUrl = uploadUrl().toString().toStdString();
     settings.userId = userId().toStdString();
     settings.dumpBufferSize = kDumpBufferSize;
-    settings.uploadInProcess = [settings](const CapturedDump &dump) {
+    // Where the platform uploads from inside the crashed process (Windows).
+    settings.uploadInProcess = [this, settings](const CapturedDump &dump) {
         Report report;
         report.url = QUrl(QString::fromStdString(settings.uploadUrl));
         QFile log(QString::fromStdString(settings.logPath));
         if (log.open(QIODevice::ReadOnly))
             report.log = QString::fromUtf8(log.readAll());
         report.userId = QString::fromStdString(settings.userId);
+        {
+            std::lock_guard<std::mutex> lock(m_descriptionMutex);
+            report.description = m_description;
+        }
         if (dump.data)
             report.dump = QByteArray(dump.data, int(dump.size));
         else
@@ -103,6 +108,10 @@ bool CrashReporter::start(const QString &logPath)
 
 void CrashReporter::setDescription(const QString &systemReport)
 {
+    {
+        std::lock_guard<std::mutex> lock(m_descriptionMutex);
+        m_description = systemReport;
+    }
     m_handler->setDescription(systemReport.toStdString());
 }
 

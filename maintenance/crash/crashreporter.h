@@ -4,6 +4,7 @@
 #include <QString>
 #include <QUrl>
 #include <memory>
+#include <mutex>
 
 namespace CrashReport {
 
@@ -59,6 +60,8 @@ private:
 
     std::shared_ptr<ICrashHandler> m_handler;
     PreviousRun m_previousRun = PreviousRun::Clean;
+    std::mutex m_descriptionMutex;
+    QString m_description;
 };
 
 } // namespace CrashReport
