@@ -12,6 +12,7 @@
 #include <QLoggingCategory>
 #include <QStandardPaths>
 #include <QSysInfo>
+#include <QTimer>
 #include <condition_variable>
 #include <glintdeployment.h>
 #include <mutex>
@@ -139,6 +140,15 @@ bool CrashReporter::sendReport(const Report &report, int timeoutMs, QString *err
             loop.quit();
         });
         QMetaObject::invokeMethod(&sender, &ReportSender::sendReport, Qt::QueuedConnection);
+        // The transfer timeout only catches silence; a server that trickles
+        // must not hold the crashed process either. Leaving the loop ends
+        // the sender, and with it the request.
+        QTimer::singleShot(timeoutMs, &loop, [&] {
+            QObject::disconnect(&sender, nullptr, &loop, nullptr); // the abort is no news
+            result = false;
+            problem = QStringLiteral("the upload took longer than %1 ms").arg(timeoutMs);
+            loop.quit();
+        });
         loop.exec();
         std::lock_guard<std::mutex> lock(mutex);
         ok = result;

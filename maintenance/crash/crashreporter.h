@@ -52,7 +52,7 @@ public:
     static QString userId();
 
     // Posts one report on a thread of its own and waits for it; the upload
-    // gives up after timeoutMs. True when the server accepted it.
+    // gives up after timeoutMs in all. True when the server accepted it.
     static bool sendReport(const Report &report, int timeoutMs, QString *error);
 
 private:

@@ -15,7 +15,8 @@ namespace {
 
 // A minimal HTTP server on its own thread (the reporter blocks the calling
 // thread while it uploads). It keeps every complete request and answers
-// with a fixed status, or closes the connection without an answer.
+// with a fixed status, closes the connection without an answer (0), or
+// trickles an answer that never ends (-1).
 class CapturingServer : public QObject
 {
 public:
@@ -75,6 +76,13 @@ private:
                     }
                     if (m_status == 0) {
                         socket->abort();
+                        return;
+                    }
+                    if (m_status < 0) { // an answer that never ends, one byte at a time
+                        socket->write("HTTP/1.1 200 OK\r\nContent-Length: 100000\r\n\r\n");
+                        auto *timer = new QTimer(socket);
+                        QObject::connect(timer, &QTimer::timeout, socket, [socket] { socket->write("a"); });
+                        timer->start(100);
                         return;
                     }
                     socket->write(
@@ -245,6 +253,20 @@ private slots:
         QVERIFY(!CrashReport::CrashReporter::sendReport(report, 5000, &error));
         QVERIFY(!error.isEmpty());
         QTest::qWait(300);
+        QCOMPARE(server.connections(), 1);
+    }
+
+    void tricklingServerIsCutOffAtTheTimeout()
+    {
+        CapturingServer server(-1);
+        CrashReport::CrashReporter::Report report;
+        report.url = QUrl(QStringLiteral("http://127.0.0.1:%1/crash/x/crashes/upload").arg(server.port()));
+        QElapsedTimer clock;
+        clock.start();
+        QString error;
+        QVERIFY(!CrashReport::CrashReporter::sendReport(report, 1000, &error));
+        QVERIFY2(clock.elapsed() < 4000, qPrintable(QString::number(clock.elapsed())));
+        QVERIFY2(error.contains("longer than 1000 ms"), qPrintable(error));
         QCOMPARE(server.connections(), 1);
     }
 

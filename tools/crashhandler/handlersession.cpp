@@ -22,7 +22,9 @@ namespace {
 using namespace CrashReport::Protocol;
 
 constexpr int kAttachTimeoutMs = 2000;
-constexpr int kUploadTimeoutMs = 5000;
+// With the attach limit and the unwinding this stays within the 8 seconds
+// that the crashed process waits.
+constexpr int kUploadTimeoutMs = 4000;
 constexpr qint64 kMaxLogBytes = 8 * 1024 * 1024;
 
 void note(const std::string &text)
