@@ -56,9 +56,9 @@ int main(int argc, char **argv)
     QObject::connect(systemReport, &CrashReport::SystemReport::textChanged, &app,
                      [](const QString &text) { g_crashReporter.setDescription(text); });
     systemReport->collect();
-    if (g_crashReporter.previousRun() != CrashReport::CrashReporter::PreviousRun::Clean)
-        app.showPreviousCrash(g_crashReporter.previousRun() ==
-                              CrashReport::CrashReporter::PreviousRun::CrashReported);
+    const auto previousRun = CrashReport::CrashReporter::takePreviousRun();
+    if (previousRun != CrashReport::CrashReporter::PreviousRun::Clean)
+        app.showPreviousCrash(previousRun == CrashReport::CrashReporter::PreviousRun::CrashReported);
 #ifdef GLINT_CRASH_TRIGGER
     CrashTrigger::armFromEnvironment(&app);
 #endif

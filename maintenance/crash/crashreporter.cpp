@@ -53,7 +53,7 @@ QString CrashReporter::userId()
     return QString::fromLatin1(QCryptographicHash::hash(seed, QCryptographicHash::Sha256).toHex().left(32));
 }
 
-CrashReporter::PreviousRun CrashReporter::readPreviousRun()
+CrashReporter::PreviousRun CrashReporter::takePreviousRun()
 {
     QFile state(stateDirectory() + QLatin1Char('/') + QLatin1String(Protocol::kStateFileName));
     if (!state.open(QIODevice::ReadOnly))
@@ -70,7 +70,6 @@ CrashReporter::PreviousRun CrashReporter::readPreviousRun()
 bool CrashReporter::start(const QString &logPath)
 {
     const QString folder = stateDirectory();
-    m_previousRun = readPreviousRun();
     if (!QDir().mkpath(folder))
         qCWarning(lcCrash).noquote() << "The crash folder couldn't be created:" << folder;
     HandlerSettings settings;

@@ -36,13 +36,15 @@ public:
     CrashReporter(const CrashReporter &) = delete;
     CrashReporter &operator=(const CrashReporter &) = delete;
 
-    // Needs the application's names (the folders come from them). Reads
-    // what the previous run left, then starts the handler side. False with
-    // the reason logged when crashes can't be reported in this run.
+    // Needs the application's names (the folders come from them); starts
+    // the handler side. False with the reason logged when crashes can't be
+    // reported in this run.
     bool start(const QString &logPath);
     void setDescription(const QString &systemReport);
-    // How the previous run ended, known after start().
-    PreviousRun previousRun() const { return m_previousRun; }
+    // How the previous run ended; told once: the note is gone afterwards.
+    // Called by the instance that really runs (a refused second instance
+    // must not take the note away).
+    static PreviousRun takePreviousRun();
 
     // Where crash state and the last dump are kept.
     static QString stateDirectory();
@@ -56,10 +58,7 @@ public:
     static bool sendReport(const Report &report, int timeoutMs, QString *error);
 
 private:
-    PreviousRun readPreviousRun();
-
     std::shared_ptr<ICrashHandler> m_handler;
-    PreviousRun m_previousRun = PreviousRun::Clean;
     std::mutex m_descriptionMutex;
     QString m_description;
 };

@@ -367,6 +367,29 @@ private slots:
         QCOMPARE(storedReports().size(), count);
     }
 
+    void killedApplicationIsNotedForTheNextStart()
+    {
+        const QString home = newHome();
+        const int before = storedReports().size();
+        {
+            AppRun app(home, program, crashUrl(), server.baseUrl());
+            QVERIFY(app.start());
+            app.process.kill(); // nothing in the process can catch this
+            QVERIFY(ended(app.process, 5000));
+        }
+        // The handler program sees the application go without a goodbye.
+        const QString state = home + "/data/Glint/Glint Camera/crashes/crash-state";
+        QVERIFY(waitFor([&] { return QFile::exists(state); }, 5000));
+        QCOMPARE(storedReports().size(), before);
+        AppRun next(home, program, crashUrl(), server.baseUrl());
+        QVERIFY(next.start());
+        QVERIFY(next.log().contains("closed unexpectedly last time. The crash report could not be sent."));
+        next.process.terminate();
+        QVERIFY(ended(next.process, 15000));
+        QCOMPARE(next.process.exitCode(), 0);
+        QVERIFY(!QFile::exists(state)); // a clean end leaves no note
+    }
+
     void missingHandlerProgramStillEndsWithCodeOne_data()
     {
         QTest::addColumn<bool>("killed"); // started, then killed; else never there

@@ -99,8 +99,12 @@ int HandlerSession::run()
         const ssize_t got = ::recv(m_socket, packet.data(), packet.size(), 0);
         if (got < 0 && errno == EINTR)
             continue;
-        if (got <= 0)
-            return 0; // the application ended
+        if (got <= 0) {
+            // Gone without a goodbye (killed, or a crash its handlers could
+            // not catch): the next start says it closed unexpectedly.
+            writeState(kStateCrashed);
+            return 0;
+        }
         if (size_t(got) < sizeof(Header))
             continue;
         Header header;
