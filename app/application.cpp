@@ -37,6 +37,7 @@
 #include <metatypes.h>
 #include <networklensprovider.h>
 #include <networkmanager.h>
+#include <popupmessage.h>
 #include <previewoutput.h>
 #include <qmlnetworkaccessmanagerfactory.h>
 #include <qquicknonblockingpresscatcher.h>
@@ -232,6 +233,17 @@ void Application::saveSettings()
         m_settings->setSection(name.toStdString(), store->saveSettings());
     if (!m_settings->save())
         qCWarning(lcApp).noquote() << "App settings couldn't be saved. Reason: " + m_settings->errorString();
+}
+
+void Application::showPreviousCrash(bool reportSent)
+{
+    const QString text = reportSent
+                             ? tr("%1 closed unexpectedly last time. A crash report was sent.")
+                             : tr("%1 closed unexpectedly last time. The crash report could not be sent.");
+    qCWarning(lcApp).noquote() << text.arg(applicationName());
+    m_dispatcher->dispatch(new Bureau::Action(
+        int(ActionType::ShowPopupMessage),
+        QVariant::fromValue(PopupMessage{text.arg(applicationName()), MessageType::Warning})));
 }
 
 void Application::setupQml()

@@ -45,6 +45,8 @@ public:
 
     void init();
     void saveSettings();
+    // Tells the user once that the previous run closed unexpectedly.
+    void showPreviousCrash(bool reportSent);
 
     QQmlApplicationEngine *engine() const { return m_engine; }
     std::shared_ptr<Bureau::Dispatcher> dispatcher() const { return m_dispatcher; }

@@ -20,9 +20,8 @@ QtMessageHandler g_previous = nullptr;
 void chooseFile()
 {
     g_fileChosen = true;
-    const QString dir = QStandardPaths::writableLocation(QStandardPaths::AppConfigLocation);
-    QDir().mkpath(dir);
-    g_file = new QFile(QDir(dir).filePath(QStringLiteral("Log.txt")));
+    QDir().mkpath(QStandardPaths::writableLocation(QStandardPaths::AppConfigLocation));
+    g_file = new QFile(LogHandler::filePath());
 }
 
 void writeToFile(const QString &line)
@@ -38,6 +37,12 @@ void writeToFile(const QString &line)
 }
 
 } // namespace
+
+QString LogHandler::filePath()
+{
+    return QDir(QStandardPaths::writableLocation(QStandardPaths::AppConfigLocation))
+        .filePath(QStringLiteral("Log.txt"));
+}
 
 void LogHandler::install()
 {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <QtGlobal>
+#include <QString>
 
 namespace VCam {
 
@@ -12,6 +12,8 @@ class LogHandler
 public:
     static void install();
     static void uninstall();
+    // "Log.txt" in the per-user configuration directory.
+    static QString filePath();
 
 private:
     static void handle(QtMsgType type, const QMessageLogContext &context, const QString &message);

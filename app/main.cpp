@@ -6,9 +6,19 @@
 #include <QFont>
 #include <QLoggingCategory>
 #include <QMessageBox>
+#include <crashreporter.h>
 #include <glintdeployment.h>
+#include <systemreport.h>
+
+#ifdef GLINT_CRASH_TRIGGER
+#include <crashtrigger.h> // test builds only: crashes on request
+#endif
 
 namespace {
+
+// Created before the entry function runs, so that its handlers catch a
+// crash from the first moment on.
+CrashReport::CrashReporter g_crashReporter;
 
 QString executableName(int argc, char **argv)
 {
@@ -24,6 +34,7 @@ int main(int argc, char **argv)
     QCoreApplication::setApplicationName(QStringLiteral("Glint Camera"));
     qInfo() << "Application started";
     VCam::LogHandler::install();
+    g_crashReporter.start(VCam::LogHandler::filePath());
 
     VCam::Application app(argc, argv);
     QApplication::setFont(QFont(QStringLiteral("Arial")));
@@ -41,6 +52,16 @@ int main(int argc, char **argv)
         return 1;
     }
     app.init();
+    auto *systemReport = new CrashReport::SystemReport(&app);
+    QObject::connect(systemReport, &CrashReport::SystemReport::textChanged, &app,
+                     [](const QString &text) { g_crashReporter.setDescription(text); });
+    systemReport->collect();
+    const auto previousRun = CrashReport::CrashReporter::takePreviousRun();
+    if (previousRun != CrashReport::CrashReporter::PreviousRun::Clean)
+        app.showPreviousCrash(previousRun == CrashReport::CrashReporter::PreviousRun::CrashReported);
+#ifdef GLINT_CRASH_TRIGGER
+    CrashTrigger::armFromEnvironment(&app);
+#endif
     const int result = app.exec();
     guard.release();
     return result;

@@ -1,6 +1,7 @@
 // glint-lens-server: the Glint Camera lens backend.
 #include "analyticsstats.h"
 #include "cataloguecommand.h"
+#include "crashcommand.h"
 #include "importcommand.h"
 #include "lensserver.h"
 #include "serverconfig.h"
@@ -73,7 +74,7 @@ int main(int argc, char **argv)
     std::string command;
     if (!args.empty() &&
         (args[0] == "import" || args[0] == "feature" || args[0] == "unfeature" || args[0] == "remove" ||
-         args[0] == "stats")) {
+         args[0] == "stats" || args[0] == "crashes")) {
         command = args[0];
         args.erase(args.begin());
     }
@@ -103,6 +104,8 @@ int main(int argc, char **argv)
             return CatalogueCommand::remove(config, positional);
         if (command == "stats")
             return AnalyticsStats::run(config, positional);
+        if (command == "crashes")
+            return CrashCommand::run(config, positional);
         if (!positional.empty()) {
             std::cerr << "unexpected argument \"" << positional.front() << "\"\nTry --help.\n";
             return 2;

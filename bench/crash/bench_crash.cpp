@@ -1,0 +1,239 @@
+// Crash report figures:
+//  1. fault to upload: the real application (its crash-test build) with 20
+//     threads crashes by a null dereference; a loopback HTTP receiver notes
+//     when the report's first byte and its last byte arrive. Measured from
+//     the moment the trigger announces the fault (CLOCK_REALTIME).
+//  2. start-up cost: what the crash reporter adds to the application's
+//     start on the main thread: installing the handlers, starting the
+//     handler program and collecting the system report's GUI part. Each
+//     sample is a fresh process (one handler per process).
+#include <QCoreApplication>
+#include <QCryptographicHash>
+#include <QElapsedTimer>
+#include <QFileInfo>
+#include <QGuiApplication>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QSharedMemory>
+#include <QStandardPaths>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QTemporaryDir>
+#include <algorithm>
+#include <crashreporter.h>
+#include <cstdio>
+#include <ctime>
+#include <systemreport.h>
+
+namespace {
+
+qint64 realtimeNs()
+{
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    return qint64(now.tv_sec) * 1000000000LL + now.tv_nsec;
+}
+
+void printStats(const char *what, std::vector<double> values, const char *unit)
+{
+    if (values.empty()) {
+        std::printf("%-44s no samples\n", what);
+        return;
+    }
+    std::sort(values.begin(), values.end());
+    std::printf("%-44s median %8.2f %s  min %8.2f  max %8.2f  (n=%zu)\n", what, values[values.size() / 2],
+                unit, values.front(), values.back(), values.size());
+}
+
+bool waitUntil(const std::function<bool()> &condition, int timeoutMs)
+{
+    QElapsedTimer clock;
+    clock.start();
+    while (!condition()) {
+        if (clock.elapsed() > timeoutMs)
+            return false;
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+    }
+    return true;
+}
+
+struct Arrival
+{
+    qint64 firstByteNs = 0;
+    qint64 completeNs = 0;
+};
+
+// Accepts report uploads and notes their arrival times.
+class Receiver : public QTcpServer
+{
+public:
+    Receiver() { listen(QHostAddress::LocalHost, 0); }
+    std::vector<Arrival> arrivals;
+
+protected:
+    void incomingConnection(qintptr descriptor) override
+    {
+        auto *socket = new QTcpSocket(this);
+        socket->setSocketDescriptor(descriptor);
+        auto buffer = std::make_shared<QByteArray>();
+        auto arrival = std::make_shared<Arrival>();
+        connect(socket, &QTcpSocket::readyRead, socket, [this, socket, buffer, arrival] {
+            if (buffer->isEmpty())
+                arrival->firstByteNs = realtimeNs();
+            buffer->append(socket->readAll());
+            const int end = buffer->indexOf("\r\n\r\n");
+            const auto match =
+                QRegularExpression("content-length: *(\\d+)", QRegularExpression::CaseInsensitiveOption)
+                    .match(QString::fromLatin1(buffer->left(end)));
+            if (end < 0 || !match.hasMatch() || buffer->size() < end + 4 + match.captured(1).toInt())
+                return;
+            arrival->completeNs = realtimeNs();
+            arrivals.push_back(*arrival);
+            socket->write("HTTP/1.1 201 Created\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");
+            socket->disconnectFromHost();
+        });
+    }
+};
+
+void faultToUpload(int runs)
+{
+    Receiver receiver;
+    std::vector<double> firstByte, complete, exited, dumped;
+    int threadsSeen = 0;
+    for (int run = 0; run < runs; ++run) {
+        QTemporaryDir home;
+        QProcess app;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert("XDG_CONFIG_HOME", home.filePath("config"));
+        env.insert("XDG_DATA_HOME", home.filePath("data"));
+        env.insert("XDG_CACHE_HOME", home.filePath("cache"));
+        env.insert("QT_QPA_PLATFORM", "offscreen");
+        env.insert("QT_QUICK_BACKEND", "software");
+        env.insert("GLINT_CRASH_TRIGGER", "stdin");
+        env.insert("GLINT_CRASH_URL", QStringLiteral("http://127.0.0.1:%1/crash").arg(receiver.serverPort()));
+        app.setProcessEnvironment(env);
+        // A name of its own per run: a crashed run leaves its single-instance
+        // segment behind, which would refuse the next start under one name.
+        const QString program = home.filePath(QStringLiteral("glint-camera-bench-%1").arg(run));
+        QFile::link(QStringLiteral(GLINT_CRASH_APP), program);
+        app.start(program, QStringList());
+        const QString log = home.filePath("config/Glint/Glint Camera/Log.txt");
+        const auto logHas = [&](const char *text) {
+            QFile file(log);
+            return file.open(QIODevice::ReadOnly) && file.readAll().contains(text);
+        };
+        QByteArray out;
+        if (!waitUntil([&] { return logHas("System report ready"); }, 60000)) {
+            std::printf("run %d: the application did not get ready\n", run);
+            continue;
+        }
+        app.write("threads 20\n");
+        waitUntil([&] { return (out += app.readAllStandardOutput()).contains("threads "); }, 10000);
+        const size_t before = receiver.arrivals.size();
+        app.write("null\n");
+        waitUntil([&] { return (out += app.readAllStandardOutput()).contains("fault "); }, 10000);
+        const auto fault = QRegularExpression("fault (\\d+) (\\d+)").match(QString::fromLatin1(out));
+        waitUntil([&] { return app.state() == QProcess::NotRunning; }, 15000);
+        const qint64 endNs = realtimeNs();
+        QSharedMemory stale(
+            QString::fromLatin1(QCryptographicHash::hash(QFileInfo(program).fileName().toUtf8() + "sharedMem",
+                                                         QCryptographicHash::Sha1)
+                                    .toHex()));
+        if (stale.attach())
+            stale.detach();
+        if (!fault.hasMatch() || receiver.arrivals.size() != before + 1) {
+            std::printf("run %d: no report arrived\n", run);
+            continue;
+        }
+        threadsSeen = fault.captured(1).toInt();
+        const qint64 faultNs = fault.captured(2).toLongLong();
+        const Arrival &arrival = receiver.arrivals.back();
+        firstByte.push_back((arrival.firstByteNs - faultNs) / 1e6);
+        complete.push_back((arrival.completeNs - faultNs) / 1e6);
+        exited.push_back((endNs - faultNs) / 1e6);
+        const auto handler = QRegularExpression("dump of \\d+ threads in (\\d+) ms")
+                                 .match(QString::fromLocal8Bit(app.readAllStandardError()));
+        if (handler.hasMatch())
+            dumped.push_back(handler.captured(1).toDouble());
+    }
+    std::printf("fault to upload, application with %d threads:\n", threadsSeen);
+    printStats("  fault -> first byte of the upload", firstByte, "ms");
+    printStats("  fault -> upload complete", complete, "ms");
+    printStats("  fault -> process ended (exit code 1)", exited, "ms");
+    printStats("  attach + unwind + symbolise (handler)", dumped, "ms");
+}
+
+// One sample, in a process of its own: what the reporter costs the main
+// thread at start.
+int startupOnce(int argc, char **argv)
+{
+    QElapsedTimer clock;
+    clock.start();
+    auto *reporter = new CrashReport::CrashReporter;
+    const qint64 installNs = clock.nsecsElapsed();
+    QCoreApplication::setOrganizationName("Glint");
+    QCoreApplication::setApplicationName("Glint Camera Bench");
+    QGuiApplication app(argc, argv);
+    clock.restart();
+    reporter->start(QStandardPaths::writableLocation(QStandardPaths::AppConfigLocation) + "/Log.txt");
+    const qint64 startNs = clock.nsecsElapsed();
+    clock.restart();
+    CrashReport::SystemReport report;
+    QObject::connect(&report, &CrashReport::SystemReport::textChanged,
+                     [&](const QString &text) { reporter->setDescription(text); });
+    report.collect();
+    const qint64 collectNs = clock.nsecsElapsed();
+    std::printf("%lld %lld %lld\n", installNs / 1000, startNs / 1000, collectNs / 1000);
+    std::fflush(stdout);
+    delete reporter;
+    return 0;
+}
+
+void startupCost(const QString &self, int runs)
+{
+    std::vector<double> install, start, collect, total;
+    for (int run = 0; run < runs; ++run) {
+        QTemporaryDir home;
+        QProcess child;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert("XDG_CONFIG_HOME", home.filePath("config"));
+        env.insert("XDG_DATA_HOME", home.filePath("data"));
+        env.insert("QT_QPA_PLATFORM", "offscreen");
+        child.setProcessEnvironment(env);
+        child.start(self, {"--startup-once"});
+        child.waitForFinished(30000);
+        const QList<QByteArray> values = child.readAllStandardOutput().trimmed().split(' ');
+        if (values.size() != 3)
+            continue;
+        install.push_back(values[0].toDouble() / 1000);
+        start.push_back(values[1].toDouble() / 1000);
+        collect.push_back(values[2].toDouble() / 1000);
+        total.push_back(install.back() + start.back() + collect.back());
+    }
+    std::printf("start-up cost on the main thread:\n");
+    printStats("  install the handlers", install, "ms");
+    printStats("  start the handler program", start, "ms");
+    printStats("  system report (screens, cameras, OS)", collect, "ms");
+    printStats("  total", total, "ms");
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    if (argc > 1 && QByteArray(argv[1]) == "--startup-once")
+        return startupOnce(argc, argv);
+    QCoreApplication app(argc, argv);
+    const int runs =
+        qEnvironmentVariableIntValue("BENCH_RUNS") > 0 ? qEnvironmentVariableIntValue("BENCH_RUNS") : 5;
+    std::printf("crash reports (load %s)\n",
+                []() {
+                    QFile loadavg("/proc/loadavg");
+                    return loadavg.open(QIODevice::ReadOnly) ? loadavg.readAll().trimmed().toStdString()
+                                                             : std::string("?");
+                }()
+                    .c_str());
+    startupCost(QCoreApplication::applicationFilePath(), runs * 4);
+    faultToUpload(runs);
+    return 0;
+}
