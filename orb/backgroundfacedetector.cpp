@@ -40,6 +40,18 @@ bool BackgroundFaceDetector::takeResult(std::vector<cv::Rect2f> &faces)
     return true;
 }
 
+bool BackgroundFaceDetector::waitResult(std::vector<cv::Rect2f> &faces)
+{
+    std::unique_lock<std::mutex> lock(m_mutex);
+    m_done.wait(lock, [this] { return !m_pending || m_quit; });
+    if (!m_hasResult)
+        return false;
+    faces.swap(m_result);
+    m_result.clear();
+    m_hasResult = false;
+    return true;
+}
+
 bool BackgroundFaceDetector::isBusy()
 {
     std::lock_guard<std::mutex> lock(m_mutex);
@@ -65,6 +77,7 @@ void BackgroundFaceDetector::run()
         m_result = std::move(faces);
         m_hasResult = true;
         m_pending = false;
+        m_done.notify_all();
     }
 }
 

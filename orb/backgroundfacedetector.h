@@ -21,6 +21,9 @@ public:
     bool submit(const cv::Mat &gray, double scale);
     // Takes a finished result (boxes in full-size coordinates).
     bool takeResult(std::vector<cv::Rect2f> &faces);
+    // Waits for the running request and takes its result; false when none
+    // was running.
+    bool waitResult(std::vector<cv::Rect2f> &faces);
     bool isBusy();
 
 private:
@@ -28,6 +31,7 @@ private:
 
     std::mutex m_mutex;
     std::condition_variable m_wake;
+    std::condition_variable m_done;
     cv::Mat m_input;
     double m_scale = 1.0;
     bool m_pending = false;

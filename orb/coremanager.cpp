@@ -1,7 +1,6 @@
 #include "coremanager.h"
 
 #include "assetsystem.h"
-#include "hostdelegates.h"
 #include "complexeffect.h"
 #include "effectsmanager.h"
 #include "experimentprovider.h"
@@ -9,6 +8,7 @@
 #include "facetracker.h"
 #include "fileutils.h"
 #include "glcontext.h"
+#include "hostdelegates.h"
 #include "landmarkmodel.h"
 #include "scene.h"
 #include "scenerenderer.h"
@@ -151,7 +151,10 @@ TextureWithTransform CoreManager::processFrameToTexture(const ImageBase &image, 
         return TextureWithTransform(out, d->cameraInfo.transform);
     }
     if (d->tracker.isInitialized())
-        m_faces = d->tracker.process(image, now, synchronousDetection);
+        m_faces = d->tracker.process(image, now,
+                                     synchronousDetection       ? FaceTracker::Detection::Inline
+                                     : config.lockstepDetection ? FaceTracker::Detection::Lockstep
+                                                                : FaceTracker::Detection::Background);
     if (effect->startTime < 0.0)
         effect->startTime = now;
     auto scene = effect->getScene();

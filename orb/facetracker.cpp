@@ -83,12 +83,15 @@ struct FaceTracker::Impl
     int frameIndex = 0;
     int nextId = 1;
     int lastSearchFrame = -kSearchInterval;
+    int pendingSearchFrame = -1; // frame whose background search is running
+    bool discardPending = false; // that search began before a restart
     double restartTime = 0.0;
     bool restartPending = true; // limits count from the next frame's time
     TrackingRequestInfo limits;
 
     void toGray(const ImageBase &frame);
-    void searchFaces(double now, bool synchronous);
+    void searchFaces(double now, Detection detection);
+    void takeBackgroundResult(Detection detection);
     void addDetections(const std::vector<cv::Rect2f> &boxes);
     bool fitLandmarks(TrackedFace &t, const cv::Rect2f &box, bool smooth);
     void trackAll();
@@ -140,7 +143,26 @@ void FaceTracker::Impl::addDetections(const std::vector<cv::Rect2f> &boxes)
     }
 }
 
-void FaceTracker::Impl::searchFaces(double now, bool synchronous)
+void FaceTracker::Impl::takeBackgroundResult(Detection detection)
+{
+    if (!background || pendingSearchFrame < 0)
+        return;
+    std::vector<cv::Rect2f> detections;
+    if (detection == Detection::Lockstep) {
+        if (frameIndex - pendingSearchFrame < kLockstepFrames)
+            return;
+        background->waitResult(detections);
+    } else if (!background->takeResult(detections)) {
+        return;
+    }
+    pendingSearchFrame = -1;
+    if (discardPending)
+        discardPending = false;
+    else
+        addDetections(detections);
+}
+
+void FaceTracker::Impl::searchFaces(double now, Detection detection)
 {
     const bool searching = tracked.empty();
     if (searching && now - restartTime > limits.maxSearchSeconds)
@@ -149,7 +171,7 @@ void FaceTracker::Impl::searchFaces(double now, bool synchronous)
         return;
     const double scale = std::min(1.0, static_cast<double>(kDetectionWidth) / gray.cols);
     cv::resize(gray, small, cv::Size(), scale, scale, cv::INTER_AREA);
-    if (synchronous) {
+    if (detection == Detection::Inline) {
         lastSearchFrame = frameIndex;
         std::vector<cv::Rect2f> boxes = detector.detect(small);
         for (auto &b : boxes)
@@ -159,8 +181,10 @@ void FaceTracker::Impl::searchFaces(double now, bool synchronous)
     }
     if (!background)
         background = std::make_unique<BackgroundFaceDetector>();
-    if (background->submit(small, scale))
+    if (pendingSearchFrame < 0 && background->submit(small, scale)) {
         lastSearchFrame = frameIndex;
+        pendingSearchFrame = frameIndex;
+    }
 }
 
 bool FaceTracker::Impl::fitLandmarks(TrackedFace &t, const cv::Rect2f &box, bool smooth)
@@ -247,6 +271,11 @@ bool FaceTracker::isInitialized() const
 const std::vector<Face> &FaceTracker::process(const ImageBase &frame, double timeSeconds,
                                               bool synchronousDetection)
 {
+    return process(frame, timeSeconds, synchronousDetection ? Detection::Inline : Detection::Background);
+}
+
+const std::vector<Face> &FaceTracker::process(const ImageBase &frame, double timeSeconds, Detection detection)
+{
     d->faces.clear();
     if (!d->model)
         return d->faces;
@@ -260,11 +289,9 @@ const std::vector<Face> &FaceTracker::process(const ImageBase &frame, double tim
         return d->faces;
     }
     d->toGray(frame);
-    std::vector<cv::Rect2f> detections;
-    if (d->background && d->background->takeResult(detections))
-        d->addDetections(detections);
+    d->takeBackgroundResult(detection);
     d->trackAll();
-    d->searchFaces(timeSeconds, synchronousDetection);
+    d->searchFaces(timeSeconds, detection);
     for (const auto &t : d->tracked)
         d->faces.push_back(t.face);
     return d->faces;
@@ -282,9 +309,8 @@ void FaceTracker::restart(const TrackingRequestInfo &info)
     d->limits = info;
     d->restartPending = true;
     d->lastSearchFrame = d->frameIndex - kSearchInterval;
-    std::vector<cv::Rect2f> stale;
-    if (d->background)
-        d->background->takeResult(stale);
+    // A search still running saw the old frames: its result is dropped.
+    d->discardPending = d->pendingSearchFrame >= 0;
 }
 
 } // namespace Orb
