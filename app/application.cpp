@@ -31,10 +31,12 @@
 #include <metatypes.h>
 #include <networklensprovider.h>
 #include <networkmanager.h>
+#include <paintedratemeter.h>
 #include <previewoutput.h>
 #include <qmlnetworkaccessmanagerfactory.h>
 #include <qquicknonblockingpresscatcher.h>
 #include <recentslensproxymodel.h>
+#include <scenegraphbackend.h>
 
 Q_LOGGING_CATEGORY(lcApp, "glint.app")
 
@@ -56,6 +58,7 @@ Application::~Application()
 void Application::init()
 {
     registerMetaTypes();
+    SceneGraphBackend::choose(); // before any window exists
     m_engine = new QQmlApplicationEngine();
     createServices();
     createStores();
@@ -242,6 +245,8 @@ void Application::onObjectCreated(QObject *object, const QUrl &)
         return;
     }
     window->installEventFilter(m_keyHelper.get());
+    if (PaintedRateMeter::isRequested())
+        new PaintedRateMeter(window);
     if (PreviewOutput *preview = findPreview()) {
         connect(preview, &PreviewOutput::previewOutputLoaded, this, &Application::onPreviewOutputLoaded,
                 Qt::UniqueConnection);
@@ -268,11 +273,23 @@ void Application::onPreviewOutputLoaded()
     if (m_firstFrameConnected)
         return;
     m_firstFrameConnected = true;
-    connect(m_coreStore.get(), &CoreStore::frameReady, this, [this] {
-        if (m_firstFrameShown)
+    // The first frame counts as shown once the window has put it on screen.
+    connect(preview, &PreviewOutput::framePrepared, this, [this, preview] {
+        if (m_firstFrameShown || !preview->window())
             return;
         m_firstFrameShown = true;
-        qCInfo(lcApp).noquote() << QStringLiteral("First frame shown %1 ms after start").arg(m_sinceStart.elapsed());
+        auto *once = new QObject(this);
+        connect(
+            preview->window(), &QQuickWindow::frameSwapped, once,
+            [this, once] {
+                if (once->signalsBlocked())
+                    return; // a second swap queued before this one ran
+                once->blockSignals(true);
+                qCInfo(lcApp).noquote()
+                    << QStringLiteral("First frame shown %1 ms after start").arg(m_sinceStart.elapsed());
+                once->deleteLater();
+            },
+            Qt::QueuedConnection);
     });
 }
 

@@ -25,3 +25,14 @@ if(TARGET video AND TARGET orb AND TARGET virtualcam_fixture)
   set_tests_properties(tst_processingpipeline PROPERTIES
     ENVIRONMENT "QT_QPA_PLATFORM=offscreen;${processing_env}" TIMEOUT 300)
 endif()
+
+# The preview window on the X server, once per scene graph backend.
+if(TARGET video)
+  glint_add_qtest(tst_previewscreen SOURCES ${CMAKE_CURRENT_LIST_DIR}/processing/tst_previewscreen.cpp
+                  LIBS video LABELS window)
+  target_compile_definitions(tst_previewscreen PRIVATE GLINT_ARTIFACTS_DIR="${CMAKE_BINARY_DIR}/test-artifacts")
+  set_tests_properties(tst_previewscreen PROPERTIES ENVIRONMENT "QT_QPA_PLATFORM=xcb;GLINT_QUICK_BACKEND=software")
+  add_test(NAME tst_previewscreen_opengl COMMAND tst_previewscreen)
+  set_tests_properties(tst_previewscreen_opengl PROPERTIES LABELS window
+                       ENVIRONMENT "QT_QPA_PLATFORM=xcb;GLINT_QUICK_BACKEND=opengl")
+endif()
