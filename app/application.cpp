@@ -245,8 +245,6 @@ void Application::onObjectCreated(QObject *object, const QUrl &)
         return;
     }
     window->installEventFilter(m_keyHelper.get());
-    if (PaintedRateMeter::isRequested())
-        new PaintedRateMeter(window);
     if (PreviewOutput *preview = findPreview()) {
         connect(preview, &PreviewOutput::previewOutputLoaded, this, &Application::onPreviewOutputLoaded,
                 Qt::UniqueConnection);
@@ -273,6 +271,10 @@ void Application::onPreviewOutputLoaded()
     if (m_firstFrameConnected)
         return;
     m_firstFrameConnected = true;
+    if (PaintedRateMeter::isRequested() && preview->window()) {
+        auto *meter = new PaintedRateMeter(preview->window());
+        connect(preview, &PreviewOutput::framePrepared, meter, &PaintedRateMeter::onContentChanged);
+    }
     // The first frame counts as shown once the window has put it on screen.
     connect(preview, &PreviewOutput::framePrepared, this, [this, preview] {
         if (m_firstFrameShown || !preview->window())

@@ -1,9 +1,10 @@
 // The preview as the user sees it: the real application under the current X
 // display (run it under xvfb-run) showing a 30 fps and a 120 fps clip as its
 // demo camera, on each Qt Quick backend (the automatic choice first), with
-// no lens and with sunglasses. For each run: the frames per second the
-// window really put on screen (its scene graph's frame swaps, which the
-// application logs with GLINT_PREVIEW_STATS=1) and the application's CPU
+// no lens and with sunglasses. For each run: the preview pictures per second
+// the window really put on screen (its scene graph's frame swaps that
+// carried a new picture, which the application logs with
+// GLINT_PREVIEW_STATS=1, beside all swaps) and the application's CPU
 // from /proc, next to ffplay's CPU showing the same clip in the same run.
 //
 //   bench_preview [seconds per run (default 15)]
@@ -43,7 +44,8 @@ double cpuSeconds(qint64 pid)
 struct Measure
 {
     double cpuPercent = 0;
-    double paintedFps = 0;
+    double paintedFps = 0; // swaps that carried a new preview picture
+    double swapsPerSecond = 0;
     bool ok = false;
 };
 
@@ -117,14 +119,18 @@ Pair runOnce(const QString &clip, const QString &backend, const QString &lens, i
     player.waitForFinished(5000);
 
     // The mean of the per-second painted rates logged during the window.
-    const QRegularExpression rate(QStringLiteral("Painted ([0-9.]+) frames per second"));
-    double sum = 0;
+    const QRegularExpression rate(
+        QStringLiteral("Painted ([0-9.]+) frames per second \\(([0-9.]+) swaps\\)"));
+    double painted = 0, swaps = 0;
     int count = 0;
     for (auto it = rate.globalMatch(QString::fromUtf8(output.mid(from))); it.hasNext();) {
-        sum += it.next().captured(1).toDouble();
+        const auto match = it.next();
+        painted += match.captured(1).toDouble();
+        swaps += match.captured(2).toDouble();
         ++count;
     }
-    pair.app.paintedFps = count ? sum / count : 0;
+    pair.app.paintedFps = count ? painted / count : 0;
+    pair.app.swapsPerSecond = count ? swaps / count : 0;
     pair.app.ok = count > 0;
     app.terminate();
     if (!app.waitForFinished(10000))
@@ -144,8 +150,8 @@ int main(int argc, char **argv)
     }
     std::printf("application preview vs ffplay on the same clip, %d s per run\n", seconds);
     std::printf("load average at start: %s\n", loadAverage().constData());
-    std::printf("%-6s %-9s %-11s %10s %9s %12s %8s\n", "source", "backend", "lens", "painted/s", "app cpu%",
-                "ffplay cpu%", "ratio");
+    std::printf("%-6s %-9s %-11s %10s %8s %9s %12s %8s\n", "source", "backend", "lens", "painted/s",
+                "swaps/s", "app cpu%", "ffplay cpu%", "ratio");
     const struct
     {
         const char *name;
@@ -160,9 +166,10 @@ int main(int argc, char **argv)
                                 lens.isEmpty() ? "none" : qPrintable(lens));
                     continue;
                 }
-                std::printf("%-6s %-9s %-11s %10.1f %9.0f %12.0f %8.2f\n", clip.name, qPrintable(backend),
-                            lens.isEmpty() ? "none" : qPrintable(lens), p.app.paintedFps, p.app.cpuPercent,
-                            p.player.cpuPercent, p.app.cpuPercent / std::max(1.0, p.player.cpuPercent));
+                std::printf("%-6s %-9s %-11s %10.1f %8.1f %9.0f %12.0f %8.2f\n", clip.name,
+                            qPrintable(backend), lens.isEmpty() ? "none" : qPrintable(lens), p.app.paintedFps,
+                            p.app.swapsPerSecond, p.app.cpuPercent, p.player.cpuPercent,
+                            p.app.cpuPercent / std::max(1.0, p.player.cpuPercent));
                 std::fflush(stdout);
             }
         }
