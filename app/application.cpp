@@ -38,6 +38,7 @@
 #include <networklensprovider.h>
 #include <networkmanager.h>
 #include <popupmessage.h>
+#include <paintedratemeter.h>
 #include <previewoutput.h>
 #include <qmlnetworkaccessmanagerfactory.h>
 #include <qquicknonblockingpresscatcher.h>
@@ -45,6 +46,7 @@
 #include <twitchservice.h>
 #include <twitchstore.h>
 #include <updateservice.h>
+#include <scenegraphbackend.h>
 
 Q_LOGGING_CATEGORY(lcApp, "glint.app")
 
@@ -66,6 +68,7 @@ Application::~Application()
 void Application::init()
 {
     registerMetaTypes();
+    SceneGraphBackend::choose(); // before any window exists
     m_engine = new QQmlApplicationEngine();
     createServices();
     createStores();
@@ -330,14 +333,28 @@ void Application::onPreviewOutputLoaded()
     if (m_firstFrameConnected)
         return;
     m_firstFrameConnected = true;
-    connect(m_coreStore.get(), &CoreStore::frameReady, this,
-            [this] {
-                if (m_firstFrameShown)
-                    return;
-                m_firstFrameShown = true;
+    if (PaintedRateMeter::isRequested() && preview->window()) {
+        auto *meter = new PaintedRateMeter(preview->window());
+        connect(preview, &PreviewOutput::framePrepared, meter, &PaintedRateMeter::onContentChanged);
+    }
+    // The first frame counts as shown once the window has put it on screen.
+    connect(preview, &PreviewOutput::framePrepared, this, [this, preview] {
+        if (m_firstFrameShown || !preview->window())
+            return;
+        m_firstFrameShown = true;
+        auto *once = new QObject(this);
+        connect(
+            preview->window(), &QQuickWindow::frameSwapped, once,
+            [this, once] {
+                if (once->signalsBlocked())
+                    return; // a second swap queued before this one ran
+                once->blockSignals(true);
                 qCInfo(lcApp).noquote()
                     << QStringLiteral("First frame shown %1 ms after start").arg(m_sinceStart.elapsed());
-            });
+                once->deleteLater();
+            },
+            Qt::QueuedConnection);
+    });
 }
 
 void Application::onTerminationRequested()

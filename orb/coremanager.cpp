@@ -151,7 +151,10 @@ TextureWithTransform CoreManager::processFrameToTexture(const ImageBase &image, 
         return TextureWithTransform(out, d->cameraInfo.transform);
     }
     if (d->tracker.isInitialized())
-        m_faces = d->tracker.process(image, now, synchronousDetection);
+        m_faces = d->tracker.process(image, now,
+                                     synchronousDetection       ? FaceTracker::Detection::Inline
+                                     : config.lockstepDetection ? FaceTracker::Detection::Lockstep
+                                                                : FaceTracker::Detection::Background);
     if (effect->startTime < 0.0)
         effect->startTime = now;
     auto scene = effect->getScene();

@@ -15,10 +15,14 @@
 namespace Orb {
 
 namespace {
-constexpr int kCheckInterval = 5;    // frames between checks around a face
-constexpr int kSearchInterval = 30;  // frames between searches for more faces
-constexpr int kAllowedMisses = 2;    // failed checks before a face is dropped
-constexpr int kDetectionWidth = 640; // full detection runs at this width
+constexpr int kCheckInterval = 5;     // frames between checks of tracked faces
+constexpr int kSearchInterval = 30;   // frames between searches for more faces
+constexpr int kAllowedMisses = 2;     // failed checks in a row before a face is dropped
+constexpr int kDetectionWidth = 640;  // searches run at this width
+constexpr float kRegionMargin = 0.4f; // gray pixels kept around each face, per box width
+
+using Job = BackgroundFaceDetector::Job;
+using Result = BackgroundFaceDetector::Result;
 
 struct TrackedFace
 {
@@ -32,6 +36,8 @@ struct TrackedFace
     // fit would let the landmarks creep on a still face.
     cv::Rect2f box;
     int misses = 0;
+    bool fresh = true;  // found by a detection, landmarks not fitted yet
+    bool stale = false; // that detection saw an earlier frame
 };
 
 cv::Rect2f landmarkBounds(const Face &face)
@@ -64,6 +70,13 @@ bool hasMoved(const cv::Rect2f &last, const cv::Rect2f &now)
     return shift > 0.04f * last.width || std::abs(now.width - last.width) > 0.06f * last.width;
 }
 
+// The tilt of the line through the eyes, clockwise on screen.
+float rollOf(const Face &face)
+{
+    const Point l = face.leftEye(), r = face.rightEye();
+    return std::atan2(r.y - l.y, r.x - l.x);
+}
+
 bool overlaps(const cv::Rect2f &a, const cv::Rect2f &b)
 {
     const float inter = (a & b).area();
@@ -71,96 +84,180 @@ bool overlaps(const cv::Rect2f &a, const cv::Rect2f &b)
 }
 } // namespace
 
+// Each frame fits the landmarks of every tracked face in a box derived from
+// its last landmarks, on gray pixels converted only around the faces. The
+// detections (a search for new faces, a check that each face is still there)
+// run as one job on the background thread every few frames, on one copy of
+// the whole gray frame; their results come back a few frames later.
 struct FaceTracker::Impl
 {
     std::shared_ptr<const dlib::shape_predictor> model;
-    FaceDetector detector;
     std::unique_ptr<BackgroundFaceDetector> background;
+    FaceDetector detector; // places faces found on earlier frames on this one
     std::vector<TrackedFace> tracked;
     std::vector<Face> faces;
     cv::Mat gray;
-    cv::Mat small;
+    bool wholeGray = false; // this frame's gray covers the whole frame
     int frameIndex = 0;
     int nextId = 1;
     int lastSearchFrame = -kSearchInterval;
+    int lastCheckFrame = -kCheckInterval;
+    int pendingJobFrame = -1;    // frame whose job is running in the background
+    bool discardPending = false; // that job began before a restart
     double restartTime = 0.0;
     bool restartPending = true; // limits count from the next frame's time
     TrackingRequestInfo limits;
 
-    void toGray(const ImageBase &frame);
-    void searchFaces(double now, bool synchronous);
-    void addDetections(const std::vector<cv::Rect2f> &boxes);
+    void toGray(const ImageBase &frame, const cv::Rect &region);
+    void toGrayAroundFaces(const ImageBase &frame);
+    void takeResult(Detection detection);
+    void apply(const Result &result, int jobFrame);
+    void submitJob(const ImageBase &frame, double now, Detection detection);
     bool fitLandmarks(TrackedFace &t, const cv::Rect2f &box, bool smooth);
-    void trackAll();
+    void trackAll(bool freshOnly = false);
 };
 
-void FaceTracker::Impl::toGray(const ImageBase &frame)
+void FaceTracker::Impl::toGray(const ImageBase &frame, const cv::Rect &region)
 {
     const int type = frame.colorSpace() == ColorSpace::Gray  ? CV_8UC1
                      : frame.colorSpace() == ColorSpace::RGB ? CV_8UC3
                                                              : CV_8UC4;
-    cv::Mat view(frame.height(), frame.width(), type, const_cast<uint8_t *>(frame.data()),
-                 frame.bytesPerLine());
+    const cv::Mat view = cv::Mat(frame.height(), frame.width(), type, const_cast<uint8_t *>(frame.data()),
+                                 frame.bytesPerLine())(region);
+    cv::Mat out = gray(region);
     switch (frame.colorSpace()) {
     case ColorSpace::RGBA:
-        cv::cvtColor(view, gray, cv::COLOR_RGBA2GRAY);
+        cv::cvtColor(view, out, cv::COLOR_RGBA2GRAY);
         break;
     case ColorSpace::BGRA:
-        cv::cvtColor(view, gray, cv::COLOR_BGRA2GRAY);
+        cv::cvtColor(view, out, cv::COLOR_BGRA2GRAY);
         break;
     case ColorSpace::RGB:
-        cv::cvtColor(view, gray, cv::COLOR_RGB2GRAY);
+        cv::cvtColor(view, out, cv::COLOR_RGB2GRAY);
         break;
     case ColorSpace::Gray:
-        view.copyTo(gray);
+        view.copyTo(out);
         break;
     }
 }
 
-void FaceTracker::Impl::addDetections(const std::vector<cv::Rect2f> &boxes)
+void FaceTracker::Impl::toGrayAroundFaces(const ImageBase &frame)
 {
-    for (const auto &box : boxes) {
-        if (static_cast<int>(tracked.size()) >= kMaxFaces)
-            return;
-        bool known = std::any_of(tracked.begin(), tracked.end(), [&](const TrackedFace &t) {
-            return overlaps(applyRelative(t.relativeBox, landmarkBounds(t.face)), box);
-        });
-        if (known)
+    const cv::Rect whole(0, 0, frame.width(), frame.height());
+    for (TrackedFace &t : tracked) {
+        if (!t.fresh) {
+            const cv::Rect2f predicted = applyRelative(t.relativeBox, landmarkBounds(t.face));
+            if (hasMoved(t.box, predicted))
+                t.box = predicted;
+        }
+        const float m = t.box.width * kRegionMargin;
+        const cv::Rect region = cv::Rect(cv::Point(int(t.box.x - m), int(t.box.y - m)),
+                                         cv::Point(int(t.box.br().x + m) + 1, int(t.box.br().y + m) + 1)) &
+                                whole;
+        if (!wholeGray && region.area() > 0)
+            toGray(frame, region);
+    }
+}
+
+void FaceTracker::Impl::apply(const Result &result, int jobFrame)
+{
+    for (const auto &check : result.checks) {
+        auto it = std::find_if(tracked.begin(), tracked.end(),
+                               [&](const TrackedFace &t) { return t.face.id == check.id; });
+        if (it == tracked.end())
             continue;
-        cv::Rect2f confirmed;
-        if (!detector.detectAround(gray, box, confirmed, FaceDetector::kConfirmConfidence))
+        if (check.found) {
+            it->misses = 0;
+            // Only a clear disagreement means the landmarks drifted off. The
+            // check saw an older frame: move today's box by the correction.
+            if (!overlaps(check.box, check.expected)) {
+                const float scale = check.box.width / std::max(1.0f, check.expected.width);
+                const cv::Point2f shift =
+                    (check.box.tl() + check.box.br() - check.expected.tl() - check.expected.br()) / 2;
+                const cv::Point2f centre = (it->box.tl() + it->box.br()) / 2 + shift;
+                const cv::Size2f size = it->box.size() * scale;
+                it->box = cv::Rect2f(centre - cv::Point2f(size.width / 2, size.height / 2), size);
+                it->fresh = true;
+                it->stale = jobFrame != frameIndex;
+            }
+        } else if (++it->misses > kAllowedMisses) {
+            tracked.erase(it);
+        } else {
+            lastCheckFrame = -kCheckInterval; // look again at once
+        }
+    }
+    for (const auto &box : result.newFaces) {
+        if (static_cast<int>(tracked.size()) >= kMaxFaces)
+            break;
+        const bool known = std::any_of(tracked.begin(), tracked.end(),
+                                       [&](const TrackedFace &t) { return overlaps(t.box, box); });
+        if (known)
             continue;
         TrackedFace t;
         t.face.id = nextId++;
-        t.box = confirmed;
-        if (fitLandmarks(t, confirmed, false)) {
-            t.relativeBox = relativeTo(confirmed, landmarkBounds(t.face));
-            tracked.push_back(std::move(t));
-        }
+        t.box = box;
+        t.stale = jobFrame != frameIndex;
+        tracked.push_back(std::move(t));
     }
 }
 
-void FaceTracker::Impl::searchFaces(double now, bool synchronous)
+void FaceTracker::Impl::takeResult(Detection detection)
+{
+    if (!background || pendingJobFrame < 0)
+        return;
+    Result result;
+    if (detection == Detection::Lockstep) {
+        if (frameIndex - pendingJobFrame < kLockstepFrames)
+            return;
+        background->waitResult(result);
+    } else if (!background->takeResult(result)) {
+        return;
+    }
+    const int jobFrame = pendingJobFrame;
+    pendingJobFrame = -1;
+    if (discardPending)
+        discardPending = false;
+    else
+        apply(result, jobFrame);
+}
+
+void FaceTracker::Impl::submitJob(const ImageBase &frame, double now, Detection detection)
 {
     const bool searching = tracked.empty();
-    if (searching && now - restartTime > limits.maxSearchSeconds)
+    const bool searchDue =
+        searching ? now - restartTime <= limits.maxSearchSeconds
+                  : frameIndex - lastSearchFrame >= kSearchInterval && tracked.size() < size_t(kMaxFaces);
+    const bool checkDue = !searching && frameIndex - lastCheckFrame >= kCheckInterval;
+    if (!searchDue && !checkDue)
         return;
-    if (!searching && (frameIndex - lastSearchFrame < kSearchInterval || tracked.size() >= kMaxFaces))
-        return;
-    const double scale = std::min(1.0, static_cast<double>(kDetectionWidth) / gray.cols);
-    cv::resize(gray, small, cv::Size(), scale, scale, cv::INTER_AREA);
-    if (synchronous) {
+    if (detection != Detection::Inline && pendingJobFrame >= 0)
+        return; // the last job is still running
+    if (!wholeGray) {
+        toGray(frame, cv::Rect(0, 0, frame.width(), frame.height()));
+        wholeGray = true;
+    }
+    Job job;
+    job.gray = detection == Detection::Inline ? gray : gray.clone();
+    job.search = searchDue;
+    job.searchScale = std::min(1.0, static_cast<double>(kDetectionWidth) / gray.cols);
+    for (const TrackedFace &t : tracked) {
+        job.known.push_back(t.box);
+        if (checkDue)
+            job.checks.push_back({t.face.id, t.box, rollOf(t.face)});
+    }
+    if (searchDue)
         lastSearchFrame = frameIndex;
-        std::vector<cv::Rect2f> boxes = detector.detect(small);
-        for (auto &b : boxes)
-            b = cv::Rect2f(b.x / scale, b.y / scale, b.width / scale, b.height / scale);
-        addDetections(boxes);
+    if (checkDue)
+        lastCheckFrame = frameIndex;
+    if (detection == Detection::Inline) {
+        apply(BackgroundFaceDetector::run(job), frameIndex);
+        trackAll(true); // fits the faces found or corrected just now
         return;
     }
     if (!background)
         background = std::make_unique<BackgroundFaceDetector>();
-    if (background->submit(small, scale))
-        lastSearchFrame = frameIndex;
+    if (background->submit(std::move(job)))
+        pendingJobFrame = frameIndex;
 }
 
 bool FaceTracker::Impl::fitLandmarks(TrackedFace &t, const cv::Rect2f &box, bool smooth)
@@ -188,28 +285,28 @@ bool FaceTracker::Impl::fitLandmarks(TrackedFace &t, const cv::Rect2f &box, bool
     return true;
 }
 
-void FaceTracker::Impl::trackAll()
+void FaceTracker::Impl::trackAll(bool freshOnly)
 {
     const cv::Rect2f frameRect(0, 0, static_cast<float>(gray.cols), static_cast<float>(gray.rows));
     for (auto it = tracked.begin(); it != tracked.end();) {
         TrackedFace &t = *it;
-        const cv::Rect2f predicted = applyRelative(t.relativeBox, landmarkBounds(t.face));
-        if (hasMoved(t.box, predicted))
-            t.box = predicted;
-        cv::Rect2f &box = t.box;
-        bool keep = (box & frameRect).area() > 0.3f * box.area() && box.width > 24.0f;
-        if (keep && (frameIndex + t.face.id) % kCheckInterval == 0) {
-            cv::Rect2f found;
-            if (detector.detectAround(gray, box, found)) {
-                t.misses = 0;
-                // Only a clear disagreement means the landmarks drifted off.
-                if (!overlaps(found, box))
-                    box = found;
-            } else {
-                keep = ++t.misses <= kAllowedMisses;
-            }
+        if (freshOnly && !t.fresh) {
+            ++it;
+            continue;
         }
-        if (keep && fitLandmarks(t, box, true)) {
+        if (t.fresh && t.stale) {
+            // The face has moved since: landmarks fitted in an old box
+            // shrink onto a part of the face. Find it again on this frame.
+            cv::Rect2f now;
+            if (detector.detectAround(gray, t.box, now, BackgroundFaceDetector::kCheckConfidence))
+                t.box = now;
+            t.stale = false;
+        }
+        const bool keep = (t.box & frameRect).area() > 0.3f * t.box.area() && t.box.width > 24.0f;
+        if (keep && fitLandmarks(t, t.box, !t.fresh)) {
+            if (t.fresh)
+                t.relativeBox = relativeTo(t.box, landmarkBounds(t.face));
+            t.fresh = false;
             t.face.expressions = t.expressions.update(t.face);
             ++it;
         } else {
@@ -247,6 +344,11 @@ bool FaceTracker::isInitialized() const
 const std::vector<Face> &FaceTracker::process(const ImageBase &frame, double timeSeconds,
                                               bool synchronousDetection)
 {
+    return process(frame, timeSeconds, synchronousDetection ? Detection::Inline : Detection::Background);
+}
+
+const std::vector<Face> &FaceTracker::process(const ImageBase &frame, double timeSeconds, Detection detection)
+{
     d->faces.clear();
     if (!d->model)
         return d->faces;
@@ -259,12 +361,13 @@ const std::vector<Face> &FaceTracker::process(const ImageBase &frame, double tim
         d->tracked.clear();
         return d->faces;
     }
-    d->toGray(frame);
-    std::vector<cv::Rect2f> detections;
-    if (d->background && d->background->takeResult(detections))
-        d->addDetections(detections);
+    if (d->gray.rows != frame.height() || d->gray.cols != frame.width())
+        d->gray.create(frame.height(), frame.width(), CV_8UC1);
+    d->wholeGray = false;
+    d->takeResult(detection);
+    d->toGrayAroundFaces(frame);
     d->trackAll();
-    d->searchFaces(timeSeconds, synchronousDetection);
+    d->submitJob(frame, timeSeconds, detection);
     for (const auto &t : d->tracked)
         d->faces.push_back(t.face);
     return d->faces;
@@ -282,9 +385,8 @@ void FaceTracker::restart(const TrackingRequestInfo &info)
     d->limits = info;
     d->restartPending = true;
     d->lastSearchFrame = d->frameIndex - kSearchInterval;
-    std::vector<cv::Rect2f> stale;
-    if (d->background)
-        d->background->takeResult(stale);
+    // A job still running saw the old frames: its result is dropped.
+    d->discardPending = d->pendingJobFrame >= 0;
 }
 
 } // namespace Orb

@@ -28,8 +28,23 @@ public:
     bool initialize(const std::string &modelPath, std::string &error);
     bool isInitialized() const;
 
-    // Tracks faces in one frame. With synchronousDetection the full detection
-    // runs inline whenever it is due, which makes results reproducible.
+    enum class Detection {
+        // Searches run on a background thread; their results are used as soon
+        // as they are ready. Never stalls a frame, but what is found when
+        // depends on the machine's speed.
+        Background,
+        // Searches run inline whenever they are due.
+        Inline,
+        // Searches run on the background thread and each result is used
+        // exactly kLockstepFrames frames after its search began, waiting for
+        // it if needed: reproducible, and cheap per frame on a fast machine.
+        Lockstep,
+    };
+    static constexpr int kLockstepFrames = 3;
+
+    // Tracks faces in one frame.
+    const std::vector<Face> &process(const ImageBase &frame, double timeSeconds, Detection detection);
+    // synchronousDetection: Detection::Inline, otherwise Detection::Background.
     const std::vector<Face> &process(const ImageBase &frame, double timeSeconds, bool synchronousDetection);
 
     const std::vector<Face> &faces() const;

@@ -13,7 +13,6 @@
 #include <QtTest>
 #include <csignal>
 #include <lensserverprocess.h>
-#include <singleinstanceguard.h>
 
 namespace {
 

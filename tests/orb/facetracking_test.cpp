@@ -1,11 +1,13 @@
 #include "testframes.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <orb/facetracker.h>
 #include <gtest/gtest.h>
 #include <orb/landmarkmodel.h>
+#include <opencv2/videoio.hpp>
 #include <thread>
 
 using Orb::Face;
@@ -199,4 +201,43 @@ TEST(LandmarkModel, PathIsConfigurationAndBadFilesAreReported)
     EXPECT_FALSE(Orb::LandmarkModel::shared("/nonexistent.dat", error));
     EXPECT_EQ(error, "landmark model not found at /nonexistent.dat (set ORB_LANDMARK_MODEL)");
     std::remove(fake.c_str());
+}
+
+namespace {
+// Faces found in each frame of a clip, tracked in lockstep.
+std::vector<int> facesPerFrame(const std::string &clip, int frames)
+{
+    FaceTracker tracker;
+    std::string error;
+    EXPECT_TRUE(tracker.initialize(Orb::LandmarkModel::path(), error)) << error;
+    cv::VideoCapture video(clip);
+    EXPECT_TRUE(video.isOpened()) << clip;
+    std::vector<int> counts;
+    cv::Mat bgr;
+    for (int i = 0; i < frames && video.read(bgr); ++i) {
+        auto image = TestFrames::toImage(bgr);
+        counts.push_back(int(tracker.process(*image, i / 30.0, FaceTracker::Detection::Lockstep).size()));
+    }
+    return counts;
+}
+} // namespace
+
+TEST(FaceTrackingClip, MovingTurningScalingFaceIsFoundAtOnceAndKeptReproducibly)
+{
+    constexpr int kFrames = 300;
+    const std::vector<int> counts = facesPerFrame(ORB_TEST_MOVING_CLIP, kFrames);
+    ASSERT_EQ(counts.size(), size_t(kFrames));
+    const auto first = std::find_if(counts.begin(), counts.end(), [](int n) { return n > 0; });
+    ASSERT_NE(first, counts.end()) << "the face was never found";
+    EXPECT_LE(first - counts.begin(), 9) << "found later than 300 ms into the clip";
+    const long kept = std::count(first, counts.end(), 1);
+    std::string lost;
+    for (auto it = first; it != counts.end(); ++it)
+        if (*it != 1)
+            lost += " " + std::to_string(it - counts.begin()) + ":" + std::to_string(*it);
+    EXPECT_GE(double(kept) / double(counts.end() - first), 0.98)
+        << "kept in " << kept << " of " << (counts.end() - first) << " frames; frames (faces) without"
+        << lost;
+    // The same frames give the same faces, however busy the machine is.
+    EXPECT_EQ(facesPerFrame(ORB_TEST_MOVING_CLIP, kFrames), counts);
 }

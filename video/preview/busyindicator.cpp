@@ -74,7 +74,10 @@ void BusyIndicator::geometryChanged(const QRectF &newGeometry, const QRectF &old
     if (newGeometry.size() == oldGeometry.size())
         return;
     reset();
-    startTimer();
+    // A hidden indicator (its own flag or a parent's) must not tick: every
+    // tick asks the window for a new frame.
+    if (isVisible())
+        startTimer();
 }
 
 void BusyIndicator::advance(int thickness)

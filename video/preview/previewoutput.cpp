@@ -1,15 +1,33 @@
 #include "previewoutput.h"
 
+#include "previewframepreparer.h"
+
 #include <QPainter>
+#include <QQuickWindow>
+#include <QThread>
 
 namespace VCam {
 
-PreviewOutput::PreviewOutput(QQuickItem *parent) : QQuickPaintedItem(parent)
+PreviewOutput::PreviewOutput(QQuickItem *parent)
+    : QQuickPaintedItem(parent), m_thread(new QThread(this)), m_preparer(new PreviewFramePreparer)
 {
     setObjectName(QStringLiteral("PreviewOutput"));
     setFlag(ItemHasContents, true);
     setRenderTarget(FramebufferObject);
-    setAntialiasing(true);
+    // The picture covers the item: nothing under it needs drawing, and it
+    // is drawn without blending.
+    setOpaquePainting(true);
+    m_preparer->moveToThread(m_thread);
+    connect(m_thread, &QThread::finished, m_preparer, &QObject::deleteLater);
+    connect(this, &PreviewOutput::prepareFrame, m_preparer, &PreviewFramePreparer::onFrame);
+    connect(m_preparer, &PreviewFramePreparer::prepared, this, &PreviewOutput::onPrepared);
+    m_thread->start();
+}
+
+PreviewOutput::~PreviewOutput()
+{
+    m_thread->quit();
+    m_thread->wait();
 }
 
 void PreviewOutput::componentComplete()
@@ -22,7 +40,14 @@ void PreviewOutput::setFlip(bool flip)
 {
     m_flip = flip;
     emit flipChanged();
+    requestPreparation();
     update();
+}
+
+QSize PreviewOutput::pixelSize() const
+{
+    const qreal ratio = window() ? window()->effectiveDevicePixelRatio() : 1.0;
+    return QSize(qRound(width() * ratio), qRound(height() * ratio));
 }
 
 void PreviewOutput::onFrameReady(const QImage &frame)
@@ -35,21 +60,51 @@ void PreviewOutput::onFrameReady(const QImage &frame)
             emit whRatioChanged();
         }
     }
+    requestPreparation();
+}
+
+void PreviewOutput::requestPreparation()
+{
+    if (m_image.isNull())
+        return;
+    if (m_preparing) {
+        m_waiting = true;
+        return;
+    }
+    m_preparing = true;
+    m_waiting = false;
+    emit prepareFrame(m_image, pixelSize(), m_flip);
+}
+
+void PreviewOutput::onPrepared(const QImage &image, bool mirrored)
+{
+    m_preparing = false;
+    m_prepared = image;
+    m_preparedMirrored = mirrored;
     update();
+    emit framePrepared();
+    if (m_waiting)
+        requestPreparation();
 }
 
 void PreviewOutput::paint(QPainter *painter)
 {
+    const QRect area(0, 0, int(width()), int(height()));
+    if (!m_prepared.isNull() && m_preparedMirrored == m_flip) {
+        // Prepared at the item's size this is a plain copy; right after a
+        // resize it is stretched until the next frame.
+        painter->drawImage(area, m_prepared);
+        return;
+    }
     if (m_image.isNull())
         return;
-    const int w = int(width());
-    const int h = int(height());
+    // Nothing prepared for the current mirroring yet: draw the frame itself.
     if (m_flip) {
-        painter->translate(w / 2.0, h / 2.0);
+        painter->translate(area.width() / 2.0, area.height() / 2.0);
         painter->scale(-1, 1);
-        painter->translate(-w / 2.0, -h / 2.0);
+        painter->translate(-area.width() / 2.0, -area.height() / 2.0);
     }
-    painter->drawImage(QRect(0, 0, w, h), m_image);
+    painter->drawImage(area, m_image);
 }
 
 } // namespace VCam

@@ -3,10 +3,17 @@
 #include <QImage>
 #include <QQuickPaintedItem>
 
+class QThread;
+
 namespace VCam {
+
+class PreviewFramePreparer;
 
 // Shows the processed camera frames, optionally mirrored. The item stretches
 // each frame over its whole area; QML keeps the shape right through whRatio.
+// Each frame is made ready for drawing (format, size, mirroring) on a thread
+// of its own, so painting is a plain copy of an opaque picture; while one
+// frame is being prepared only the newest of the frames that arrive waits.
 class PreviewOutput : public QQuickPaintedItem
 {
     Q_OBJECT
@@ -14,6 +21,7 @@ class PreviewOutput : public QQuickPaintedItem
     Q_PROPERTY(float whRatio READ whRatio NOTIFY whRatioChanged)
 public:
     explicit PreviewOutput(QQuickItem *parent = nullptr);
+    ~PreviewOutput() override;
 
     bool flip() const { return m_flip; }
     void setFlip(bool flip);
@@ -30,14 +38,27 @@ signals:
     void whRatioChanged();
     // Emitted once the item is part of a scene, so frames can be connected.
     void previewOutputLoaded();
+    // A frame has been prepared and the item scheduled for repainting.
+    void framePrepared();
+    void prepareFrame(const QImage &frame, const QSize &size, bool mirrored);
 
 protected:
     void componentComplete() override;
 
 private:
-    QImage m_image;
+    void onPrepared(const QImage &image, bool mirrored);
+    void requestPreparation();
+    QSize pixelSize() const;
+
+    QImage m_image;    // the last frame given
+    QImage m_prepared; // the last frame ready to draw
+    bool m_preparedMirrored = false;
+    bool m_preparing = false;
+    bool m_waiting = false; // a newer frame than the one in preparation
     bool m_flip = false;
     float m_whRatio = 16.0f / 9.0f;
+    QThread *m_thread = nullptr;
+    PreviewFramePreparer *m_preparer = nullptr;
 };
 
 } // namespace VCam

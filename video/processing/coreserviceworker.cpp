@@ -68,7 +68,7 @@ CoreServiceWorker::CoreServiceWorker(VirtualCamFactory virtualCamFactory, QObjec
     if (!m_virtualCamFactory)
         m_virtualCamFactory = &CoreServiceWorker::systemVirtualCam;
     m_grabber = new WebcamStreamGrabber(this);
-    m_grabber->setAspectRatio(16.0f / 9.0f);
+    m_grabber->setAspectRatio(kFrameAspectRatio);
     connect(m_grabber, &BaseStreamGrabber::frameReady, this, &CoreServiceWorker::onFrameReady);
     connect(m_grabber, &BaseStreamGrabber::streamStateChanged, this, [this](BaseStreamGrabber::State state) {
         emit streamStateChanged(state == BaseStreamGrabber::PlayState);
@@ -151,12 +151,17 @@ void CoreServiceWorker::setInputCamera(const QString &camera)
     m_grabber->changeStreamState(BaseStreamGrabber::PlayState);
 }
 
-void CoreServiceWorker::onFrameReady(const QImage &frame, double)
+int CoreServiceWorker::trackedFaceCount() const
+{
+    return m_core ? int(m_core->getTrackedFaces().size()) : 0;
+}
+
+void CoreServiceWorker::onFrameReady(const QImage &frame, double timestamp)
 {
     QImage result;
     if (m_failCount < kMaxFailCount) {
         try {
-            result = runLens(frame);
+            result = runLens(frame, timestamp);
             m_failCount = 0;
         } catch (const std::exception &error) {
             ++m_failCount;
@@ -177,15 +182,18 @@ void CoreServiceWorker::onFrameReady(const QImage &frame, double)
     emit frameReady(output);
 }
 
-QImage CoreServiceWorker::runLens(const QImage &frame)
+QImage CoreServiceWorker::runLens(const QImage &frame, double timestamp)
 {
     ensureCore();
     Orb::ImageBase image(const_cast<uint8_t *>(frame.constBits()), frame.width(), frame.height(),
                          int(frame.bytesPerLine()), Orb::ColorSpace::RGBA,
                          &Orb::ImageBase::doNothingDeallocator);
     m_core->setCameraInfo(cameraInfo(frame.size()));
-    const Orb::TextureWithTransform rendered =
-        m_core->processFrameToTexture(image, Orb::Timestamp::invalid(), false, Orb::ImageProcessingConfig());
+    Orb::ImageProcessingConfig config;
+    config.lockstepDetection = m_deterministic;
+    const Orb::TextureWithTransform rendered = m_core->processFrameToTexture(
+        image, m_deterministic ? Orb::Timestamp::fromSeconds(timestamp) : Orb::Timestamp::invalid(), false,
+        config);
     const Orb::Texture normalized = rendered.buildNormalizedTexture();
     auto *pixels = new std::shared_ptr<Orb::ImageBase>(m_textureReader->readTextureToImage(normalized));
     const Orb::ImageBase &out = **pixels;

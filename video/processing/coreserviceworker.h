@@ -38,6 +38,8 @@ class CoreServiceWorker : public QObject
 public:
     using VirtualCamFactory = std::function<std::shared_ptr<IVirtualCamService>()>;
     static constexpr int kMaxFailCount = 5;
+    // Frames are cropped to this width / height before processing.
+    static constexpr float kFrameAspectRatio = 16.0f / 9.0f;
 
     explicit CoreServiceWorker(VirtualCamFactory virtualCamFactory = {}, QObject *parent = nullptr);
     ~CoreServiceWorker() override;
@@ -49,6 +51,12 @@ public:
     QImage overlay() const { return m_overlay; }
     bool overlayMirrored() const { return m_overlayMirrored; }
     WebcamStreamGrabber *grabber() const { return m_grabber; }
+    // Faces the lens saw in the last processed frame.
+    int trackedFaceCount() const;
+    // Tests and benchmarks: frames are timed by their own timestamps and
+    // face detection results are used a fixed number of frames after they
+    // were asked for, so the same frames give the same faces on any machine.
+    void setDeterministicTracking(bool deterministic) { m_deterministic = deterministic; }
 
 public slots:
     void startProcessing();
@@ -76,7 +84,7 @@ signals:
 private:
     void ensureCore();
     void installDelegates();
-    QImage runLens(const QImage &frame);
+    QImage runLens(const QImage &frame, double timestamp);
     void restartTracking();
     QImage composeOutput(QImage result);
 
@@ -98,6 +106,7 @@ private:
     std::unique_ptr<GestureHandler> m_gestures;
 
     int m_failCount = 0;
+    bool m_deterministic = false;
     QImage m_overlay;
     bool m_overlayMirrored = false;
     QSize m_lastFrameSize{1280, 720};

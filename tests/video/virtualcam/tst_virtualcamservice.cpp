@@ -9,6 +9,7 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QPainter>
+#include <QRandomGenerator>
 #include <QTemporaryDir>
 #include <QtTest>
 #include <chrono>
@@ -168,6 +169,22 @@ private slots:
         QCOMPARE(image.pixelColor(100, 360), QColor(Qt::red));
         QCOMPARE(image.pixelColor(1180, 700), QColor(Qt::blue));
         QCOMPARE(sink.pendingBytes(200), qint64(0));
+    }
+
+    void outputConversionKeepsEveryByte()
+    {
+        // Processing's read-back picture, also with lines padded beyond the
+        // width, against Qt's own conversion.
+        std::vector<uchar> pixels(1300 * 4 * 720);
+        QRandomGenerator random(7);
+        for (auto &byte : pixels)
+            byte = uchar(random.bounded(256));
+        for (int stride : {1280 * 4, 1300 * 4}) {
+            const QImage frame(pixels.data(), 1280, 720, stride, QImage::Format_RGBA8888);
+            const QImage out = VCam::VirtualCamOutputHelper::outputFrame(frame);
+            QCOMPARE(out.format(), QImage::Format_RGB888);
+            QVERIFY(out == frame.convertToFormat(QImage::Format_RGB888));
+        }
     }
 
     void startingTheOutputForcesTheSizeAndLogs()

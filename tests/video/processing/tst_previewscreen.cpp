@@ -1,0 +1,108 @@
+// The preview window as the X server shows it, on the scene graph backend
+// given by GLINT_QUICK_BACKEND ("software" or "opengl"; ctest runs both): each
+// frame handed to the preview is what a screenshot of the window shows,
+// mirrored and not. Needs an X display (the suite runs under xvfb-run).
+#include <QQuickView>
+#include <QSGRendererInterface>
+#include <QSignalSpy>
+#include <QtTest>
+#include <previewoutput.h>
+#include <scenegraphbackend.h>
+#include <xwindowdriver.h>
+
+using namespace VCam;
+
+namespace {
+// A 1280x720 frame with a colour in each quarter, as processing sends it.
+QImage quarters(QColor topLeft, QColor topRight, QColor bottomLeft, QColor bottomRight)
+{
+    QImage frame(1280, 720, QImage::Format_RGB888);
+    const QColor colours[] = {topLeft, topRight, bottomLeft, bottomRight};
+    for (int i = 0; i < 4; ++i) {
+        const QRect quarter((i % 2) * 640, (i / 2) * 360, 640, 360);
+        for (int y = quarter.top(); y <= quarter.bottom(); ++y)
+            for (int x = quarter.left(); x <= quarter.right(); ++x)
+                frame.setPixelColor(x, y, colours[i]);
+    }
+    return frame;
+}
+
+bool near(QColor actual, QColor expected)
+{
+    return std::abs(actual.red() - expected.red()) < 24 && std::abs(actual.green() - expected.green()) < 24 &&
+           std::abs(actual.blue() - expected.blue()) < 24;
+}
+} // namespace
+
+class TestPreviewScreen : public QObject
+{
+    Q_OBJECT
+private slots:
+    void initTestCase()
+    {
+        if (qEnvironmentVariableIsEmpty("DISPLAY"))
+            QSKIP("needs an X display (the test command runs the suite under xvfb-run)");
+        if (QStandardPaths::findExecutable("import").isEmpty())
+            QSKIP("needs ImageMagick's import");
+    }
+
+    void screenShowsTheFrameMirroredAndNot_data()
+    {
+        QTest::addColumn<bool>("mirrored");
+        QTest::addColumn<QImage>("frame");
+        QTest::addColumn<QList<QColor>>("seen"); // top left, top right, bottom left, bottom right
+        const QColor a(220, 30, 30), b(30, 200, 40), c(40, 60, 220), d(240, 240, 240);
+        QTest::newRow("as given") << false << quarters(a, b, c, d) << QList<QColor>{a, b, c, d};
+        QTest::newRow("mirrored") << true << quarters(a, b, c, d) << QList<QColor>{b, a, d, c};
+        QTest::newRow("next frame") << false << quarters(d, c, b, a) << QList<QColor>{d, c, b, a};
+    }
+
+    void screenShowsTheFrameMirroredAndNot()
+    {
+        QFETCH(bool, mirrored);
+        QFETCH(QImage, frame);
+        QFETCH(QList<QColor>, seen);
+        const QString expectedBackend = qEnvironmentVariable("GLINT_QUICK_BACKEND");
+        QQuickView view;
+        view.setFlags(Qt::FramelessWindowHint);
+        view.resize(480, 270);
+        PreviewOutput preview(view.contentItem());
+        preview.setSize({480, 270});
+        view.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&view));
+        const bool software = view.rendererInterface()->graphicsApi() == QSGRendererInterface::Software;
+        QCOMPARE(software, expectedBackend == "software");
+
+        QSignalSpy prepared(&preview, &PreviewOutput::framePrepared);
+        QSignalSpy swapped(&view, &QQuickWindow::frameSwapped);
+        preview.setFlip(mirrored);
+        preview.onFrameReady(frame);
+        QVERIFY(prepared.wait(5000) || prepared.count() > 0);
+        QVERIFY(swapped.wait(5000) || swapped.count() > 0);
+        QTest::qWait(200);
+
+        const QString file =
+            QStringLiteral(GLINT_ARTIFACTS_DIR "/preview-%1-%2.png")
+                .arg(expectedBackend, QString::fromLatin1(QTest::currentDataTag()).replace(' ', '-'));
+        QDir().mkpath(QStringLiteral(GLINT_ARTIFACTS_DIR));
+        const QImage shot = XWindowDriver::grab(QString::number(view.winId()), file);
+        QVERIFY2(!shot.isNull(), qPrintable(file));
+        QCOMPARE(shot.size(), QSize(480, 270));
+        const QPoint probes[] = {{60, 40}, {420, 40}, {60, 230}, {420, 230}};
+        for (int i = 0; i < 4; ++i) {
+            const QColor pixel = shot.pixelColor(probes[i]);
+            QVERIFY2(near(pixel, seen[i]), qPrintable(QString("quarter %1 shows %2, expected %3 (see %4)")
+                                                          .arg(i)
+                                                          .arg(pixel.name(), seen[i].name(), file)));
+        }
+    }
+};
+
+int main(int argc, char **argv)
+{
+    QGuiApplication app(argc, argv);
+    SceneGraphBackend::choose(); // as the application does, here forced
+    TestPreviewScreen test;
+    return QTest::qExec(&test, argc, argv);
+}
+#include "tst_previewscreen.moc"
