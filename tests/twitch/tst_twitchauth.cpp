@@ -196,7 +196,8 @@ void TwitchAuthTest::signInShowsPageByExtensionStatus()
     QCOMPARE(browser.opened.size(), 1);
     QCOMPARE(browser.opened.first(), program.helper()->authorizeUrl());
     QVERIFY(browser.opened.first().toEncoded().endsWith(
-        "&response_type=code&scope=channel_read%20channel_subscriptions%20user:edit:broadcast"));
+        "&response_type=code&scope=channel_read%20channel_subscriptions%20user:edit:broadcast"
+        "%20channel:read:subscriptions%20bits:read"));
     QVERIFY(browser.redirect.toString().startsWith(QStringLiteral("http://localhost:8492/?code=")));
 
     QTRY_COMPARE_WITH_TIMEOUT(program.state(), TwitchAuthState::Authorized, 10000);
