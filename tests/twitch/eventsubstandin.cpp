@@ -182,3 +182,12 @@ void EventSubStandIn::requestReconnect()
         send(session->socket, QStringLiteral("session_reconnect"), {{"session", state}});
     }
 }
+
+void EventSubStandIn::closeAll()
+{
+    for (Session *session : qAsConst(m_sessions)) {
+        if (session->socket)
+            session->socket->close(QWebSocketProtocol::CloseCode(4000),
+                                   QStringLiteral("internal server error"));
+    }
+}

@@ -40,6 +40,8 @@ public:
     bool notify(const QString &type, const QJsonObject &event);
     void revoke(const QString &type, const QString &status);
     void sendRaw(const QString &text);
+    // Ends every session (close code 4000).
+    void closeAll();
     // session_reconnect to every session, pointing at this server.
     void requestReconnect();
 

@@ -139,6 +139,7 @@ private slots:
     void resubscriptionFollowsItsOption();
     void manualChangeEndsWithoutRestore();
     void bitsAndUnassignedSubscriptionsGoToTheLens();
+    void refusedTokenIsRefreshed();
     void accountStateReachesTheStore_data();
     void accountStateReachesTheStore();
 
@@ -171,7 +172,9 @@ void TwitchLiveTest::initTestCase()
     for (const char *name : {"big-eyes", "confetti", "film-noir", "fireworks", "heart-eyes", "sunglasses"})
         folders << QStringLiteral(GLINT_SAMPLE_LENSES "/") + QLatin1String(name);
     QVERIFY(m_lensServer.import(folders));
-    QVERIFY(m_lensServer.start());
+    QVERIFY(m_lensServer.start({QStringLiteral("--twitch-client-id"), TwitchStandIn::kClientId,
+                                QStringLiteral("--twitch-client-secret"), TwitchStandIn::kClientSecret,
+                                QStringLiteral("--twitch-token-url"), m_twitch.tokenUrl()}));
     QVERIFY(m_cache.isValid());
 }
 
@@ -328,6 +331,24 @@ void TwitchLiveTest::bitsAndUnassignedSubscriptionsGoToTheLens()
     QVERIFY(m_eventSub.notify(QStringLiteral("channel.subscribe"), subscriber(QStringLiteral("1000"))));
     QTRY_COMPARE(rig->externalEvents().size(), 3);
     QCOMPARE(rig->current(), kMainLens);
+}
+
+void TwitchLiveTest::refusedTokenIsRefreshed()
+{
+    auto rig = linkedRig();
+    QVERIFY(rig);
+    QTRY_COMPARE(rig->service->eventSub()->activeSubscriptions().size(), 3);
+    const int refreshes = m_twitch.refreshes();
+    // Twitch drops the token and the session: the next session's
+    // subscriptions are refused until the token is refreshed.
+    m_twitch.invalidateAccessToken(rig->network.accessToken().toStdString());
+    m_eventSub.closeAll();
+    QTRY_COMPARE_WITH_TIMEOUT(m_twitch.refreshes(), refreshes + 1, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(rig->service->eventSub()->activeSubscriptions().size(), 3, 10000);
+    QVERIFY(rig->twitchStore->authorized());
+    QVERIFY(m_eventSub.notify(QStringLiteral("channel.subscribe"), subscriber(QStringLiteral("2000"))));
+    QTRY_COMPARE(rig->current(), kTierLenses[2]);
+    QCOMPARE(m_twitch.refreshes(), refreshes + 1);
 }
 
 void TwitchLiveTest::accountStateReachesTheStore_data()

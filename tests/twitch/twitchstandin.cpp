@@ -81,6 +81,12 @@ void TwitchStandIn::forgetRefreshTokens()
     m_refresh.clear();
 }
 
+void TwitchStandIn::invalidateAccessToken(const std::string &token)
+{
+    std::lock_guard lock(m_mutex);
+    m_accessTokens[token] = false;
+}
+
 bool TwitchStandIn::isAccessTokenValid(const std::string &token) const
 {
     std::lock_guard lock(m_mutex);

@@ -75,6 +75,9 @@ public:
     int refreshes() const { return m_refreshes; }
     int revocations() const { return m_revocations; }
     bool isAccessTokenValid(const std::string &token) const;
+    // The access token stops working (as when Twitch expires it early); its
+    // refresh token still works.
+    void invalidateAccessToken(const std::string &token);
     // Issues tokens as a finished sign-in would, for tests that start from
     // a stored login: {access, refresh}.
     std::pair<std::string, std::string> issueTokens();
