@@ -47,6 +47,14 @@ TwitchSubscriptionHelper::TwitchSubscriptionHelper(QObject *parent)
     connect(&m_pingTimer, &QTimer::timeout, this, &TwitchSubscriptionHelper::sendPing);
 }
 
+// The socket goes last among the members; what it reports while it closes
+// must not reach the timers that are already gone.
+TwitchSubscriptionHelper::~TwitchSubscriptionHelper()
+{
+    m_socket.disconnect(this);
+    m_socket.abort();
+}
+
 void TwitchSubscriptionHelper::setPingIntervals(int pingMs, int pongWaitMs)
 {
     m_pingIntervalMs = pingMs;

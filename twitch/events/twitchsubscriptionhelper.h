@@ -30,6 +30,7 @@ public:
     static constexpr qint64 kMaxSocketMessageBytes = 4 * 1024 * 1024;
 
     explicit TwitchSubscriptionHelper(QObject *parent = nullptr);
+    ~TwitchSubscriptionHelper() override;
 
     void setUrl(const QUrl &url) { m_url = url; }
     // Four minutes and ten seconds are too long for a test to sit through.
