@@ -140,6 +140,7 @@ private slots:
     void manualChangeEndsWithoutRestore();
     void bitsAndUnassignedSubscriptionsGoToTheLens();
     void refusedTokenIsRefreshed();
+    void settingsRoundTripAndQuietFlags();
     void accountStateReachesTheStore_data();
     void accountStateReachesTheStore();
 
@@ -349,6 +350,37 @@ void TwitchLiveTest::refusedTokenIsRefreshed()
     QVERIFY(m_eventSub.notify(QStringLiteral("channel.subscribe"), subscriber(QStringLiteral("2000"))));
     QTRY_COMPARE(rig->current(), kTierLenses[2]);
     QCOMPARE(m_twitch.refreshes(), refreshes + 1);
+}
+
+void TwitchLiveTest::settingsRoundTripAndQuietFlags()
+{
+    nlohmann::json saved;
+    {
+        Rig rig(m_lensServer, m_cache.path(),
+                {{"secondaryLensTimeout", "soon"}, {"secondaryLensIdTier2", 7}});
+        QCOMPARE(rig.twitchStore->secondaryLensTimeout(), TwitchStore::kDefaultLensTimeoutMs);
+        QCOMPARE(rig.twitchStore->secondaryLensIdTier2(), QString());
+        QSignalSpy reaction(rig.twitchStore.get(), &TwitchStore::changeLensOnSubscriptionChanged);
+        QSignalSpy timeout(rig.twitchStore.get(), &TwitchStore::secondaryLensTimeoutChanged);
+        rig.send(ActionType::setTwitchSubscriptionReactionEnabled, true); // already on
+        rig.send(ActionType::SetTwitchSecondaryLensTimeout, TwitchStore::kDefaultLensTimeoutMs);
+        rig.send(ActionType::setTwitchSubscriptionReactionEnabled, false);
+        rig.send(ActionType::SetTwitchSecondaryLensTimeout, 12000);
+        rig.send(ActionType::SetTwitchSecondaryLensTimeout, -5);
+        rig.assign(LensRole::Tier2, QStringLiteral("fireworks"));
+        QTRY_COMPARE(rig.twitchStore->secondaryLensIdTier2(), QStringLiteral("fireworks"));
+        QCOMPARE(reaction.size(), 1);
+        QCOMPARE(timeout.size(), 2);
+        QCOMPARE(rig.twitchStore->secondaryLensTimeout(), 0);
+        rig.send(ActionType::SetTwitchSecondaryLensTimeout, 12000);
+        QTRY_COMPARE(rig.twitchStore->secondaryLensTimeout(), 12000);
+        saved = rig.twitchStore->saveSettings();
+    }
+    Rig again(m_lensServer, m_cache.path(), saved);
+    QVERIFY(!again.twitchStore->isSubscriptionReactionEnabled());
+    QCOMPARE(again.twitchStore->secondaryLensTimeout(), 12000);
+    QCOMPARE(again.twitchStore->secondaryLensIdTier2(), QStringLiteral("fireworks"));
+    QCOMPARE(again.service->liveEvents(), TwitchService::LiveEvents::EventSub);
 }
 
 void TwitchLiveTest::accountStateReachesTheStore_data()
