@@ -202,7 +202,8 @@ QUrl NetworkManager::getAuthorizationUrl() const
     return QUrl(
         joined(deploymentText(glint::kTwitchOAuthUrl),
                QStringLiteral("authorize?client_id=%1&redirect_uri=%2&response_type=code&scope="
-                              "channel_read%20channel_subscriptions%20user:edit:broadcast")
+                              "channel_read%20channel_subscriptions%20user:edit:broadcast%20"
+                              "channel:read:subscriptions%20bits:read")
                    .arg(deploymentText(glint::kTwitchClientId), QStringLiteral("http://localhost:8492/"))));
 }
 
@@ -240,6 +241,16 @@ void NetworkManager::requestHelix(const QString &pathAndQuery, Completion done)
     request.setRawHeader("Client-Id", QByteArray::fromStdString(glint::deployment(glint::kTwitchClientId)));
     send(request, Verb::Get, {}, Request(request.url(), RequestType::TwitchApi, std::move(done)),
          kMaxJsonAnswerBytes);
+}
+
+void NetworkManager::postHelix(const QString &pathAndQuery, const nlohmann::json &body, Completion done)
+{
+    QNetworkRequest request(QUrl(joined(deploymentText(glint::kTwitchHelixUrl), pathAndQuery)));
+    request.setRawHeader("Authorization", "Bearer " + m_accessToken.toLatin1());
+    request.setRawHeader("Client-Id", QByteArray::fromStdString(glint::deployment(glint::kTwitchClientId)));
+    request.setHeader(QNetworkRequest::ContentTypeHeader, kJsonType);
+    send(request, Verb::Post, QByteArray::fromStdString(body.dump()),
+         Request(request.url(), RequestType::TwitchApi, std::move(done)), kMaxJsonAnswerBytes);
 }
 
 void NetworkManager::requestTwitchUserId()

@@ -78,6 +78,8 @@ public:
     void revokeTwitchToken(Completion done); // then clears the token, emits authorizationLost
     // A Helix call with "Bearer" authorisation; path is relative to Helix.
     void requestHelix(const QString &pathAndQuery, Completion done);
+    // A Helix POST of a JSON body, same authorisation.
+    void postHelix(const QString &pathAndQuery, const nlohmann::json &body, Completion done);
     QUrl getAuthorizationUrl() const;
     QUrl getRevocationUrl() const;
     QUrl getRefreshUrl() const;

@@ -3,12 +3,16 @@
 // xdg-open, which hands the URL to this test), the test follows Twitch's
 // authorize page like a browser, the lens server exchanges the code, and the
 // page then shows the account. A second start is linked from the credential
-// store alone. Screenshots of the page before and after are kept.
+// store alone. Screenshots of the page before and after are kept. Then a
+// subscription arrives over EventSub and the picture shows the tier's lens
+// until the timeout brings the lens before it back.
+#include "eventsubstandin.h"
 #include "lensserverprocess.h"
 #include "signinbrowser.h"
 #include "twitchstandin.h"
 
 #include <QDir>
+#include <QJsonObject>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QTemporaryDir>
@@ -41,6 +45,28 @@ QPoint accentButton(const QImage &image)
     return count < 1000 || box.width() > 400 ? QPoint() : box.center();
 }
 
+// Mean colour saturation (0-255) of the lit pixels in the middle of the
+// window, where the camera picture is on the main page.
+double saturation(const QImage &image)
+{
+    if (image.isNull())
+        return -1;
+    const QRect area(image.width() * 15 / 100, image.height() * 15 / 100, image.width() * 50 / 100,
+                     image.height() * 60 / 100);
+    double sum = 0;
+    int count = 0;
+    for (int y = area.top(); y < area.bottom(); y += 5) {
+        for (int x = area.left(); x < area.right(); x += 5) {
+            const QColor colour(image.pixel(x, y));
+            if (colour.value() < 64)
+                continue;
+            sum += colour.hsvSaturation();
+            ++count;
+        }
+    }
+    return count > 100 ? sum / count : -1;
+}
+
 } // namespace
 
 class TwitchWindowTest : public QObject
@@ -49,6 +75,7 @@ class TwitchWindowTest : public QObject
 private slots:
     void initTestCase();
     void linksAccountFromTheStreamPage();
+    void subscriptionShowsTheTierLens();
 
 private:
     QString startProgram(QProcess &program);
@@ -58,6 +85,7 @@ private:
     QString m_program;
     QString m_openedFile;
     TwitchStandIn m_twitch;
+    EventSubStandIn m_eventSub{&m_twitch};
     LensServerProcess m_lensServer;
 };
 
@@ -72,7 +100,9 @@ void TwitchWindowTest::initTestCase()
     QDir().mkpath(m_home.filePath("config/Glint/Glint Camera"));
     QFile settings(m_home.filePath("config/Glint/Glint Camera/settings.json"));
     QVERIFY(settings.open(QIODevice::WriteOnly));
-    settings.write(R"({"settings": {"show_onboarding": false}})");
+    // Tier 1 subscriptions show the black-and-white lens for four seconds.
+    settings.write(R"({"settings": {"show_onboarding": false},
+                       "twitch": {"secondaryLensIdTier1": "film-noir", "secondaryLensTimeout": 4000}})");
     settings.close();
 
     // The desktop's way to open a URL: this xdg-open only writes it down.
@@ -85,7 +115,9 @@ void TwitchWindowTest::initTestCase()
     opener.setPermissions(opener.permissions() | QFileDevice::ExeOwner);
 
     QVERIFY(m_twitch.start());
+    QVERIFY(m_eventSub.start());
     QVERIFY(m_lensServer.isReady());
+    QVERIFY(m_lensServer.import({QStringLiteral(GLINT_SAMPLE_LENSES "/film-noir")}));
     QVERIFY(m_lensServer.start({QStringLiteral("--twitch-client-id"), TwitchStandIn::kClientId,
                                 QStringLiteral("--twitch-client-secret"), TwitchStandIn::kClientSecret,
                                 QStringLiteral("--twitch-token-url"), m_twitch.tokenUrl()}));
@@ -102,6 +134,8 @@ QString TwitchWindowTest::startProgram(QProcess &program)
     env.insert("GLINT_TWITCH_CLIENT_ID", TwitchStandIn::kClientId);
     env.insert("GLINT_TWITCH_OAUTH_URL", m_twitch.oauthUrl());
     env.insert("GLINT_TWITCH_HELIX_URL", m_twitch.helixUrl());
+    env.insert("GLINT_TWITCH_EVENTSUB_URL", m_eventSub.url());
+    env.insert("GLINT_LENS_VERIFICATION_KEY", m_lensServer.publicKey());
     program.setProcessEnvironment(env);
     program.setProgram(m_program);
     program.start();
@@ -151,7 +185,7 @@ void TwitchWindowTest::linksAccountFromTheStreamPage()
     QVERIFY(waitFor([&] { return readFile(log).contains("TwitchUserAuthorized"); }));
     QTest::qWait(1500); // the account name arrives from Helix
     const QImage linked = screenshot(window, "twitch-page-linked");
-    QVERIFY(accentButton(linked).isNull()); // "Link Twitch" is gone
+    QVERIFY((linked.pixel(link) & 0xffffff) != (kAccent & 0xffffff)); // "Link Twitch" is gone
 
     inWindow(window, {"key", "--clearmodifiers", "ctrl+q"});
     QVERIFY(program.waitForFinished(20000));
@@ -165,10 +199,48 @@ void TwitchWindowTest::linksAccountFromTheStreamPage()
     inWindow(secondWindow, {"key", "--clearmodifiers", "ctrl+2"});
     QVERIFY(waitFor([&] { return readFile(log).contains("OpenTwitchPage"); }));
     QTest::qWait(1000);
-    QVERIFY(accentButton(screenshot(secondWindow, "twitch-page-after-restart")).isNull());
+    QVERIFY((screenshot(secondWindow, "twitch-page-after-restart").pixel(link) & 0xffffff) !=
+            (kAccent & 0xffffff));
     QVERIFY(!QFile::exists(m_openedFile));
     inWindow(secondWindow, {"key", "--clearmodifiers", "ctrl+q"});
     QVERIFY(again.waitForFinished(20000));
+}
+
+void TwitchWindowTest::subscriptionShowsTheTierLens()
+{
+    const QString log = m_home.filePath("config/Glint/Glint Camera/Log.txt");
+    QProcess program;
+    const QString window = startProgram(program);
+    QVERIFY(!window.isEmpty());
+    // Linked from the credential store; the EventSub session subscribes.
+    QVERIFY(waitFor([&] { return readFile(log).contains("TwitchUserAuthorized"); }, 20000));
+    QVERIFY(waitFor(
+        [&] { return m_twitch.subscriptionsOf(m_eventSub.lastSessionId().toStdString()).size() == 3; },
+        20000));
+    QVERIFY(waitFor([&] { return saturation(screenshot(window, "subscription-before")) > 40; }, 30000));
+
+    const QJsonObject event{{"user_id", "1337"},
+                            {"user_login", "cool_user"},
+                            {"user_name", "Cool_User"},
+                            {"broadcaster_user_id", QString::fromStdString(m_twitch.user().id)},
+                            {"broadcaster_user_login", QString::fromStdString(m_twitch.user().login)},
+                            {"tier", "1000"},
+                            {"is_gift", false}};
+    QVERIFY(m_eventSub.notify(QStringLiteral("channel.subscribe"), event));
+    QVERIFY(waitFor([&] { return readFile(log).contains("Activate subscription Lens"); }));
+    // The subscription lens: the picture turns black and white...
+    QVERIFY(waitFor(
+        [&] {
+            const double value = saturation(screenshot(window, "subscription-lens"));
+            return value >= 0 && value < 8;
+        },
+        30000));
+    // ...until the timeout brings back the picture as it was.
+    QVERIFY(waitFor([&] { return readFile(log).contains("Deactivate subscription Lens"); }, 15000));
+    QVERIFY(waitFor([&] { return saturation(screenshot(window, "subscription-after")) > 40; }, 15000));
+
+    inWindow(window, {"key", "--clearmodifiers", "ctrl+q"});
+    QVERIFY(program.waitForFinished(20000));
 }
 
 QTEST_MAIN(TwitchWindowTest)

@@ -81,6 +81,12 @@ void TwitchStandIn::forgetRefreshTokens()
     m_refresh.clear();
 }
 
+void TwitchStandIn::invalidateAccessToken(const std::string &token)
+{
+    std::lock_guard lock(m_mutex);
+    m_accessTokens[token] = false;
+}
+
 bool TwitchStandIn::isAccessTokenValid(const std::string &token) const
 {
     std::lock_guard lock(m_mutex);
@@ -172,10 +178,11 @@ void TwitchStandIn::routes()
                   {"expires_in", m_lifetime.load()}});
     });
 
+    helixRoutes();
+
     m_server->Get("/helix/users", [this](const httplib::Request &req, httplib::Response &res) {
-        if (req.get_header_value("Client-Id") != kClientId || !isAccessTokenValid(bearer(req, "Bearer")))
-            return sendJson(res, 401,
-                            {{"error", "Unauthorized"}, {"status", 401}, {"message", "Invalid OAuth token"}});
+        if (!helixAllowed(req, res))
+            return;
         json data = json::array();
         const std::string id = req.get_param_value("id");
         if (id.empty() || id == m_user.id) {
@@ -192,4 +199,145 @@ void TwitchStandIn::routes()
         }
         sendJson(res, 200, {{"data", data}});
     });
+}
+
+bool TwitchStandIn::helixAllowed(const httplib::Request &req, httplib::Response &res)
+{
+    if (!m_helixRefuses && req.get_header_value("Client-Id") == kClientId &&
+        isAccessTokenValid(bearer(req, "Bearer")))
+        return true;
+    sendJson(res, 401, {{"error", "Unauthorized"}, {"status", 401}, {"message", "Invalid OAuth token"}});
+    return false;
+}
+
+void TwitchStandIn::openSession(const std::string &id)
+{
+    std::lock_guard lock(m_mutex);
+    m_sessions[id];
+}
+
+void TwitchStandIn::closeSession(const std::string &id)
+{
+    std::lock_guard lock(m_mutex);
+    m_sessions.erase(id);
+}
+
+void TwitchStandIn::moveSession(const std::string &from, const std::string &to)
+{
+    std::lock_guard lock(m_mutex);
+    const auto it = m_sessions.find(from);
+    m_sessions[to] = it == m_sessions.end() ? std::set<std::string>() : it->second;
+    if (it != m_sessions.end())
+        it->second.clear();
+}
+
+std::set<std::string> TwitchStandIn::subscriptionsOf(const std::string &session) const
+{
+    std::lock_guard lock(m_mutex);
+    const auto it = m_sessions.find(session);
+    return it == m_sessions.end() ? std::set<std::string>() : it->second;
+}
+
+void TwitchStandIn::helixRoutes()
+{
+    m_server->Get("/helix/users/extensions/list",
+                  [this](const httplib::Request &req, httplib::Response &res) {
+                      if (!helixAllowed(req, res))
+                          return;
+                      json data = json::array();
+                      data.push_back({{"id", "someone0elses0extension0abc"},
+                                      {"version", "1.0.0"},
+                                      {"name", "Other"},
+                                      {"can_activate", true},
+                                      {"type", {"panel"}}});
+                      if (m_extension != Extension::None)
+                          data.push_back({{"id", kClientId},
+                                          {"version", "2.1.0"},
+                                          {"name", "Glint Lenses"},
+                                          {"can_activate", true},
+                                          {"type", {"overlay", "component"}}});
+                      sendJson(res, 200, {{"data", data}});
+                  });
+
+    m_server->Get("/helix/users/extensions", [this](const httplib::Request &req, httplib::Response &res) {
+        if (!helixAllowed(req, res))
+            return;
+        const json inactive = {{"active", false}};
+        json overlay = {{"1", inactive}};
+        if (m_extension == Extension::Active)
+            overlay["1"] = {
+                {"active", true}, {"id", kClientId}, {"version", "2.1.0"}, {"name", "Glint Lenses"}};
+        // An installed extension that sits in no active slot still shows up
+        // in an inactive one, with its id.
+        json component = {{"1", {{"active", false}, {"id", kClientId}}}, {"2", inactive}};
+        sendJson(res, 200,
+                 {{"data",
+                   {{"panel",
+                     {{"1", {{"active", true}, {"id", "someone0elses0extension0abc"}, {"version", "1.0.0"}}},
+                      {"2", inactive},
+                      {"3", inactive}}},
+                    {"overlay", overlay},
+                    {"component", component}}}});
+    });
+
+    m_server->Get("/helix/streams", [this](const httplib::Request &req, httplib::Response &res) {
+        if (!helixAllowed(req, res))
+            return;
+        ++m_streamRequests;
+        json data = json::array();
+        if (m_live && req.get_param_value("user_login") == m_user.login)
+            data.push_back({{"id", "40952121085"},
+                            {"user_id", m_user.id},
+                            {"user_login", m_user.login},
+                            {"user_name", m_user.displayName},
+                            {"game_id", "509658"},
+                            {"type", "live"},
+                            {"title", "Lenses all day"},
+                            {"viewer_count", m_viewers.load()},
+                            {"started_at", "2026-11-23T01:00:00Z"},
+                            {"language", "en"}});
+        sendJson(res, 200, {{"data", data}, {"pagination", json::object()}});
+    });
+
+    m_server->Post(
+        "/helix/eventsub/subscriptions", [this](const httplib::Request &req, httplib::Response &res) {
+            ++m_subscriptionRequests;
+            if (!helixAllowed(req, res))
+                return;
+            const json body = json::parse(req.body, nullptr, false);
+            static const std::set<std::string> known = {"channel.subscribe", "channel.subscription.message",
+                                                        "channel.cheer"};
+            if (!body.is_object() || !body.value("type", json()).is_string() ||
+                !known.count(body["type"].get<std::string>()) || body.value("version", json()) != "1")
+                return sendError(res, 400, "invalid subscription type or version");
+            const json condition = body.value("condition", json::object());
+            const json transport = body.value("transport", json::object());
+            if (!condition.is_object() || condition.value("broadcaster_user_id", json()) != m_user.id)
+                return sendError(res, 403, "subscription missing proper authorization");
+            if (!transport.is_object() || transport.value("method", json()) != "websocket" ||
+                !transport.value("session_id", json()).is_string())
+                return sendError(res, 400, "invalid transport");
+            const std::string type = body["type"];
+            const std::string session = transport["session_id"];
+            std::lock_guard lock(m_mutex);
+            const auto it = m_sessions.find(session);
+            if (it == m_sessions.end())
+                return sendError(res, 400,
+                                 "websocket transport session does not exist or has already disconnected");
+            if (!it->second.insert(type).second)
+                return sendError(res, 409, "subscription already exists");
+            sendJson(res, 202,
+                     {{"data",
+                       {{{"id", newSecret(20)},
+                         {"status", "enabled"},
+                         {"type", type},
+                         {"version", "1"},
+                         {"condition", condition},
+                         {"created_at", "2026-11-23T01:00:00Z"},
+                         {"transport", {{"method", "websocket"}, {"session_id", session}}},
+                         {"cost", 0}}}},
+                      {"total", 1},
+                      {"total_cost", 0},
+                      {"max_total_cost", 10}});
+        });
 }

@@ -5,12 +5,15 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <thread>
 
 namespace httplib {
 class Server;
-}
+struct Request;
+struct Response;
+} // namespace httplib
 
 // A small Twitch on a free loopback port that keeps to the real protocol
 // for what we call: the OAuth authorize page (answers with the redirect a
@@ -47,18 +50,42 @@ public:
     void setUserRefuses(bool refuses) { m_refuses = refuses; }
     void setTokenLifetime(int seconds) { m_lifetime = seconds; }
     void forgetRefreshTokens();
+    enum class Extension { None, Installed, Active };
+    void setExtension(Extension state) { m_extension = state; }
+    void setStream(bool live, int viewers)
+    {
+        m_live = live;
+        m_viewers = viewers;
+    }
+    // Helix answers every call with 401, as for a revoked token.
+    void setHelixRefuses(bool refuses) { m_helixRefuses = refuses; }
+    const User &user() const { return m_user; }
+
+    // EventSub sessions, kept by the WebSocket side: subscriptions can only
+    // be created for a session that exists; they go with it.
+    void openSession(const std::string &id);
+    void closeSession(const std::string &id);
+    void moveSession(const std::string &from, const std::string &to);
+    std::set<std::string> subscriptionsOf(const std::string &session) const;
+    int subscriptionRequests() const { return m_subscriptionRequests; }
+    int streamRequests() const { return m_streamRequests; }
 
     // What happened.
     int codeExchanges() const { return m_exchanges; }
     int refreshes() const { return m_refreshes; }
     int revocations() const { return m_revocations; }
     bool isAccessTokenValid(const std::string &token) const;
+    // The access token stops working (as when Twitch expires it early); its
+    // refresh token still works.
+    void invalidateAccessToken(const std::string &token);
     // Issues tokens as a finished sign-in would, for tests that start from
     // a stored login: {access, refresh}.
     std::pair<std::string, std::string> issueTokens();
 
 private:
     void routes();
+    void helixRoutes();
+    bool helixAllowed(const httplib::Request &req, httplib::Response &res);
     std::string newSecret(size_t length);
 
     std::unique_ptr<httplib::Server> m_server;
@@ -75,4 +102,11 @@ private:
     std::atomic<int> m_revocations{0};
     unsigned m_counter = 0;
     User m_user;
+    std::atomic<Extension> m_extension{Extension::Active};
+    std::atomic<bool> m_live{false};
+    std::atomic<int> m_viewers{0};
+    std::atomic<bool> m_helixRefuses{false};
+    std::atomic<int> m_subscriptionRequests{0};
+    std::atomic<int> m_streamRequests{0};
+    std::map<std::string, std::set<std::string>> m_sessions; // session -> subscription types
 };

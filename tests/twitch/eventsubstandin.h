@@ -1,0 +1,71 @@
+#pragma once
+
+#include <QJsonObject>
+#include <QObject>
+#include <QPointer>
+#include <QWebSocketServer>
+
+class QTimer;
+class QWebSocket;
+class TwitchStandIn;
+
+// Twitch's EventSub WebSocket side on loopback: welcomes each connection
+// with a session, sends keepalives, closes a session that has no
+// subscription 10 seconds after its welcome (4003), moves sessions on
+// session_reconnect and delivers notifications to the session that holds
+// the subscription. Subscriptions themselves are created over Helix on
+// the TwitchStandIn, which this server keeps its sessions in.
+class EventSubStandIn : public QObject
+{
+    Q_OBJECT
+public:
+    explicit EventSubStandIn(TwitchStandIn *twitch, QObject *parent = nullptr);
+    ~EventSubStandIn() override;
+
+    bool start();
+    QString url() const;
+
+    void setKeepaliveSeconds(int seconds) { m_keepaliveSeconds = seconds; }
+    // Stops (or resumes) the keepalives while the socket stays open.
+    void setKeepalivesPaused(bool paused) { m_keepalivesPaused = paused; }
+    // Drops every session this long after its welcome; 0 keeps them.
+    void setCloseAfterWelcomeMs(int ms) { m_closeAfterMs = ms; }
+
+    int connections() const { return m_connections; }
+    int liveSessions() const { return m_sessions.size(); }
+    QString lastSessionId() const { return m_lastSessionId; }
+
+    // A notification to every session subscribed to that type; false when
+    // no session is.
+    bool notify(const QString &type, const QJsonObject &event);
+    void revoke(const QString &type, const QString &status);
+    void sendRaw(const QString &text);
+    // Ends every session (close code 4000).
+    void closeAll();
+    // session_reconnect to every session, pointing at this server.
+    void requestReconnect();
+
+private:
+    struct Session
+    {
+        QPointer<QWebSocket> socket;
+        QString id;
+        QTimer *keepalive = nullptr;
+    };
+
+    void onConnection();
+    void welcome(QWebSocket *socket, const QString &movedFrom);
+    void send(QWebSocket *socket, const QString &type, const QJsonObject &payload,
+              const QJsonObject &extraMetadata = {});
+    Session *sessionWith(const QString &subscriptionType);
+
+    TwitchStandIn *m_twitch;
+    QWebSocketServer m_server;
+    QList<Session *> m_sessions;
+    int m_keepaliveSeconds = 10;
+    bool m_keepalivesPaused = false;
+    int m_closeAfterMs = 0;
+    int m_connections = 0;
+    int m_counter = 0;
+    QString m_lastSessionId;
+};

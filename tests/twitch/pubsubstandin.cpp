@@ -1,0 +1,119 @@
+#include "pubsubstandin.h"
+
+#include "twitchstandin.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QTimer>
+#include <QWebSocket>
+
+namespace {
+
+QString compact(const QJsonObject &object)
+{
+    return QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact));
+}
+
+} // namespace
+
+PubSubStandIn::PubSubStandIn(TwitchStandIn *twitch, QObject *parent)
+    : QObject(parent), m_twitch(twitch),
+      m_server(QStringLiteral("pubsub stand-in"), QWebSocketServer::NonSecureMode)
+{
+    connect(&m_server, &QWebSocketServer::newConnection, this, &PubSubStandIn::onConnection);
+}
+
+PubSubStandIn::~PubSubStandIn()
+{
+    for (QWebSocket *socket : qAsConst(m_sockets)) {
+        socket->disconnect(this);
+        delete socket;
+    }
+}
+
+bool PubSubStandIn::start()
+{
+    return m_server.listen(QHostAddress::LocalHost);
+}
+
+QString PubSubStandIn::url() const
+{
+    return QStringLiteral("ws://127.0.0.1:%1").arg(m_server.serverPort());
+}
+
+int PubSubStandIn::openSockets() const
+{
+    return m_sockets.size();
+}
+
+int PubSubStandIn::listeners(const QString &topic) const
+{
+    int count = 0;
+    for (QWebSocket *socket : m_sockets)
+        count += socket->property("topics").toStringList().contains(topic) ? 1 : 0;
+    return count;
+}
+
+void PubSubStandIn::onConnection()
+{
+    while (QWebSocket *socket = m_server.nextPendingConnection()) {
+        ++m_connections;
+        socket->setParent(this);
+        m_sockets.append(socket);
+        connect(socket, &QWebSocket::textMessageReceived, this,
+                [this, socket](const QString &text) { onText(socket, text); });
+        connect(socket, &QWebSocket::disconnected, this, [this, socket] {
+            m_sockets.removeOne(socket);
+            socket->deleteLater();
+        });
+    }
+}
+
+void PubSubStandIn::onText(QWebSocket *socket, const QString &text)
+{
+    const QJsonObject request = QJsonDocument::fromJson(text.toUtf8()).object();
+    const QString type = request.value(QLatin1String("type")).toString();
+    if (type == QLatin1String("PING")) {
+        ++m_pings;
+        if (!m_pongsPaused)
+            socket->sendTextMessage(QStringLiteral("{\"type\":\"PONG\"}"));
+        return;
+    }
+    if (type != QLatin1String("LISTEN"))
+        return;
+    ++m_listens;
+    const QJsonObject data = request.value(QLatin1String("data")).toObject();
+    m_lastNonce = request.value(QLatin1String("nonce")).toString();
+    m_lastTopics.clear();
+    for (const QJsonValue &topic : data.value(QLatin1String("topics")).toArray())
+        m_lastTopics << topic.toString();
+    const bool valid =
+        m_twitch->isAccessTokenValid(data.value(QLatin1String("auth_token")).toString().toStdString());
+    if (valid)
+        socket->setProperty("topics", m_lastTopics);
+    const QString nonce = m_foreignNonces ? QStringLiteral("someone0else0s0nonce") : m_lastNonce;
+    socket->sendTextMessage(compact({{"type", "RESPONSE"},
+                                     {"nonce", nonce},
+                                     {"error", valid ? QString() : QStringLiteral("ERR_BADAUTH")}}));
+    if (m_closeAfterMs > 0)
+        QTimer::singleShot(m_closeAfterMs, socket, [socket] { socket->close(); });
+}
+
+int PubSubStandIn::publish(const QString &topic, const QJsonObject &message)
+{
+    int count = 0;
+    for (QWebSocket *socket : qAsConst(m_sockets)) {
+        if (!socket->property("topics").toStringList().contains(topic))
+            continue;
+        const QJsonObject data{{"topic", topic}, {"message", compact(message)}};
+        socket->sendTextMessage(compact({{"type", "MESSAGE"}, {"data", data}}));
+        ++count;
+    }
+    return count;
+}
+
+void PubSubStandIn::sendRaw(const QString &text)
+{
+    for (QWebSocket *socket : qAsConst(m_sockets))
+        socket->sendTextMessage(text);
+}
