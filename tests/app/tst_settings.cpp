@@ -89,7 +89,7 @@ private slots:
         QVERIFY(json::parse(read(path()).toStdString()).is_object());
     }
 
-    void unwritableLocationReportsTheReason()
+    void unwritableLocationAndMissingDefaultsAreReported()
     {
         const QString blocker = dir.filePath("blocker");
         write(blocker, "a file where a directory should be");
@@ -97,6 +97,10 @@ private slots:
         QVERIFY(settings.load());
         QVERIFY(!settings.save());
         QVERIFY(settings.errorString().startsWith("Can't write"));
+
+        Settings noDefaults(path(), ":/defaults/missing.json");
+        QVERIFY(!noDefaults.load());
+        QVERIFY(noDefaults.errorString().contains("missing.json"));
     }
 
     // Nesting far beyond anything the program writes is refused while parsing:
@@ -195,13 +199,6 @@ private slots:
         const json saved = json::parse(read(path()).toStdString());
         QCOMPARE(saved["settings"]["mirror_preview"], json(false));
         QCOMPARE(saved["settings"]["automatic_updates"], json(false));
-    }
-
-    void missingDefaultsResourceIsAnError()
-    {
-        Settings settings(path(), ":/defaults/missing.json");
-        QVERIFY(!settings.load());
-        QVERIFY(settings.errorString().contains("missing.json"));
     }
 };
 

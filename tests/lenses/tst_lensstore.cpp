@@ -143,17 +143,9 @@ private slots:
         const QString broken = m_scratch.filePath("broken-pop");
         QCOMPARE(QProcess::execute("cp", {"-r", QStringLiteral(GLINT_SAMPLE_LENSES "/color-pop"), broken}),
                  0);
-        QFile shader(broken + "/pop.frag");
-        QVERIFY(shader.open(QIODevice::WriteOnly | QIODevice::Truncate));
-        shader.write("vec4 effect(vec2 uv) { return this is not GLSL; }\n");
-        shader.close();
-        QFile manifest(broken + "/lens.json");
-        QVERIFY(manifest.open(QIODevice::ReadOnly));
-        QByteArray text = manifest.readAll().replace("\"color-pop\"", "\"broken-pop\"");
-        manifest.close();
-        QVERIFY(manifest.open(QIODevice::WriteOnly | QIODevice::Truncate));
-        manifest.write(text);
-        manifest.close();
+        const char *breakIt = "cd \"$0\" && sed -i 's/\"color-pop\"/\"broken-pop\"/' lens.json &&"
+                              " echo 'vec4 effect(vec2 uv) { return this is not GLSL; }' > pop.frag";
+        QCOMPARE(QProcess::execute("sh", {"-c", breakIt, broken}), 0);
         QVERIFY(m_server.import({broken}));
         QVERIFY(m_server.start());
     }
@@ -354,8 +346,9 @@ private slots:
         rig.send(ActionType::ClearCache);
         rig.send(ActionType::ClearFavorites);
         rig.send(ActionType::ClearRecents);
-        QCOMPARE(popupTexts(*rig.recorder), (QStringList{"Application data cleared", "Application data cleared",
-                                                     "Application data cleared"}));
+        QCOMPARE(popupTexts(*rig.recorder),
+                 (QStringList{"Application data cleared", "Application data cleared",
+                              "Application data cleared"}));
         QCOMPARE(rig.store->recentsSourceModel()->mostRecent(), kInvalidLensId);
 
         QSignalSpy limit(rig.store.get(), &LensStore::cacheLimitChanged);
