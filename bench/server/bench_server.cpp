@@ -17,25 +17,20 @@
 #include "lensrecord.h"
 #include "lensserver.h"
 #include "lenssigner.h"
+#include "rawclient.h"
+#include "serverprocess.h"
 
 #include <algorithm>
-#include <arpa/inet.h>
 #include <atomic>
 #include <chrono>
-#include <csignal>
 #include <cstdio>
 #include <ctime>
 #include <fcntl.h>
 #include <filesystem>
-#include <fstream>
 #include <httplib.h>
-#include <netinet/in.h>
+#include <memory>
 #include <nlohmann/json.hpp>
-#include <poll.h>
 #include <random>
-#include <regex>
-#include <sys/socket.h>
-#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -52,6 +47,8 @@ const std::vector<std::string> kWords = {"Sun",   "Moon",  "Neon",  "Cat",    "D
                                          "Space", "Party", "Cloud", "Rain",   "Fire",  "Ice",     "Crown",
                                          "Mask",  "Star",  "Pixel", "Dream",  "Wave",  "Shades",  "Heart",
                                          "Ghost", "Robot", "Candy", "Forest", "Ocean", "Comic",   "Vintage"};
+
+const std::vector<std::string> kQueries = {"sun", "neon cat", "studio 12", "ghost", "ret", "zzz", "e"};
 
 void fillCatalogue(const std::string &dataDir)
 {
@@ -144,121 +141,22 @@ void report(const char *name, const Result &r)
     std::fflush(stdout);
 }
 
-// A socket to the server from a chosen loopback address.
-int connectFrom(int port, const std::string &from)
-{
-    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in local{};
-    local.sin_family = AF_INET;
-    inet_pton(AF_INET, from.c_str(), &local.sin_addr);
-    sockaddr_in remote{};
-    remote.sin_family = AF_INET;
-    remote.sin_port = htons(uint16_t(port));
-    remote.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (::bind(fd, reinterpret_cast<sockaddr *>(&local), sizeof local) != 0 ||
-        ::connect(fd, reinterpret_cast<sockaddr *>(&remote), sizeof remote) != 0) {
-        ::close(fd);
-        return -1;
-    }
-    return fd;
-}
-
-// Reads until the answer's headers and Content-Length body are in, at most
-// two seconds.
-bool readAnswer(int fd)
-{
-    std::string data;
-    char buffer[65536];
-    const auto deadline = Clock::now() + std::chrono::seconds(2);
-    while (Clock::now() < deadline) {
-        const size_t end = data.find("\r\n\r\n");
-        if (end != std::string::npos) {
-            const size_t at = data.find("Content-Length: ");
-            const size_t length = at < end ? std::stoul(data.substr(at + 16)) : 0;
-            if (data.size() >= end + 4 + length)
-                return true;
-        }
-        pollfd p{fd, POLLIN, 0};
-        if (::poll(&p, 1, 200) <= 0)
-            continue;
-        const ssize_t n = ::recv(fd, buffer, sizeof buffer, 0);
-        if (n <= 0)
-            return false;
-        data.append(buffer, size_t(n));
-    }
-    return false;
-}
-
 // Connections that made one request and then stay open and silent, as
 // clients that went quiet do; spread over loopback addresses as many
 // clients would be.
 struct IdleConnections
 {
-    std::vector<int> sockets;
+    std::vector<std::unique_ptr<RawClient>> clients;
 
     IdleConnections(int port, int count)
     {
         for (int i = 0; i < count; ++i) {
-            const int fd = connectFrom(port, "127.0.1." + std::to_string(1 + i / 25));
-            const std::string request = "GET /vc/v1/explorer/top?limit=1 HTTP/1.1\r\nHost: b\r\n"
-                                        "X-Installation-Id: idle\r\n\r\n";
-            if (fd >= 0 && ::send(fd, request.data(), request.size(), MSG_NOSIGNAL) > 0 && readAnswer(fd))
-                sockets.push_back(fd);
-            else if (fd >= 0)
-                ::close(fd);
+            auto client = std::make_unique<RawClient>(port, "127.0.1." + std::to_string(1 + i / 25));
+            if (client->send("GET /vc/v1/explorer/top?limit=1 HTTP/1.1\r\nHost: b\r\n"
+                             "X-Installation-Id: idle\r\n\r\n") &&
+                client->readAnswer(std::chrono::seconds(2)) == 200)
+                clients.push_back(std::move(client));
         }
-    }
-    ~IdleConnections()
-    {
-        for (const int fd : sockets)
-            ::close(fd);
-    }
-};
-
-// The server program on the benchmark's data folder, for its memory.
-struct ServerProgram
-{
-    pid_t pid = -1;
-    int port = 0;
-
-    explicit ServerProgram(const std::string &dataDir)
-    {
-        const std::string log = dataDir + "/../program.log";
-        pid = fork();
-        if (pid == 0) {
-            const int fd = open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-            dup2(fd, 1);
-            dup2(fd, 2);
-            execl(GLINT_BENCH_SERVER_BIN, GLINT_BENCH_SERVER_BIN, "--port", "0", "--data-dir",
-                  dataDir.c_str(), "--no-bundled-import", "--rate-limit", "0", static_cast<char *>(nullptr));
-            _exit(127);
-        }
-        const std::regex listening("\\(port (\\d+)\\)");
-        for (int i = 0; i < 200 && port == 0; ++i) {
-            std::ifstream in(log);
-            const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-            std::smatch match;
-            if (std::regex_search(text, match, listening))
-                port = std::stoi(match[1]);
-            else
-                std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        }
-    }
-    ~ServerProgram()
-    {
-        if (pid > 0) {
-            kill(pid, SIGTERM);
-            waitpid(pid, nullptr, 0);
-        }
-    }
-    long statusKiB(const std::string &field) const
-    {
-        std::ifstream in("/proc/" + std::to_string(pid) + "/status");
-        std::string line;
-        while (std::getline(in, line))
-            if (line.rfind(field, 0) == 0)
-                return std::stol(line.substr(field.size()));
-        return -1;
     }
 };
 
@@ -268,14 +166,11 @@ void endlessHeaders(int port)
     std::vector<std::thread> threads;
     for (int c = 0; c < 32; ++c) {
         threads.emplace_back([port, c] {
-            const int fd = connectFrom(port, "127.0.2." + std::to_string(1 + c % 8));
-            const std::string head = "GET /vc/v1/explorer/top HTTP/1.1\r\nHost: b\r\n";
+            RawClient client(port, "127.0.2." + std::to_string(1 + c % 8));
             const std::string line = "X-Filler: " + std::string(200, 'h') + "\r\n";
-            bool open = fd >= 0 && ::send(fd, head.data(), head.size(), MSG_NOSIGNAL) > 0;
+            bool open = client.send("GET /vc/v1/explorer/top HTTP/1.1\r\nHost: b\r\n");
             for (int i = 0; open && i < 40000; ++i)
-                open = ::send(fd, line.data(), line.size(), MSG_NOSIGNAL) > 0;
-            if (fd >= 0)
-                ::close(fd);
+                open = client.send(line);
         });
     }
     for (auto &thread : threads)
@@ -290,17 +185,14 @@ void largeBodies(int port)
     const std::string batch(4 * 1024 * 1024, 'b');
     for (int c = 0; c < 128; ++c) {
         threads.emplace_back([&, c] {
-            const int fd = connectFrom(port, "127.0.3." + std::to_string(1 + c % 4));
+            RawClient client(port, "127.0.3." + std::to_string(1 + c % 4));
             const bool huge = c % 2;
-            const std::string head = std::string("POST /vc/v1/analytics HTTP/1.1\r\nHost: b\r\n") +
-                                     "Content-Type: application/octet-stream\r\nContent-Length: " +
-                                     (huge ? "1073741824" : std::to_string(batch.size())) + "\r\n\r\n";
-            if (fd >= 0 && ::send(fd, head.data(), head.size(), MSG_NOSIGNAL) > 0 && !huge)
-                ::send(fd, batch.data(), batch.size(), MSG_NOSIGNAL);
-            if (fd >= 0) {
-                readAnswer(fd);
-                ::close(fd);
-            }
+            if (client.send(std::string("POST /vc/v1/analytics HTTP/1.1\r\nHost: b\r\n") +
+                            "Content-Type: application/octet-stream\r\nContent-Length: " +
+                            (huge ? "1073741824" : std::to_string(batch.size())) + "\r\n\r\n") &&
+                !huge)
+                client.send(batch);
+            client.readAnswer(std::chrono::seconds(2));
         });
     }
     for (auto &thread : threads)
@@ -309,20 +201,20 @@ void largeBodies(int port)
 
 void memoryUnderAttack(const std::string &dataDir)
 {
-    ServerProgram program(dataDir);
-    if (program.port == 0) {
+    ServerProcess program({"--data-dir", dataDir, "--no-bundled-import", "--rate-limit", "0"});
+    if (!program.started()) {
         std::printf("server program did not start\n");
         return;
     }
-    std::printf("server program RSS at rest: %ld KiB\n", program.statusKiB("VmRSS:"));
+    std::printf("server program RSS at rest: %ld KiB\n", program.residentKiB());
     const auto t0 = Clock::now();
-    endlessHeaders(program.port);
-    std::printf("endless headers (32 clients):  peak RSS %ld KiB, %.1f s\n", program.statusKiB("VmHWM:"),
+    endlessHeaders(program.port());
+    std::printf("endless headers (32 clients):  peak RSS %ld KiB, %.1f s\n", program.peakResidentKiB(),
                 std::chrono::duration<double>(Clock::now() - t0).count());
     const auto t1 = Clock::now();
-    largeBodies(program.port);
+    largeBodies(program.port());
     std::printf("large bodies (64 x 4 MiB + 64 x 1 GiB announced): peak RSS %ld KiB, %.1f s\n",
-                program.statusKiB("VmHWM:"), std::chrono::duration<double>(Clock::now() - t1).count());
+                program.peakResidentKiB(), std::chrono::duration<double>(Clock::now() - t1).count());
     std::fflush(stdout);
 }
 
@@ -381,14 +273,13 @@ int main(int argc, char **argv)
         Catalogue catalogue(database);
         LensIndex index(LensUrls("http://127.0.0.1:8490", "/vc/v1", "https://glint.camera/unlock/?uid="));
         index.rebuild(catalogue.all());
-        const std::vector<std::string> probe = {"sun", "neon cat", "studio 12", "ghost", "ret", "zzz", "e"};
         // Thread CPU time, so that other load on the machine counts less.
         auto cpuMicroseconds = [] {
             timespec t{};
             clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
             return double(t.tv_sec) * 1e6 + double(t.tv_nsec) / 1e3;
         };
-        for (const auto &query : probe) {
+        for (const auto &query : kQueries) {
             const double t0 = cpuMicroseconds();
             size_t bytes = 0;
             for (int i = 0; i < 200; ++i)
@@ -428,22 +319,16 @@ int main(int argc, char **argv)
     restoreAndPrint("warm-up /explorer/top", load(server.port(), clients, 1.0, [](auto &c, auto &) {
                         return c.Get("/vc/v1/explorer/top?country=US&offset=0&limit=50");
                     }));
-    restoreAndPrint(
-        "/explorer/top", load(server.port(), clients, seconds, [](auto &c, auto &random) {
-            const int offset = int(random() % (kLenses / 50)) * 50;
-            return c.Get(
-                ("/vc/v1/explorer/top?country=US&offset=" + std::to_string(offset) + "&limit=50").c_str());
-        }));
-    const std::vector<std::string> queries = {"sun", "neon cat", "studio 12", "ghost", "ret", "zzz", "e"};
     const MakeRequest top = [](auto &c, auto &random) {
         const int offset = int(random() % (kLenses / 50)) * 50;
         return c.Get(
             ("/vc/v1/explorer/top?country=US&offset=" + std::to_string(offset) + "&limit=50").c_str());
     };
     const MakeRequest search = [&](auto &c, auto &random) {
-        const nlohmann::json body = {{"query", queries[random() % queries.size()]}};
+        const nlohmann::json body = {{"query", kQueries[random() % kQueries.size()]}};
         return c.Post("/vc/v1/explorer/search", body.dump(), "application/json");
     };
+    restoreAndPrint("/explorer/top", load(server.port(), clients, seconds, top));
     restoreAndPrint("/explorer/search", load(server.port(), clients, seconds, search));
     // Idle connections are opened afresh for each run: the server closes a
     // silent one after its idle and header timeouts.
@@ -451,7 +336,7 @@ int main(int argc, char **argv)
         IdleConnections idle(server.port(), idleCount);
         std::fflush(stdout);
         dup2(savedStdout, 1);
-        std::printf("%zu idle connections held\n", idle.sockets.size());
+        std::printf("%zu idle connections held\n", idle.clients.size());
         std::fflush(stdout);
         dup2(devNull, 1);
         restoreAndPrint(name, load(server.port(), clients, seconds, request));

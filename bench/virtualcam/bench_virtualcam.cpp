@@ -16,6 +16,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <signal.h>
 #include <spawn.h>
 #include <string>
@@ -138,17 +139,44 @@ bool waitConnected(const VCam::VirtualCamStreamWriter &writer)
     return true;
 }
 
+// Starts the sink and waits for the writer to reach it; false (and the sink
+// stopped) when it never does.
+bool connectSink(Sink &sink, const VCam::VirtualCamStreamWriter &writer, const char *what)
+{
+    if (waitConnected(writer))
+        return true;
+    std::printf("%s: the sink did not connect\n", what);
+    stopSink(sink);
+    return false;
+}
+
+// Reads frames from the sink's output until it ends or keepReading() says
+// no; counts frames that are not whole or, with ordered, not newer than the
+// one before.
+void readFrames(int fd, const std::function<bool()> &keepReading, bool ordered,
+                std::atomic<uint32_t> &received, std::atomic<uint32_t> &torn)
+{
+    std::vector<uint8_t> frame(::Sink::kRgbFrameBytes);
+    std::vector<uint8_t> reference(::Sink::kRgbFrameBytes);
+    int64_t last = -1;
+    while (keepReading() && readFrame(fd, frame)) {
+        uint32_t index = 0;
+        std::memcpy(&index, frame.data(), sizeof index);
+        if (!frameMatches(frame, index, reference) || (ordered && int64_t(index) <= last))
+            ++torn;
+        last = index;
+        ++received;
+    }
+}
+
 // Frames flow writer -> FIFO -> sink -> stdout pipe -> this process, which
 // checks every byte of every frame.
 void benchVerifiedStream(const std::string &program, const std::string &directory, uint32_t frames)
 {
     Sink sink = startSink(program, directory, "rgb", "-");
     VCam::VirtualCamStreamWriter writer;
-    if (!waitConnected(writer)) {
-        std::printf("stream: the sink did not connect\n");
-        stopSink(sink);
+    if (!connectSink(sink, writer, "stream"))
         return;
-    }
     // A write the reader did not take in time is dropped (and reported as
     // not written): every frame that arrives must be whole and newer than the
     // one before, and every frame reported written must arrive.
@@ -157,17 +185,8 @@ void benchVerifiedStream(const std::string &program, const std::string &director
     std::atomic<uint32_t> written{0};
     std::atomic<bool> writing{true};
     std::thread reader([&] {
-        std::vector<uint8_t> frame(::Sink::kRgbFrameBytes);
-        std::vector<uint8_t> reference(::Sink::kRgbFrameBytes);
-        int64_t last = -1;
-        while ((writing || received < written) && readFrame(sink.output, frame)) {
-            uint32_t index = 0;
-            std::memcpy(&index, frame.data(), sizeof index);
-            if (!frameMatches(frame, index, reference) || int64_t(index) <= last)
-                ++torn;
-            last = index;
-            ++received;
-        }
+        readFrames(
+            sink.output, [&] { return writing || received < written; }, true, received, torn);
     });
     std::vector<uint8_t> frame(::Sink::kRgbFrameBytes);
     uint32_t dropped = 0;
@@ -199,10 +218,11 @@ void benchVerifiedStream(const std::string &program, const std::string &director
     reader.join(); // the sink's end of the stream ends it
     ::close(sink.output);
     const uint32_t through = frames - dropped;
-    std::printf("stream RGB, verified: %u frames offered in %.0f ms, %u written = %.1f fps (%.0f MB/s); dropped %u, "
-                "received %u, torn or out of order %u\n",
-                frames, elapsed, through, through * 1000.0 / elapsed, through * 2.7648 * 1000.0 / elapsed, dropped,
-                received.load(), torn.load());
+    std::printf(
+        "stream RGB, verified: %u frames offered in %.0f ms, %u written = %.1f fps (%.0f MB/s); dropped %u, "
+        "received %u, torn or out of order %u\n",
+        frames, elapsed, through, through * 1000.0 / elapsed, through * 2.7648 * 1000.0 / elapsed, dropped,
+        received.load(), torn.load());
     std::printf("memory (RSS) at frame 1000 -> end: sink %ld -> %ld kB, writer process %ld -> %ld kB; "
                 "writes given up (reader took nothing in time) %llu\n",
                 sinkRssEarly, sinkRss, selfRssEarly, selfRss, (unsigned long long)writer.timeouts());
@@ -213,11 +233,8 @@ void benchConvertedStream(const std::string &program, const std::string &directo
 {
     Sink sink = startSink(program, directory, "yuyv", "/dev/null");
     VCam::VirtualCamStreamWriter writer;
-    if (!waitConnected(writer)) {
-        std::printf("stream: the sink did not connect\n");
-        stopSink(sink);
+    if (!connectSink(sink, writer, "stream"))
         return;
-    }
     std::vector<uint8_t> frame(::Sink::kRgbFrameBytes);
     uint32_t dropped = 0;
     const auto start = Clock::now();
@@ -241,28 +258,15 @@ void benchStoppedReader(const std::string &program, const std::string &directory
 {
     Sink sink = startSink(program, directory, "rgb", "-");
     VCam::VirtualCamStreamWriter writer;
-    if (!waitConnected(writer)) {
-        std::printf("stall: the sink did not connect\n");
-        stopSink(sink);
+    if (!connectSink(sink, writer, "stall"))
         return;
-    }
     std::atomic<bool> done{false};
     std::atomic<uint32_t> received{0};
     std::atomic<uint32_t> torn{0};
-    std::atomic<uint32_t> receivedAfterResume{0};
-    std::atomic<bool> resumed{false};
+    std::atomic<uint32_t> receivedBeforeResume{0};
     std::thread reader([&] {
-        std::vector<uint8_t> frame(::Sink::kRgbFrameBytes);
-        std::vector<uint8_t> reference(::Sink::kRgbFrameBytes);
-        while (!done && readFrame(sink.output, frame)) {
-            uint32_t index = 0;
-            std::memcpy(&index, frame.data(), sizeof index);
-            if (!frameMatches(frame, index, reference))
-                ++torn;
-            ++received;
-            if (resumed)
-                ++receivedAfterResume;
-        }
+        readFrames(
+            sink.output, [&] { return !done; }, false, received, torn);
     });
     constexpr auto kInterval = std::chrono::microseconds(1000000 / 30);
     std::vector<uint8_t> frame(::Sink::kRgbFrameBytes);
@@ -293,7 +297,7 @@ void benchStoppedReader(const std::string &program, const std::string &directory
     ::kill(sink.pid, SIGSTOP);
     const double stalled = runFor(std::chrono::milliseconds(2000), true);
     const uint64_t timeouts = writer.timeouts();
-    resumed = true;
+    receivedBeforeResume = received.load();
     ::kill(sink.pid, SIGCONT);
     const auto resumeStart = Clock::now();
     const bool reconnected = waitConnected(writer);
@@ -309,7 +313,8 @@ void benchStoppedReader(const std::string &program, const std::string &directory
         "%.1f fps after; longest write during the stall %.0f ms; writes given up %llu; reconnected %s "
         "after %.0f ms; frames received %u (%u after resuming), torn %u\n",
         normal, stalled, 100.0 * stalled / normal, after, longestWriteMs, (unsigned long long)timeouts,
-        reconnected ? "yes" : "NO", reconnectMs, received.load(), receivedAfterResume.load(), torn.load());
+        reconnected ? "yes" : "NO", reconnectMs, received.load(),
+        received.load() - receivedBeforeResume.load(), torn.load());
 }
 
 } // namespace

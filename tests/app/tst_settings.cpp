@@ -42,41 +42,42 @@ class TestSettings : public QObject
 private slots:
     void init() { QFile::remove(path()), QFile::remove(path() + ".bak"); }
 
-    void firstStartGivesTheDefaults()
+    // Defaults first, the file's members over them member by member, and
+    // saved sections come back.
+    void defaultsFileAndSavedSections()
     {
-        Settings settings(path(), ":/defaults/settings.json");
-        QVERIFY(settings.load());
-        QCOMPARE(settings.section("settings")["mirror_preview"], json(true));
-        QVERIFY(settings.section("core").is_object());
-        QVERIFY(settings.section("nothing").empty());
-    }
+        Settings first(path(), ":/defaults/settings.json");
+        QVERIFY(first.load());
+        QCOMPARE(first.section("settings")["mirror_preview"], json(true));
+        QVERIFY(first.section("core").is_object());
+        QVERIFY(first.section("nothing").empty());
 
-    void fileMembersOverrideDefaultsMemberByMember()
-    {
         write(path(), R"({"settings": {"mirror_preview": false}, "lenses": {"favorites": ["a"]}})");
         Settings settings(path(), ":/defaults/settings.json");
         QVERIFY(settings.load());
-        const json section = settings.section("settings");
-        QCOMPARE(section["mirror_preview"], json(false));
-        QCOMPARE(section["automatic_updates"], json(true)); // from the defaults
+        QCOMPARE(settings.section("settings")["mirror_preview"], json(false));
+        QCOMPARE(settings.section("settings")["automatic_updates"], json(true)); // from the defaults
         QCOMPARE(settings.section("lenses")["favorites"][0], json("a"));
-    }
-
-    void savedSectionsComeBack()
-    {
-        Settings settings(path(), ":/defaults/settings.json");
-        settings.load();
         settings.setSection("twitch", json{{"timeout", 30}});
         QVERIFY2(settings.save(), qPrintable(settings.errorString()));
         Settings again(path(), ":/defaults/settings.json");
         QVERIFY(again.load());
         QCOMPARE(again.section("twitch")["timeout"], json(30));
+        QCOMPARE(again.section("lenses")["favorites"][0], json("a"));
         QVERIFY(!QFile::exists(path() + ".bak"));
     }
 
+    // A broken file or one that is not an object is kept aside; the
+    // defaults apply, and saving never destroys the user's file.
+    void corruptFileIsKeptAndDefaultsAreUsed_data()
+    {
+        QTest::addColumn<QByteArray>("broken");
+        QTest::newRow("cut short") << QByteArray("{\"settings\": {\"mirror_preview\": fal");
+        QTest::newRow("not an object") << QByteArray("[1, 2, 3]");
+    }
     void corruptFileIsKeptAndDefaultsAreUsed()
     {
-        const QByteArray broken = "{\"settings\": {\"mirror_preview\": fal";
+        QFETCH(QByteArray, broken);
         write(path(), broken);
         Settings settings(path(), ":/defaults/settings.json");
         QVERIFY(!settings.load());
@@ -84,19 +85,11 @@ private slots:
         QCOMPARE(settings.section("settings")["mirror_preview"], json(true));
         QCOMPARE(read(path() + ".bak"), broken);
         QVERIFY(settings.save());
-        QCOMPARE(read(path() + ".bak"), broken); // saving never destroys the user's file
+        QCOMPARE(read(path() + ".bak"), broken);
         QVERIFY(json::parse(read(path()).toStdString()).is_object());
     }
 
-    void documentThatIsNotAnObjectCountsAsCorrupt()
-    {
-        write(path(), "[1, 2, 3]");
-        Settings settings(path(), ":/defaults/settings.json");
-        QVERIFY(!settings.load());
-        QVERIFY(QFile::exists(path() + ".bak"));
-    }
-
-    void unwritableLocationReportsTheReason()
+    void unwritableLocationAndMissingDefaultsAreReported()
     {
         const QString blocker = dir.filePath("blocker");
         write(blocker, "a file where a directory should be");
@@ -104,6 +97,10 @@ private slots:
         QVERIFY(settings.load());
         QVERIFY(!settings.save());
         QVERIFY(settings.errorString().startsWith("Can't write"));
+
+        Settings noDefaults(path(), ":/defaults/missing.json");
+        QVERIFY(!noDefaults.load());
+        QVERIFY(noDefaults.errorString().contains("missing.json"));
     }
 
     // Nesting far beyond anything the program writes is refused while parsing:
@@ -202,13 +199,6 @@ private slots:
         const json saved = json::parse(read(path()).toStdString());
         QCOMPARE(saved["settings"]["mirror_preview"], json(false));
         QCOMPARE(saved["settings"]["automatic_updates"], json(false));
-    }
-
-    void missingDefaultsResourceIsAnError()
-    {
-        Settings settings(path(), ":/defaults/missing.json");
-        QVERIFY(!settings.load());
-        QVERIFY(settings.errorString().contains("missing.json"));
     }
 };
 

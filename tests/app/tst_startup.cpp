@@ -2,72 +2,22 @@
 // with xdotool: start-up, page switching, shutdown order, one instance at a
 // time, and the log file.
 #include <QImage>
-#include <QProcess>
 #include <QTemporaryDir>
 #include <QtTest>
+#include <programundertest.h>
 #include <singleinstanceguard.h>
 #include <xwindowdriver.h>
 
 namespace {
 
-const QString kBinary = QStringLiteral(GLINT_APP_BINARY);
-
-// The program under a name of this test's own. One instance may run per
-// program name and user, so a name of its own keeps this test clear of a
-// Glint Camera the developer runs and of other tests that start it.
-QString g_program;
-QString programName()
-{
-    return QStringLiteral("glint-camera-startup-test-%1").arg(QCoreApplication::applicationPid());
-}
 const QString kArtifacts = QStringLiteral(GLINT_ARTIFACTS_DIR);
 
 using namespace XWindowDriver;
 
-// One running instance of the program with its own configuration folder.
-class AppInstance
+// The program's name in this test: the single-instance guard is per name.
+QString programName()
 {
-public:
-    explicit AppInstance(const QString &configHome, const QStringList &arguments = {})
-    {
-        process.setArguments(arguments);
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert("XDG_CONFIG_HOME", configHome);
-        env.insert("QT_QPA_PLATFORM", "xcb");
-        process.setProcessEnvironment(env);
-        process.setProgram(g_program);
-    }
-    ~AppInstance()
-    {
-        if (process.state() != QProcess::NotRunning) {
-            process.kill();
-            process.waitForFinished(5000);
-        }
-    }
-
-    void start() { process.start(); }
-
-    // The id of the program's first visible window, or empty after the timeout.
-    QString waitForWindow(int timeoutMs = 20000)
-    {
-        QElapsedTimer clock;
-        clock.start();
-        while (clock.elapsed() < timeoutMs && process.state() != QProcess::NotRunning) {
-            const QString ids =
-                run("xdotool", {"search", "--onlyvisible", "--pid", QString::number(process.processId())});
-            if (!ids.isEmpty())
-                return ids.split('\n').first();
-            QTest::qWait(200);
-        }
-        return {};
-    }
-
-    QProcess process;
-};
-
-bool waitForLog(const QString &logPath, const QString &text, int timeoutMs = 10000)
-{
-    return waitFor([&] { return readFile(logPath).contains(text); }, timeoutMs);
+    return QStringLiteral("glint-camera-startup-test-%1").arg(QCoreApplication::applicationPid());
 }
 
 bool showsContent(const QImage &image)
@@ -106,50 +56,44 @@ class TestStartup : public QObject
 {
     Q_OBJECT
     QTemporaryDir home;
-    QString configHome() const { return home.filePath("config"); }
-    QString logPath() const { return configHome() + "/Glint/Glint Camera/Log.txt"; }
-    QString settingsPath() const { return configHome() + "/Glint/Glint Camera/settings.json"; }
+    // One instance of the program with its home folders under home/<folder>.
+    std::unique_ptr<ProgramUnderTest> instance(const QString &folder)
+    {
+        QDir().mkpath(home.filePath(folder));
+        return std::make_unique<ProgramUnderTest>(home.filePath(folder), programName(), GLINT_APP_BINARY);
+    }
 
 private slots:
     void initTestCase()
     {
-        if (qEnvironmentVariableIsEmpty("DISPLAY"))
-            QSKIP("needs an X display (the test command runs the suite under xvfb-run)");
-        if (run("xdotool", {"version"}).isEmpty())
-            QSKIP("needs xdotool");
-        QVERIFY(QFile::exists(kBinary));
-        g_program = home.filePath(programName());
-        QVERIFY(QFile::link(kBinary, g_program));
+        if (const QString missing = ProgramUnderTest::missingDisplay(); !missing.isEmpty())
+            QSKIP(qPrintable(missing));
+        QVERIFY(QFile::exists(GLINT_APP_BINARY));
     }
 
     void windowOpensSwitchesPagesAndShutsDownInOrder()
     {
-        QDir().mkpath(QFileInfo(logPath()).absolutePath());
-        QFile stale(logPath());
+        auto app = instance("main");
+        QDir().mkpath(app->configDir());
+        QFile stale(app->configDir() + "/Log.txt");
         QVERIFY(stale.open(QIODevice::WriteOnly));
         stale.write("line from an earlier run\n");
         stale.close();
 
-        AppInstance app(configHome());
-        app.start();
-        const QString window = app.waitForWindow();
+        app->start();
+        const QString window = app->waitForWindow();
         QVERIFY2(!window.isEmpty(), "the main window did not appear");
-        QVERIFY(waitForLog(logPath(), "glint.actions: Started"));
+        QVERIFY(app->logShows("glint.actions: Started"));
         QVERIFY(screenshot(window, "main-window-onboarding"));
+        const std::pair<const char *, const char *> pages[] = {
+            {"ctrl+comma", "OpenSettingsPage"}, {"ctrl+2", "OpenTwitchPage"}, {"ctrl+1", "OpenMainPage"}};
+        for (const auto &[keys, action] : pages) {
+            sendKeys(window, keys);
+            QVERIFY2(app->logShows(action), action);
+        }
+        QVERIFY(app->quit(window));
 
-        sendKeys(window, "ctrl+comma");
-        QVERIFY(waitForLog(logPath(), "OpenSettingsPage"));
-        sendKeys(window, "ctrl+2");
-        QVERIFY(waitForLog(logPath(), "OpenTwitchPage"));
-        sendKeys(window, "ctrl+1");
-        QVERIFY(waitForLog(logPath(), "OpenMainPage"));
-
-        sendKeys(window, "ctrl+q");
-        QVERIFY(app.process.waitForFinished(15000));
-        QCOMPARE(app.process.exitStatus(), QProcess::NormalExit);
-        QCOMPARE(app.process.exitCode(), 0);
-
-        const QString log = readFile(logPath());
+        const QString log = app->log();
         QVERIFY(!log.contains("line from an earlier run"));
         QVERIFY(!log.contains("Application started"));
         const int engine = log.indexOf("QmlEngine destroyed");
@@ -158,48 +102,38 @@ private slots:
         QVERIFY(engine > 0);
         QVERIFY(dispatcher > engine);
         QVERIFY(destructed > dispatcher);
-        QVERIFY(QFile::exists(settingsPath()));
-    }
+        QVERIFY(QFile::exists(app->configDir() + "/settings.json"));
 
-    void savedPreferencesShowOnTheNextStart()
-    {
-        QFile settings(settingsPath());
-        QVERIFY(settings.open(QIODevice::WriteOnly));
-        settings.write(R"({"settings": {"show_onboarding": false, "mirror_preview": false}})");
-        settings.close();
-
-        AppInstance app(configHome());
-        app.start();
-        const QString window = app.waitForWindow();
-        QVERIFY(!window.isEmpty());
-        QVERIFY(waitForLog(logPath(), "glint.actions: Started"));
+        // Preferences saved by the last run show on the next start.
+        QVERIFY(app->writeSettings(R"({"settings": {"show_onboarding": false, "mirror_preview": false}})"));
+        app->start();
+        const QString again = app->waitForWindow();
+        QVERIFY(!again.isEmpty());
+        QVERIFY(app->logShows("glint.actions: Started"));
         QTest::qWait(500);
-        QVERIFY(screenshot(window, "main-window"));
-        sendKeys(window, "ctrl+comma");
-        QVERIFY(waitForLog(logPath(), "OpenSettingsPage"));
+        QVERIFY(screenshot(again, "main-window"));
+        sendKeys(again, "ctrl+comma");
+        QVERIFY(app->logShows("OpenSettingsPage"));
         QTest::qWait(500);
-        QVERIFY(screenshot(window, "settings-page"));
-        sendKeys(window, "ctrl+q");
-        QVERIFY(app.process.waitForFinished(15000));
-        QCOMPARE(app.process.exitCode(), 0);
-        const QString saved = readFile(settingsPath());
+        QVERIFY(screenshot(again, "settings-page"));
+        QVERIFY(app->quit(again));
+        const QString saved = readFile(app->configDir() + "/settings.json");
         QVERIFY2(saved.contains("\"mirror_preview\": false"), qPrintable(saved));
         QVERIFY(saved.contains("\"show_onboarding\": false"));
     }
 
     void terminationSignalShutsDownInOrder()
     {
-        AppInstance app(home.filePath("terminated"));
-        app.start();
-        QVERIFY(!app.waitForWindow().isEmpty());
-        const QString log = home.filePath("terminated") + "/Glint/Glint Camera/Log.txt";
-        QVERIFY(waitForLog(log, "glint.actions: Started"));
-        app.process.terminate(); // SIGTERM, as at logout
-        QVERIFY(app.process.waitForFinished(15000));
-        QCOMPARE(app.process.exitStatus(), QProcess::NormalExit);
-        QCOMPARE(app.process.exitCode(), 0);
-        QVERIFY(readFile(log).contains("Dispatcher stopped"));
-        QVERIFY(QFile::exists(home.filePath("terminated") + "/Glint/Glint Camera/settings.json"));
+        auto app = instance("terminated");
+        app->start();
+        QVERIFY(!app->waitForWindow().isEmpty());
+        QVERIFY(app->logShows("glint.actions: Started"));
+        app->process.terminate(); // SIGTERM, as at logout
+        QVERIFY(app->process.waitForFinished(15000));
+        QCOMPARE(app->process.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(app->process.exitCode(), 0);
+        QVERIFY(app->log().contains("Dispatcher stopped"));
+        QVERIFY(QFile::exists(app->configDir() + "/settings.json"));
         // The guard was released: the next start finds it free.
         VCam::SingleInstanceGuard next(programName());
         QVERIFY(next.tryToRun());
@@ -208,25 +142,22 @@ private slots:
     void secondInstanceIsRefused()
     {
         // Separate configuration folders keep the two logs apart; the guard
-        // is per user, so the two still compete.
-        AppInstance first(home.filePath("first"));
-        AppInstance second(home.filePath("second"));
-        first.start();
-        second.start();
-        const auto logOf = [&](const QString &config) { return config + "/Glint/Glint Camera/Log.txt"; };
-        AppInstance *running = nullptr;
-        QElapsedTimer clock;
-        clock.start();
-        while (!running && clock.elapsed() < 20000) {
-            if (readFile(logOf(home.filePath("first"))).contains("glint.actions: Started"))
-                running = &first;
-            else if (readFile(logOf(home.filePath("second"))).contains("glint.actions: Started"))
-                running = &second;
-            else
-                QTest::qWait(100);
-        }
-        QVERIFY2(running, "neither instance started");
-        AppInstance &refused = running == &first ? second : first;
+        // is per user and name, so the two still compete.
+        auto first = instance("first");
+        auto second = instance("second");
+        first->start();
+        second->start();
+        ProgramUnderTest *running = nullptr;
+        QVERIFY2(waitFor(
+                     [&] {
+                         running = first->log().contains("glint.actions: Started")    ? first.get()
+                                   : second->log().contains("glint.actions: Started") ? second.get()
+                                                                                      : nullptr;
+                         return running != nullptr;
+                     },
+                     20000),
+                 "neither instance started");
+        ProgramUnderTest &refused = running == first.get() ? *second : *first;
         // The refused instance waits on its message box; answer it.
         const QString box = refused.waitForWindow();
         QVERIFY2(!box.isEmpty(), "the refused instance showed no message");
@@ -234,24 +165,15 @@ private slots:
         QVERIFY(refused.process.waitForFinished(10000));
         QCOMPARE(refused.process.exitCode(), 1);
         QCOMPARE(running->process.state(), QProcess::Running);
-
-        sendKeys(running->waitForWindow(), "ctrl+q");
-        QVERIFY(running->process.waitForFinished(15000));
-        QCOMPARE(running->process.exitCode(), 0);
+        QVERIFY(running->quit(running->waitForWindow()));
     }
 
     void lensOnTheDemoCameraAndATapOnThePreview()
     {
-        const QString config = home.filePath("lens");
-        QDir().mkpath(config + "/Glint/Glint Camera");
-        QFile settings(config + "/Glint/Glint Camera/settings.json");
-        QVERIFY(settings.open(QIODevice::WriteOnly));
-        settings.write(R"({"settings": {"show_onboarding": false}})");
-        settings.close();
-
-        AppInstance app(config, {"--lens", QStringLiteral(GLINT_LENSES_DIR "/color-pop")});
-        app.start();
-        const QString window = app.waitForWindow();
+        auto app = instance("lens");
+        QVERIFY(app->writeSettings(R"({"settings": {"show_onboarding": false}})"));
+        app->start({"--lens", QStringLiteral(GLINT_LENSES_DIR "/color-pop")});
+        const QString window = app->waitForWindow();
         QVERIFY(!window.isEmpty());
         // The preview fills the middle of the window once frames arrive.
         const auto previewColour = [&](const QString &name) {
@@ -286,27 +208,21 @@ private slots:
         const int change = std::abs(after.red() - before.red()) + std::abs(after.green() - before.green()) +
                            std::abs(after.blue() - before.blue());
         QVERIFY2(change > 40, qPrintable(QString("colour %1 -> %2").arg(before.name(), after.name())));
-
-        sendKeys(window, "ctrl+q");
-        QVERIFY(app.process.waitForFinished(15000));
-        QCOMPARE(app.process.exitCode(), 0);
+        QVERIFY(app->quit(window));
     }
 
     void unwritableLogFolderStillStarts()
     {
-        const QString blocker = home.filePath("not-a-folder");
-        QFile file(blocker);
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.close();
-        AppInstance app(blocker);
-        app.process.setProcessChannelMode(QProcess::MergedChannels);
-        app.start();
-        const QString window = app.waitForWindow();
+        auto app = instance("unwritable");
+        QFile blocker(home.filePath("unwritable/config")); // a file where the folder should be
+        QVERIFY(blocker.open(QIODevice::WriteOnly));
+        blocker.close();
+        app->process.setProcessChannelMode(QProcess::MergedChannels);
+        app->start();
+        const QString window = app->waitForWindow();
         QVERIFY(!window.isEmpty());
-        sendKeys(window, "ctrl+q");
-        QVERIFY(app.process.waitForFinished(15000));
-        QCOMPARE(app.process.exitCode(), 0);
-        const QString output = QString::fromLocal8Bit(app.process.readAll());
+        QVERIFY(app->quit(window));
+        const QString output = QString::fromLocal8Bit(app->process.readAll());
         QVERIFY(output.contains("Application::loadSettings"));
         QVERIFY(output.contains("App settings couldn't be saved. Reason: "));
     }

@@ -7,10 +7,9 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
 #include <QTemporaryDir>
 #include <QtTest>
-#include <xwindowdriver.h>
+#include <programundertest.h>
 
 namespace {
 
@@ -59,28 +58,16 @@ class TestLensExplorer : public QObject
     Q_OBJECT
     QTemporaryDir home;
     LensServerProcess server;
-    QProcess app;
-    QString appDir() const { return home.filePath("config/Glint/Glint Camera"); }
-    QString log() const { return readFile(appDir() + "/Log.txt"); }
-    // The program under a name of this test's own: one instance runs per
-    // program name and user, so a Glint Camera the developer runs, or a
-    // stale guard left by a killed one, cannot keep this test's from starting.
-    QString program() const
-    {
-        const QString link = home.filePath(
-            QStringLiteral("glint-camera-explorer-test-%1").arg(QCoreApplication::applicationPid()));
-        if (!QFileInfo::exists(link))
-            QFile::link(QStringLiteral(GLINT_APP_BINARY), link);
-        return link;
-    }
+    ProgramUnderTest app{
+        home.path(), QStringLiteral("glint-camera-explorer-test-%1").arg(QCoreApplication::applicationPid()),
+        GLINT_APP_BINARY};
+    QString log() const { return app.log(); }
 
 private slots:
     void initTestCase()
     {
-        if (qEnvironmentVariableIsEmpty("DISPLAY"))
-            QSKIP("needs an X display (the test command runs the suite under xvfb-run)");
-        if (run("xdotool", {"version"}).isEmpty())
-            QSKIP("needs xdotool");
+        if (const QString missing = ProgramUnderTest::missingDisplay(); !missing.isEmpty())
+            QSKIP(qPrintable(missing));
         QVERIFY(QFile::exists(GLINT_APP_BINARY));
         QVERIFY(server.isReady());
         QStringList lenses;
@@ -90,30 +77,11 @@ private slots:
         QVERIFY(server.start());
     }
 
-    void cleanupTestCase()
-    {
-        if (app.state() != QProcess::NotRunning) {
-            app.kill();
-            app.waitForFinished(5000);
-        }
-    }
-
     void searchApplyAndFavourite()
     {
-        QVERIFY(QDir().mkpath(appDir()));
-        QFile settings(appDir() + "/settings.json");
-        QVERIFY(settings.open(QIODevice::WriteOnly));
-        settings.write(R"({"settings": {"show_onboarding": false}})");
-        settings.close();
-
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert("XDG_CONFIG_HOME", home.filePath("config"));
-        env.insert("XDG_DATA_HOME", home.filePath("data"));
-        env.insert("XDG_CACHE_HOME", home.filePath("cache"));
-        env.insert("GLINT_BACKEND_URL", server.baseUrl());
-        env.insert("GLINT_LENS_VERIFICATION_KEY", server.publicKey());
-        env.insert("QT_QPA_PLATFORM", "xcb");
-        app.setProcessEnvironment(env);
+        QVERIFY(app.writeSettings(R"({"settings": {"show_onboarding": false}})"));
+        app.setEnv("GLINT_BACKEND_URL", server.baseUrl());
+        app.setEnv("GLINT_LENS_VERIFICATION_KEY", server.publicKey());
 
         // One instance runs per machine: while another test's instance runs,
         // ours only shows the "already running" box and never starts; on a
@@ -123,23 +91,14 @@ private slots:
         QElapsedTimer clock;
         clock.start();
         while (clock.elapsed() < 120000) {
-            app.start(program(), QStringList{});
-            const bool shown = waitFor(
-                [&] {
-                    window =
-                        run("xdotool", {"search", "--onlyvisible", "--pid", QString::number(app.processId())})
-                            .section('\n', 0, 0);
-                    return !window.isEmpty();
-                },
-                30000);
-            if (shown && waitFor([&] { return log().contains("glint.actions: Started"); }, 20000))
+            app.start();
+            window = app.waitForWindow();
+            if (!window.isEmpty() && app.logShows("glint.actions: Started"))
                 break;
             app.kill();
-            app.waitForFinished(5000);
             QTest::qWait(3000);
         }
-        QVERIFY2(!window.isEmpty() &&
-                     waitFor([&] { return log().contains("glint.actions: Started"); }, 30000),
+        QVERIFY2(!window.isEmpty() && app.logShows("glint.actions: Started", 30000),
                  qPrintable(log().right(2000)));
         const QStringList size = run("xdotool", {"getwindowgeometry", "--shell", window})
                                      .split('\n')
@@ -179,11 +138,12 @@ private slots:
             },
             30000));
 
-        // The details of the lens, then its favourite button.
+        // The details of the lens, then its favourite button (the dialog is
+        // centred; the button sits right of "Take off", above the shortcut).
         click(window, tileX, tileY, 3);
         QTest::qWait(800);
         artefact(window, "lens-details");
-        click(window, width / 2 - 10, height / 2 + 112);
+        click(window, width / 2 - 10, height / 2 + 69);
         QVERIFY(waitFor([&] { return log().contains("SetLensFavorite"); }));
         QTest::qWait(300);
         artefact(window, "lens-details-favourite");
@@ -194,14 +154,12 @@ private slots:
         QTest::qWait(500);
         artefact(window, "settings-lenses");
 
-        keys(window, {"key", "--clearmodifiers", "ctrl+q"});
-        QVERIFY(app.waitForFinished(20000));
-        QCOMPARE(app.exitCode(), 0);
+        QVERIFY(app.quit(window));
         // No binding or type errors from the explorer's documents.
         const QRegularExpression qmlWarning("qrc:/qml/components/(Lens|CurrentLens)[^\n]*");
         QVERIFY2(!qmlWarning.match(log()).hasMatch(), qPrintable(qmlWarning.match(log()).captured()));
         const QJsonObject lensesSection =
-            QJsonDocument::fromJson(readFile(appDir() + "/settings.json").toUtf8())
+            QJsonDocument::fromJson(readFile(app.configDir() + "/settings.json").toUtf8())
                 .object()["lenses"]
                 .toObject();
         QCOMPARE(lensesSection["favorites"].toArray(), QJsonArray{"film-noir"});

@@ -20,9 +20,11 @@
 #include <lensserverprocess.h>
 #include <metatypes.h>
 #include <networkmanager.h>
+#include <xwindowdriver.h>
 
 using namespace VCam;
 using Event = AnalyticsService::Event;
+using XWindowDriver::waitFor;
 
 namespace {
 
@@ -147,15 +149,6 @@ std::vector<Event> storedEvents(const LensServerProcess &server)
     for (const auto &batch : storedBatches(server))
         all.insert(all.end(), batch.begin(), batch.end());
     return all;
-}
-
-template <typename Condition> bool waitFor(Condition condition, int timeoutMs = 10000)
-{
-    QElapsedTimer clock;
-    clock.start();
-    while (!condition() && clock.elapsed() < timeoutMs)
-        QTest::qWait(50);
-    return condition();
 }
 
 } // namespace

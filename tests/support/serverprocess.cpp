@@ -1,15 +1,25 @@
 #include "serverprocess.h"
 
-#include "testlens.h"
-
 #include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <fcntl.h>
+#include <fstream>
+#include <iterator>
 #include <regex>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
+
+namespace {
+
+std::string readAll(const std::string &path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+} // namespace
 
 ServerProcess::ServerProcess(std::vector<std::string> args)
 {
@@ -64,12 +74,12 @@ int ServerProcess::stop()
 
 std::string ServerProcess::output() const
 {
-    return readFile(m_logPath);
+    return readAll(m_logPath);
 }
 
 long ServerProcess::statusField(const std::string &field) const
 {
-    const std::string status = readFile("/proc/" + std::to_string(m_pid) + "/status");
+    const std::string status = readAll("/proc/" + std::to_string(m_pid) + "/status");
     const size_t at = status.find(field);
     return at == std::string::npos ? -1 : std::stol(status.substr(at + field.size()));
 }
