@@ -36,6 +36,10 @@ Item {
                 }
             }
 
+            VirtualCameraNotice {
+                Layout.fillWidth: true
+            }
+
             PreviewFrame {
                 Layout.fillWidth: true
                 Layout.fillHeight: true

@@ -53,6 +53,7 @@ public:
 public slots:
     void startProcessing();
     void stopProcessing();
+    void restartOutput();
     void setInputCamera(const QString &camera);
     void setLens(const VCam::LensId &lensId, const QString &path);
     void setOverlay(const QImage &image);
