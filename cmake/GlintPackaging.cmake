@@ -44,7 +44,7 @@ foreach(size 16 22 24 32 48 64 128 256)
   install(FILES ${icon} DESTINATION ${CMAKE_INSTALL_DATADIR}/icons/hicolor/${size}x${size}/apps)
 endforeach()
 
-# Man pages and the Debian changelog, compressed as Debian wants them.
+# Man pages and the changelog, compressed as Debian wants them.
 set(gzipped_files)
 foreach(page glint-camera glint-camera-sink glint-event glint-lens-pack glint-lens-server)
   set(out ${staged}/man/${page}.1.gz)
@@ -56,7 +56,8 @@ foreach(page glint-camera glint-camera-sink glint-event glint-lens-pack glint-le
   list(APPEND gzipped_files ${out})
   install(FILES ${out} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 endforeach()
-set(changelog ${staged}/changelog.Debian.gz)
+# A native package (no Debian revision): changelog.gz, not changelog.Debian.gz.
+set(changelog ${staged}/changelog.gz)
 add_custom_command(OUTPUT ${changelog}
   COMMAND sh -c "gzip -9n < \"$1\" > \"$2\"" sh ${packaging}/changelog ${changelog}
   DEPENDS ${packaging}/changelog
@@ -75,10 +76,10 @@ set(CPACK_PACKAGE_NAME glint-camera)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR}.${PROJECT_VERSION_PATCH})
 set(CPACK_PACKAGE_CONTACT "Glint Camera developers <maintainers@glintcamera.example.org>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "webcam with augmented-reality lenses as a virtual camera")
-set(CPACK_DEBIAN_PACKAGE_DESCRIPTION "webcam with augmented-reality lenses as a virtual camera
- Glint Camera applies lenses (augmented-reality effects) to a webcam picture
- and publishes the result as a virtual camera that video-call and streaming
- programs select like any webcam. Sample lenses are included.")
+# CPack puts the summary first and indents these lines itself.
+set(CPACK_DEBIAN_PACKAGE_DESCRIPTION "Glint Camera applies lenses (augmented-reality effects) to a webcam picture
+and publishes the result as a virtual camera that video-call and streaming
+programs select like any webcam. Sample lenses are included.")
 set(CPACK_PACKAGING_INSTALL_PREFIX ${GLINT_PACKAGE_PREFIX})
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
@@ -87,7 +88,7 @@ set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 # Beyond the linked libraries: the face model, pkexec for the set-up step,
 # the QML modules the interface imports and the renderer's drivers.
-set(CPACK_DEBIAN_PACKAGE_DEPENDS "libdlib-data, pkexec | policykit-1, \
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "libdlib-data, pkexec, \
 qml-module-qtquick2, qml-module-qtquick-controls2, qml-module-qtquick-templates2, \
 qml-module-qtquick-layouts, qml-module-qtquick-window2, qml-module-qtquick-dialogs, \
 qml-module-qt-labs-platform, qml-module-qtgraphicaleffects, qml-module-qtmultimedia, \
