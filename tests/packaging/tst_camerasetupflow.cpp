@@ -136,6 +136,13 @@ private slots:
         QVERIFY(XWindowDriver::waitFor([] { return g_outputTried.loadAcquire() == 1; }, 20000));
     }
 
+    void cleanupTestCase()
+    {
+        if (g_previousHandler)
+            qInstallMessageHandler(g_previousHandler);
+        g_previousHandler = nullptr;
+    }
+
     void withoutTheDriverNamesThePackage()
     {
         QVERIFY(XWindowDriver::waitFor([this] { return message().contains("v4l2loopback-dkms"); }, 5000));
@@ -194,7 +201,19 @@ int main(int argc, char **argv)
     app.init();
     TestCameraSetUpFlow test(&app);
     const int result = QTest::qExec(&test, argc, argv);
+    // The program's own shutdown: closing the window stops the stores and
+    // the processing thread, then the event loop ends.
+    QTimer::singleShot(0, [] {
+        for (QWindow *window : QGuiApplication::topLevelWindows())
+            window->close();
+    });
+    QTimer::singleShot(15000, [] { QCoreApplication::exit(3); });
+    const int shutdown = app.exec();
     delete g_dir;
+    if (shutdown != 0) {
+        qWarning("The program did not shut down in time");
+        return 1;
+    }
     return result;
 }
 
