@@ -32,6 +32,20 @@ dpkg-deb --ctrl-tarfile "$deb" | tar -t | grep -q 'postrm' || fail "no postrm"
 
 root="$work/root"
 dpkg -x "$deb" "$root"
+dpkg-deb -e "$deb" "$work/control"
+
+# The package's postrm, in a mount namespace of its own with an empty /etc:
+# a removal keeps the module options, a purge removes them.
+postrm_check='mount -t tmpfs none /etc && mkdir /etc/modprobe.d &&
+    echo "options v4l2loopback" > /etc/modprobe.d/glint-camera.conf &&
+    sh "$1" remove && test -f /etc/modprobe.d/glint-camera.conf &&
+    sh "$1" purge && ! test -e /etc/modprobe.d/glint-camera.conf && echo postrm-ok'
+if unshare -m --propagation private true 2>/dev/null; then
+    result=$(unshare -m --propagation private sh -c "$postrm_check" sh "$work/control/postrm" 2>&1)
+    [ "$result" = postrm-ok ] || fail "postrm: $result"
+else
+    echo "no mount namespaces here: the postrm is not run"
+fi
 
 # Every program's libraries resolve from the system.
 for program in glint-camera glint-camera-sink glint-lens-server glint-lens-pack glint-event; do
