@@ -27,6 +27,21 @@ install(DIRECTORY ${CMAKE_SOURCE_DIR}/data/PrecachedAssets.bundle ${CMAKE_SOURCE
         DESTINATION ${GLINT_DATA_DESTINATION}
         FILE_PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
 
+# The sample lenses signed with the build's key, offered when the catalogue
+# cannot be reached (build tree: data/bundled-lenses).
+set(bundled ${CMAKE_BINARY_DIR}/data/bundled-lenses)
+file(GLOB_RECURSE sample_lens_files ${CMAKE_SOURCE_DIR}/data/lenses/*)
+add_custom_command(OUTPUT ${bundled}/index.json
+  COMMAND ${CMAKE_COMMAND} -DPACKER=$<TARGET_FILE:glint-lens-pack> -DLENSES=${CMAKE_SOURCE_DIR}/data/lenses
+          -DOUT=${bundled} -P ${CMAKE_SOURCE_DIR}/cmake/GlintBundleLenses.cmake
+  DEPENDS glint-lens-pack ${sample_lens_files} ${CMAKE_SOURCE_DIR}/cmake/GlintBundleLenses.cmake
+  COMMENT "Signing and packing the bundled sample lenses"
+  VERBATIM)
+add_custom_target(glint_bundled_lenses ALL DEPENDS ${bundled}/index.json)
+add_dependencies(glint-camera glint_bundled_lenses)
+install(DIRECTORY ${bundled} DESTINATION ${GLINT_DATA_DESTINATION}
+        FILE_PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
+
 # The menu entry, the metainfo and the icons, rendered from the one drawing.
 install(FILES ${desktop}/${GLINT_APP_ID}.desktop DESTINATION ${CMAKE_INSTALL_DATADIR}/applications)
 install(FILES ${desktop}/${GLINT_APP_ID}.metainfo.xml DESTINATION ${CMAKE_INSTALL_DATADIR}/metainfo)
