@@ -104,6 +104,8 @@ if [ -n "${DISPLAY:-}" ]; then
         echo "installed application started: $(grep -c . "$log") log lines"
         sleep 2
         grep -q 'Demo clip not found' "$log" && fail "the installed program did not find its demo clip"
+        grep -q 'bundled lenses in .*/usr/share/glint-camera/bundled-lenses' "$log" ||
+            fail "the installed program did not find its bundled lenses"
     else
         cat "$work/app.log"; [ -f "$log" ] && cat "$log"; fail "the installed application did not log its start"
     fi
