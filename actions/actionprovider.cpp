@@ -305,6 +305,10 @@ void ActionProvider::checkForUpdates()
 {
     dispatch(ActionType::CheckForUpdates);
 }
+void ActionProvider::setUpVirtualCamera()
+{
+    dispatch(ActionType::SetUpVirtualCamera);
+}
 void ActionProvider::skipUpdate(const QString &version)
 {
     dispatch(ActionType::SkipUpdate, version);

@@ -82,6 +82,8 @@ public:
     Q_INVOKABLE void emulateExternalEvent();
     Q_INVOKABLE void emulateSubscriptionEvent();
     Q_INVOKABLE void checkForUpdates();
+    // Runs the privileged set-up of the virtual camera (asks for a password).
+    Q_INVOKABLE void setUpVirtualCamera();
     Q_INVOKABLE void skipUpdate(const QString &version);
     // Operations of this build beyond the common vocabulary.
     Q_INVOKABLE void setUsageStatisticsEnabled(bool value);

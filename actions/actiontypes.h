@@ -70,6 +70,7 @@ enum class ActionType : qint32 {
     NotifyFavoriteLensesCounted = 58,
     NotifyStreamStateUpdated = 59,
     SetUsageStatisticsEnabled = 60,
+    SetUpVirtualCamera = 61,
 };
 Q_ENUM_NS(ActionType)
 

@@ -5,6 +5,8 @@
 #include <glintdeployment.h>
 #include <nlohmann/json.hpp>
 #include <set>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace glint::server {
 
@@ -37,10 +39,24 @@ bool toDouble(const std::string &value, double &out)
 } // namespace
 
 ServerConfig::ServerConfig()
-    : dataDir(defaultDataDir()), keyPath(GLINT_SERVER_DEFAULT_KEY),
-      bundledLenses(GLINT_SERVER_DEFAULT_BUNDLED),
+    : dataDir(defaultDataDir()), keyPath(GLINT_SERVER_DEFAULT_KEY), bundledLenses(defaultBundledLenses()),
       deeplinkBase("https://" + deployment(kCreatorHost) + "/unlock/?uid=")
 {}
+
+std::string ServerConfig::defaultBundledLenses()
+{
+    const std::string built = GLINT_SERVER_DEFAULT_BUNDLED;
+    struct stat info;
+    if (::stat(built.c_str(), &info) == 0 && S_ISDIR(info.st_mode))
+        return built;
+    char program[4096];
+    const ssize_t length = ::readlink("/proc/self/exe", program, sizeof program - 1);
+    if (length <= 0)
+        return built;
+    const std::string path(program, size_t(length));
+    const std::string binDir = path.substr(0, path.find_last_of('/'));
+    return binDir + "/../share/glint-camera/lenses";
+}
 
 std::string ServerConfig::defaultDataDir()
 {

@@ -52,6 +52,9 @@ struct ServerConfig
                   std::string *error);
     std::string effectivePublicUrl() const;
     static std::string defaultDataDir();
+    // The source tree's sample lenses when they are there (a build tree),
+    // else share/glint-camera/lenses beside the program's bin folder.
+    static std::string defaultBundledLenses();
     static std::string helpText(const std::string &program);
 
 private:

@@ -18,6 +18,7 @@ QHash<int, QByteArray> LensInfoStorage::roleNames()
             {PreviewRole, "preview"},
             {PreviewSequenceRole, "previewSequence"},
             {MainColorRole, "mainColor"},
+            {IsBundledRole, "isBundled"},
             {InfoRolesCount, "lensId"}};
 }
 
@@ -99,6 +100,8 @@ QVariant LensInfoStorage::data(const LensId &lensId, int role) const
                                                            : lens.thumbnailMediaPosterUrl);
     case PreviewSequenceRole:
         return sequenceMap(lens.imageSequence);
+    case IsBundledRole:
+        return lens.lensStatus == QLatin1String("bundled");
     default:
         return {};
     }

@@ -33,6 +33,9 @@ public:
         InfoRolesCount, // also the role of the lens id
     };
     Q_ENUM(Role)
+    // Shipped with the program and offered without the catalogue; outside
+    // the numbered roles above, which the models extend.
+    static constexpr int IsBundledRole = Qt::UserRole + 64;
 
     explicit LensInfoStorage(QObject *parent = nullptr);
 

@@ -1,5 +1,6 @@
 #include "networklensacquirehelper.h"
 
+#include "bundledlenses.h"
 #include "lenscache.h"
 #include "networkmanager.h"
 
@@ -103,6 +104,10 @@ void NetworkLensAcquireHelper::requestLink()
 
 void NetworkLensAcquireHelper::onLinkAnswer(int status, const QByteArray &body, const QString &failure)
 {
+    // Unreachable backend (no HTTP answer): a bundled lens comes from its
+    // own archive, checked like a downloaded one.
+    if (status == 0 && !failure.isEmpty() && installBundled())
+        return;
     if (!failure.isEmpty() || status / 100 != 2) {
         const QString reason = failure.isEmpty() ? QStringLiteral("HTTP status %1").arg(status) : failure;
         finish(QStringLiteral("Failed to receive lens archive link: %1").arg(reason));
@@ -144,6 +149,20 @@ void NetworkLensAcquireHelper::onArchiveAnswer(const QByteArray &body, const QSt
         return;
     }
     finish(installArchive(body));
+}
+
+bool NetworkLensAcquireHelper::installBundled()
+{
+    if (!m_bundled || !m_bundled->contains(m_lensId))
+        return false;
+    const QByteArray archive = m_bundled->archive(m_lensId);
+    if (archive.isNull())
+        return false;
+    qCInfo(lcLensAcquire).noquote() << "Catalogue unreachable: installing the bundled lens" << m_lensId;
+    m_signature = m_bundled->signature(m_lensId);
+    m_hintId.clear();
+    finish(installArchive(archive));
+    return true;
 }
 
 // Writes, unpacks, deletes and registers the archive; the error text, or an

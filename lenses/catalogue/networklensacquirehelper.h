@@ -13,6 +13,7 @@ Q_DECLARE_LOGGING_CATEGORY(lcLensAcquire)
 
 namespace VCam {
 
+class BundledLenses;
 class LensCache;
 class NetworkManager;
 
@@ -45,6 +46,9 @@ public:
     // The time a whole acquisition (link, download, unpacking) may take.
     static constexpr int kDefaultDeadlineMs = 120000;
     void setDeadline(int ms);
+    // Lenses shipped with the program: installed from their own archive
+    // when the backend cannot be reached (not owned).
+    void setBundledLenses(const BundledLenses *bundled) { m_bundled = bundled; }
 
     LensId lensId() const { return m_lensId; }
     Stage stage() const { return m_stage; }
@@ -62,6 +66,7 @@ private:
     QString installArchive(const QByteArray &body);
     void dropUnusedLensFolder();
     void finish(const QString &error);
+    bool installBundled();
 
     NetworkManager *m_network;
     LensCache *m_cache;
@@ -74,6 +79,7 @@ private:
     quint64 m_generation = 0;
     qint64 m_maxUnpackedBytes = LensArchive::kDefaultMaxUnpackedBytes;
     QTimer *m_deadline;
+    const BundledLenses *m_bundled = nullptr;
 };
 
 } // namespace VCam

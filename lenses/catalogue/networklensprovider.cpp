@@ -30,6 +30,7 @@ NetworkLensProvider::NetworkLensProvider(NetworkManager *network, const QString 
     : LensProvider(parent), m_network(network), m_cache(cacheRoot, verificationKey),
       m_helper(new NetworkLensAcquireHelper(network, &m_cache, this))
 {
+    m_helper->setBundledLenses(&m_bundled);
     connect(m_helper, &NetworkLensAcquireHelper::lensAcquireSucceed, this, &LensProvider::lensAcquireSuccess);
     connect(m_helper, &NetworkLensAcquireHelper::lensAcquireFailed, this, &LensProvider::lensAcquireFailure);
     connect(m_helper, &NetworkLensAcquireHelper::lensDownloadSucceed, this,
@@ -96,7 +97,16 @@ void NetworkLensProvider::requestScheduledLenses()
     m_network->requestScheduledLenses(listCompletion(
         QStringLiteral("Failed to receive scheduled lenses: %1"),
         [this](std::vector<LensInfo> &&lenses, const QByteArray &) { emit scheduledLensesSuccess(lenses); },
-        [this](const QString &reason) { emit scheduledLensesFailure(reason); }));
+        [this](const QString &reason) {
+            // Without the catalogue the featured list offers the lenses that
+            // ship with the program, marked as bundled.
+            if (!m_bundled.lenses().empty()) {
+                qCInfo(lcLensProvider).noquote() << reason << "- offering the bundled lenses";
+                emit scheduledLensesSuccess(m_bundled.lenses());
+                return;
+            }
+            emit scheduledLensesFailure(reason);
+        }));
 }
 
 void NetworkLensProvider::requestCommunityLenses(int offset)

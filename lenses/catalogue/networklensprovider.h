@@ -1,5 +1,6 @@
 #pragma once
 
+#include "bundledlenses.h"
 #include "lenscache.h"
 #include "lensprovider.h"
 #include "request.h"
@@ -56,6 +57,7 @@ private:
     NetworkManager *m_network;
     LensCache m_cache;
     NetworkLensAcquireHelper *m_helper;
+    BundledLenses m_bundled;
 };
 
 } // namespace VCam

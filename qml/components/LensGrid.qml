@@ -24,6 +24,7 @@ GridView {
         previewSequence: model.previewSequence
         mainColor: model.mainColor
         isFav: model.isFav
+        isBundled: model.isBundled === true
         context: grid.context
         onDetailsRequested: grid.detailsRequested(lensId)
     }

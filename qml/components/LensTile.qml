@@ -14,6 +14,7 @@ Rectangle {
     property var previewSequence
     property color mainColor: Style.panelRaised
     property bool isFav: false
+    property bool isBundled: false
     property int context: 0
     readonly property bool isCurrent: lensStore.currentLens.lensId === lensId
     readonly property bool busy: isCurrent && lensStore.acquiring
@@ -62,6 +63,24 @@ Rectangle {
             running: mouse.containsMouse && tile.previewSequence !== undefined && tile.previewSequence.size > 1
             onTriggered: frame.index = (frame.index + 1) % tile.previewSequence.size
             onRunningChanged: frame.index = 0
+        }
+        Rectangle {
+            objectName: "bundledBadge_" + tile.lensId
+            visible: tile.isBundled
+            anchors.left: parent.left
+            anchors.bottom: parent.bottom
+            anchors.margins: 4
+            width: bundledText.implicitWidth + 8
+            height: bundledText.implicitHeight + 2
+            radius: 3
+            color: "#b0000000"
+            Text {
+                id: bundledText
+                anchors.centerIn: parent
+                text: qsTr("Bundled")
+                color: "white"
+                font.pixelSize: 9
+            }
         }
         Rectangle {
             anchors.fill: parent

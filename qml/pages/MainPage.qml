@@ -27,7 +27,15 @@ Item {
                     anchors.left: parent.left
                     anchors.right: picker.left
                     title: qsTr("Camera")
-                    subtitle: qsTr("Choose \u201CGlint Camera\u201D as the camera in your call or streaming app.")
+                    subtitle: cameraNotice.visible ? "" : qsTr("Choose \u201CGlint Camera\u201D as the camera in your call or streaming app.")
+                }
+                VirtualCameraNotice {
+                    id: cameraNotice
+                    anchors.left: parent.left
+                    anchors.right: picker.left
+                    anchors.rightMargin: Style.spacing
+                    anchors.bottom: parent.bottom
+                    height: 30
                 }
                 CameraPicker {
                     id: picker

@@ -40,6 +40,7 @@ void CoreService::connectWorker(CoreServiceWorker *worker)
 {
     connect(this, &CoreService::startProcessing, worker, &CoreServiceWorker::startProcessing);
     connect(this, &CoreService::stopProcessing, worker, &CoreServiceWorker::stopProcessing);
+    connect(this, &CoreService::restartOutput, worker, &CoreServiceWorker::restartOutput);
     connect(this, &CoreService::setInputCamera, worker, &CoreServiceWorker::setInputCamera);
     connect(this, &CoreService::setLens, worker, &CoreServiceWorker::setLens);
     connect(this, &CoreService::setOverlay, worker, &CoreServiceWorker::setOverlay);

@@ -27,6 +27,8 @@ public:
 signals:
     void startProcessing();
     void stopProcessing();
+    // Starts the virtual camera output again, after the camera was set up.
+    void restartOutput();
     void setInputCamera(const QString &camera);
     void setLens(const VCam::LensId &lensId, const QString &path);
     void setOverlay(const QImage &image);

@@ -132,6 +132,15 @@ void CoreServiceWorker::startProcessing()
     emit started();
 }
 
+// Only while processing runs: the output starts with processing anyway.
+void CoreServiceWorker::restartOutput()
+{
+    if (!m_virtualCam)
+        return;
+    m_virtualCam->stop();
+    VirtualCamOutputHelper::startOutput(*m_virtualCam);
+}
+
 void CoreServiceWorker::stopProcessing()
 {
     m_grabber->stop();

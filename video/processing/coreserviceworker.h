@@ -61,6 +61,7 @@ public:
 public slots:
     void startProcessing();
     void stopProcessing();
+    void restartOutput();
     void setInputCamera(const QString &camera);
     void setLens(const VCam::LensId &lensId, const QString &path);
     void setOverlay(const QImage &image);

@@ -3,7 +3,9 @@
 #include "cameralist.h"
 #include "coreservice.h"
 #include "videologging.h"
+#include "virtualcamsetuphelper.h"
 
+#include <QCoreApplication>
 #include <QFileInfo>
 #include <QTimer>
 #include <actiontypes.h>
@@ -23,8 +25,15 @@ const char *const kCameraKey = "camera";
 }
 
 CoreStore::CoreStore(std::shared_ptr<Bureau::Dispatcher> dispatcher, CoreService *service, QObject *parent)
-    : Store(parent), m_dispatcher(std::move(dispatcher)), m_service(service)
+    : Store(parent), m_dispatcher(std::move(dispatcher)), m_service(service),
+      m_cameraSetup(new VirtualCamSetupHelper(QCoreApplication::applicationDirPath(), this)),
+      m_cameraCheck(new QTimer(this))
 {
+    // Installing the driver package or loading the module by hand is
+    // noticed without a restart.
+    m_cameraCheck->setInterval(2000);
+    connect(m_cameraCheck, &QTimer::timeout, this, &CoreStore::refreshVirtualCamera);
+    connect(m_cameraSetup, &VirtualCamSetupHelper::setUpFinished, this, &CoreStore::onVirtualCameraSetUp);
     m_service->setParent(this);
     connect(m_service, &CoreService::frameReady, this, &CoreStore::frameReady);
     connect(m_service, &CoreService::lensLoaded, this, [this] {
@@ -92,6 +101,63 @@ nlohmann::json CoreStore::saveSettings() const
     return {{kCameraKey, camera.toStdString()}};
 }
 
+void CoreStore::refreshVirtualCamera()
+{
+    if (m_cameraSetup->isRunning())
+        return;
+    QString state;
+    switch (m_cameraSetup->readiness()) {
+    case VirtualCamSystem::Readiness::Ready:
+        state = QStringLiteral("ready");
+        break;
+    case VirtualCamSystem::Readiness::SinkMissing:
+        state = QStringLiteral("sinkMissing");
+        break;
+    case VirtualCamSystem::Readiness::DriverMissing:
+        state = QStringLiteral("driverMissing");
+        break;
+    case VirtualCamSystem::Readiness::DeviceMissing:
+        state = QStringLiteral("deviceMissing");
+        break;
+    }
+    if (state == QLatin1String("ready") && m_virtualCameraState != state &&
+        m_virtualCameraState != "settingUp")
+        emit m_service->restartOutput();
+    setVirtualCameraState(state, state == m_virtualCameraState ? m_virtualCameraError : QString());
+    if (state == QLatin1String("ready"))
+        m_cameraCheck->stop();
+    else if (!m_cameraCheck->isActive())
+        m_cameraCheck->start();
+}
+
+void CoreStore::setUpVirtualCamera()
+{
+    refreshVirtualCamera();
+    if (m_virtualCameraState == QLatin1String("deviceMissing") && m_cameraSetup->setUp())
+        setVirtualCameraState(QStringLiteral("settingUp"), QString());
+}
+
+void CoreStore::onVirtualCameraSetUp(bool ready, const QString &error)
+{
+    if (ready) {
+        setVirtualCameraState(QStringLiteral("ready"), QString());
+        m_cameraCheck->stop();
+        emit m_service->restartOutput();
+        return;
+    }
+    setVirtualCameraState(QStringLiteral("deviceMissing"), error);
+    refreshVirtualCamera();
+}
+
+void CoreStore::setVirtualCameraState(const QString &state, const QString &error)
+{
+    if (state == m_virtualCameraState && error == m_virtualCameraError)
+        return;
+    m_virtualCameraState = state;
+    m_virtualCameraError = error;
+    emit virtualCameraStateChanged();
+}
+
 void CoreStore::loadSettings(const nlohmann::json &section)
 {
     if (section.is_object() && section.contains(kCameraKey) && section[kCameraKey].is_string())
@@ -108,6 +174,10 @@ void CoreStore::process(std::shared_ptr<Bureau::Action> action)
             emit processingStateChanged();
         }
         chooseWebcam(m_savedWebcamName);
+        refreshVirtualCamera();
+        break;
+    case ActionType::SetUpVirtualCamera:
+        setUpVirtualCamera();
         break;
     case ActionType::SetChromakeyEnabled:
         emit m_service->setChromakeyEnabled(payload.toBool());

@@ -2,6 +2,7 @@
 
 #include <QImage>
 #include <QStringList>
+#include <QTimer>
 #include <deque>
 #include <functional>
 #include <lensid.h>
@@ -15,6 +16,7 @@ class Dispatcher;
 namespace VCam {
 
 class CoreService;
+class VirtualCamSetupHelper;
 
 // The store of the "core" section: owns the processing service, turns camera
 // and processing actions into its commands, and publishes the camera list,
@@ -31,6 +33,10 @@ class CoreStore : public Store
     Q_PROPERTY(bool isStreamRunning READ isStreamRunning NOTIFY streamStateChanged)
     Q_PROPERTY(bool isMainLensHint READ isMainLensHint NOTIFY mainLensHintChanged)
     Q_PROPERTY(QString currentLensId READ currentLensId NOTIFY currentLensIdChanged)
+    // "ready", "deviceMissing" (the set-up step can make it), "driverMissing"
+    // (v4l2loopback-dkms is not installed), "sinkMissing" or "settingUp".
+    Q_PROPERTY(QString virtualCameraState READ virtualCameraState NOTIFY virtualCameraStateChanged)
+    Q_PROPERTY(QString virtualCameraError READ virtualCameraError NOTIFY virtualCameraStateChanged)
 public:
     enum ProcessingState { Started = 0, Stopped = 1 };
     Q_ENUM(ProcessingState)
@@ -59,6 +65,8 @@ public:
     bool isStreamRunning() const { return m_isStreamRunning; }
     bool isMainLensHint() const { return m_isMainLensHint; }
     QString currentLensId() const { return m_currentLensId; }
+    QString virtualCameraState() const { return m_virtualCameraState; }
+    QString virtualCameraError() const { return m_virtualCameraError; }
     CoreService *service() const { return m_service; }
 
     nlohmann::json saveSettings() const override;
@@ -80,6 +88,7 @@ signals:
     void streamStateChanged();
     void mainLensHintChanged();
     void currentLensIdChanged();
+    void virtualCameraStateChanged();
     void lensLoadFailed(const QString &error);
     // The engine's answer for a lens handed to it: an empty error when the
     // lens is loaded and running.
@@ -96,6 +105,10 @@ private:
     void refreshGlintcodeOverlay();
     void emulateExternalEvent();
     void setTriggerAvailable(bool available);
+    void refreshVirtualCamera();
+    void setUpVirtualCamera();
+    void onVirtualCameraSetUp(bool ready, const QString &error);
+    void setVirtualCameraState(const QString &state, const QString &error);
 
     std::shared_ptr<Bureau::Dispatcher> m_dispatcher;
     CoreService *m_service;
@@ -115,6 +128,10 @@ private:
     bool m_isStreamRunning = false;
     bool m_serviceReady = false;
     bool m_startRequested = false;
+    VirtualCamSetupHelper *m_cameraSetup;
+    QTimer *m_cameraCheck;
+    QString m_virtualCameraState = QStringLiteral("ready");
+    QString m_virtualCameraError;
 };
 
 } // namespace VCam

@@ -23,11 +23,12 @@ std::string RemoteAssetsDelegate::defaultBundlePath()
     const QString overridden = qEnvironmentVariable("GLINT_ASSET_BUNDLE");
     if (!overridden.isEmpty())
         return overridden.toStdString();
-    // Installed beside the program; in a build tree the program sits one
-    // folder below the tree's data folder.
+    // Beside the program; in a build tree the program sits one folder below
+    // the tree's data folder; installed, in share/glint-camera beside bin.
     const QDir programDir(QCoreApplication::applicationDirPath());
     for (const QString &candidate :
-         {QStringLiteral("PrecachedAssets.bundle"), QStringLiteral("../data/PrecachedAssets.bundle")}) {
+         {QStringLiteral("PrecachedAssets.bundle"), QStringLiteral("../data/PrecachedAssets.bundle"),
+          QStringLiteral("../share/glint-camera/PrecachedAssets.bundle")}) {
         if (programDir.exists(candidate))
             return QDir::cleanPath(programDir.filePath(candidate)).toStdString();
     }

@@ -21,6 +21,18 @@ public:
     // $GLINT_CAMERA_SINK, else glint-camera-sink beside the program, else the
     // build tree's tools/camerasink/glint-camera-sink; empty when none exists.
     static std::string sinkProgram(const std::wstring &applicationDir);
+    // The privileged set-up helper: ../libexec/glint-camera/glint-camera-setup
+    // from the program's folder when installed, else the build tree's
+    // tools/camerasetup/glint-camera-setup; empty when none exists. pkexec
+    // needs the absolute path, which the package's policy names.
+    static std::string setupProgram(const std::wstring &applicationDir);
+    // $GLINT_PKEXEC or "pkexec" (found on PATH). The variable only changes
+    // which program asks for elevation; a stand-in gains no privileges, so
+    // the tests use it to record what would be run.
+    static std::string pkexecProgram();
+    // The kernel's module list, /lib/modules/<release>/modules.dep, or
+    // $GLINT_KERNEL_MODULES_DEP.
+    static std::string modulesDep();
     // $GLINT_VIDEO4LINUX_SYSFS or /sys/class/video4linux.
     static std::string video4linuxSysfs();
     static std::string toUtf8(const std::wstring &text);

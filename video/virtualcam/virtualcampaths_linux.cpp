@@ -1,10 +1,12 @@
 #include "virtualcampaths.h"
 
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <sys/stat.h>
+#include <sys/utsname.h>
 #include <unistd.h>
 
 namespace VCam {
@@ -97,6 +99,35 @@ std::string VirtualCamPaths::sinkProgram(const std::wstring &applicationDir)
             return candidate;
     }
     return {};
+}
+
+std::string VirtualCamPaths::setupProgram(const std::wstring &applicationDir)
+{
+    const std::string dir = toUtf8(applicationDir);
+    for (const std::string &candidate : {dir + "/../libexec/glint-camera/glint-camera-setup",
+                                         dir + "/../tools/camerasetup/glint-camera-setup"}) {
+        char resolved[PATH_MAX];
+        if (isExecutable(candidate) && ::realpath(candidate.c_str(), resolved))
+            return resolved;
+    }
+    return {};
+}
+
+std::string VirtualCamPaths::pkexecProgram()
+{
+    const std::string overridden = environment("GLINT_PKEXEC");
+    return overridden.empty() ? std::string("pkexec") : overridden;
+}
+
+std::string VirtualCamPaths::modulesDep()
+{
+    const std::string overridden = environment("GLINT_KERNEL_MODULES_DEP");
+    if (!overridden.empty())
+        return overridden;
+    struct utsname system;
+    if (::uname(&system) != 0)
+        return {};
+    return std::string("/lib/modules/") + system.release + "/modules.dep";
 }
 
 std::string VirtualCamPaths::video4linuxSysfs()

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace VCam {
 
@@ -17,7 +18,15 @@ public:
     VirtualCamSystem(const VirtualCamSystem &) = delete;
     VirtualCamSystem &operator=(const VirtualCamSystem &) = delete;
 
+    // What stands between the user and a working camera.
+    enum class Readiness { Ready, SinkMissing, DriverMissing, DeviceMissing };
+
     bool isInstalled() const;
+    Readiness readiness() const;
+    // The program and arguments of the one step that makes a missing
+    // camera device (no shell, nothing from the user); empty when that step
+    // cannot help.
+    std::vector<std::string> setUpCommand() const;
     bool install(const std::wstring &filterPath64, const std::wstring &filterPath32);
     bool uninstall(const std::wstring &filterPath64, const std::wstring &filterPath32);
     // True when the output may start; otherwise the reason is logged.

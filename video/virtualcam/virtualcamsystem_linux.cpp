@@ -9,6 +9,7 @@
 #include <spawn.h>
 #include <sys/wait.h>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 extern char **environ;
@@ -78,14 +79,32 @@ int waitForExit(pid_t pid)
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-// Runs an elevated modprobe without a shell: the arguments are fixed, no
-// text from the user reaches the command.
+// Runs a fixed command through pkexec without a shell: no text from the
+// user reaches it.
 bool runElevated(const std::vector<std::string> &arguments)
 {
-    std::vector<std::string> command{"pkexec"};
+    std::vector<std::string> command{VirtualCamPaths::pkexecProgram()};
     command.insert(command.end(), arguments.begin(), arguments.end());
     const pid_t pid = spawn(command, true);
     return pid > 0 && waitForExit(pid) == 0;
+}
+
+// DKMS and the kernel's own modules are both listed in modules.dep.
+bool loopbackModuleAvailable()
+{
+    if (::access("/sys/module/v4l2loopback", F_OK) == 0)
+        return true;
+    std::ifstream dep(VirtualCamPaths::modulesDep());
+    std::string line;
+    while (std::getline(dep, line)) {
+        const auto colon = line.find(':');
+        const std::string module = line.substr(0, colon);
+        const auto slash = module.rfind('/');
+        const std::string name = module.substr(slash == std::string::npos ? 0 : slash + 1);
+        if (name.rfind("v4l2loopback.ko", 0) == 0)
+            return true;
+    }
+    return false;
 }
 
 bool exitedWithin(pid_t pid, std::chrono::milliseconds limit)
@@ -114,14 +133,34 @@ bool VirtualCamSystem::isInstalled() const
     return !VirtualCamPaths::sinkProgram(m_applicationDir).empty() && labelledDeviceExists();
 }
 
+VirtualCamSystem::Readiness VirtualCamSystem::readiness() const
+{
+    if (VirtualCamPaths::sinkProgram(m_applicationDir).empty())
+        return Readiness::SinkMissing;
+    if (labelledDeviceExists())
+        return Readiness::Ready;
+    return loopbackModuleAvailable() ? Readiness::DeviceMissing : Readiness::DriverMissing;
+}
+
+// pkexec and the fixed helper, which loads v4l2loopback with the camera's
+// options and records them in /etc/modprobe.d; the helper takes no arguments.
+std::vector<std::string> VirtualCamSystem::setUpCommand() const
+{
+    if (readiness() != Readiness::DeviceMissing)
+        return {};
+    const std::string helper = VirtualCamPaths::setupProgram(m_applicationDir);
+    if (helper.empty())
+        return {};
+    return {VirtualCamPaths::pkexecProgram(), helper};
+}
+
 bool VirtualCamSystem::install(const std::wstring &, const std::wstring &)
 {
-    // Loading the module cannot help while the sink program is missing.
-    if (VirtualCamPaths::sinkProgram(m_applicationDir).empty())
+    const std::vector<std::string> command = setUpCommand();
+    if (command.empty())
         return false;
-    return runElevated(
-               {"modprobe", "v4l2loopback", "exclusive_caps=1", std::string("card_label=") + kCardLabel}) &&
-           isInstalled();
+    const pid_t pid = spawn(command, true);
+    return pid > 0 && waitForExit(pid) == 0 && isInstalled();
 }
 
 bool VirtualCamSystem::uninstall(const std::wstring &, const std::wstring &)

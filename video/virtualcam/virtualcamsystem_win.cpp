@@ -55,6 +55,17 @@ bool VirtualCamSystem::isInstalled() const
     return keyExists(kClassKey64) && keyExists(kClassKey32);
 }
 
+VirtualCamSystem::Readiness VirtualCamSystem::readiness() const
+{
+    return isInstalled() ? Readiness::Ready : Readiness::DeviceMissing;
+}
+
+// Registering the filters asks for elevation inside install().
+std::vector<std::string> VirtualCamSystem::setUpCommand() const
+{
+    return {};
+}
+
 bool VirtualCamSystem::install(const std::wstring &filterPath64, const std::wstring &filterPath32)
 {
     return runRegistration(L"/i ", filterPath64, filterPath32);

@@ -1,0 +1,41 @@
+# cmake -DPACKER=<glint-lens-pack> -DLENSES=<folder of lens folders> -DOUT=<folder> -P GlintBundleLenses.cmake
+#
+# Signs and packs every sample lens with the build's key, as the lens server
+# would, and writes index.json: the records the program offers when the
+# catalogue cannot be reached. The archives go through the same checks as
+# downloaded ones when a lens is put on.
+file(REMOVE_RECURSE ${OUT})
+file(MAKE_DIRECTORY ${OUT})
+file(GLOB lens_files ${LENSES}/*/lens.json)
+list(SORT lens_files)
+set(records "")
+foreach(lens_file IN LISTS lens_files)
+  get_filename_component(folder ${lens_file} DIRECTORY)
+  get_filename_component(name ${folder} NAME)
+  execute_process(COMMAND ${PACKER} pack ${folder} ${OUT}/${name}.zip
+                  OUTPUT_VARIABLE packed RESULT_VARIABLE result ERROR_VARIABLE problem)
+  if(NOT result EQUAL 0)
+    message(FATAL_ERROR "Packing ${folder} failed: ${problem}")
+  endif()
+  string(JSON id GET "${packed}" id)
+  string(JSON signature GET "${packed}" signature)
+  file(READ ${lens_file} manifest)
+  string(JSON title GET "${manifest}" name)
+  string(JSON author ERROR_VARIABLE no_author GET "${manifest}" author)
+  string(JSON icon ERROR_VARIABLE no_icon GET "${manifest}" icon)
+  set(record "{}")
+  string(JSON record SET "${record}" lens_id "\"${id}\"")
+  string(JSON record SET "${record}" lens_name "\"${title}\"")
+  if(NOT no_author)
+    string(JSON record SET "${record}" author_name "\"${author}\"")
+  endif()
+  string(JSON record SET "${record}" archive "\"${name}.zip\"")
+  string(JSON record SET "${record}" signature "\"${signature}\"")
+  if(NOT no_icon AND EXISTS ${folder}/${icon})
+    file(COPY_FILE ${folder}/${icon} ${OUT}/${name}-icon.png)
+    string(JSON record SET "${record}" icon "\"${name}-icon.png\"")
+  endif()
+  list(APPEND records "${record}")
+endforeach()
+list(JOIN records ",\n    " joined)
+file(WRITE ${OUT}/index.json "{\n  \"lenses\": [\n    ${joined}\n  ]\n}\n")

@@ -1,0 +1,139 @@
+// Bundled lenses get no free pass: a copy of the build's bundle with a
+// forged signature, a tampered archive or a hostile index is refused the
+// way a download would be, and nothing of a refused lens stays in the cache.
+#include <QDir>
+#include <QFile>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QtTest>
+#include <bundledlenses.h>
+#include <lenscache.h>
+#include <lenssignature.h>
+#include <networklensacquirehelper.h>
+#include <networkmanager.h>
+
+using namespace VCam;
+
+namespace {
+
+const QString kBuilt = QStringLiteral(GLINT_BUNDLED_DIR);
+
+void copyBundle(const QString &to)
+{
+    QDir().mkpath(to);
+    for (const QString &name : QDir(kBuilt).entryList(QDir::Files))
+        QVERIFY(QFile::copy(kBuilt + "/" + name, to + "/" + name));
+}
+
+void rewrite(const QString &path, const std::function<QByteArray(QByteArray)> &change)
+{
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    const QByteArray changed = change(file.readAll());
+    file.close();
+    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+    file.write(changed);
+}
+
+} // namespace
+
+class TestBundledLenses : public QObject
+{
+    Q_OBJECT
+
+    // Acquires a lens with the backend out of reach; the error text, empty
+    // on success.
+    QString acquire(const BundledLenses &bundled, const QString &cacheRoot, const LensId &lensId)
+    {
+        NetworkManager network(QStringLiteral("http://127.0.0.1:9/vc/v1"),
+                               [] { return QStringLiteral("test"); });
+        LensCache cache(cacheRoot, defaultLensVerificationKey());
+        NetworkLensAcquireHelper helper(&network, &cache);
+        helper.setBundledLenses(&bundled);
+        QSignalSpy done(&helper, &NetworkLensAcquireHelper::lensAcquireSucceed);
+        QSignalSpy failed(&helper, &NetworkLensAcquireHelper::lensAcquireFailed);
+        helper.acquire(lensId);
+        if (!QTest::qWaitFor([&] { return !done.isEmpty() || !failed.isEmpty(); }, 15000))
+            return QStringLiteral("no answer");
+        return failed.isEmpty() ? QString() : failed.first().at(1).toString();
+    }
+
+private slots:
+    void theBuiltBundleInstalls()
+    {
+        QTemporaryDir cache;
+        const BundledLenses bundled(kBuilt);
+        QCOMPARE(int(bundled.lenses().size()), 10);
+        for (const LensInfo &info : bundled.lenses())
+            QCOMPARE(info.lensStatus, BundledLenses::kStatus);
+        QCOMPARE(acquire(bundled, cache.path(), "confetti"), QString());
+        QVERIFY(QFile::exists(cache.filePath("confetti/lens/lens.json")));
+    }
+
+    void aForgedSignatureIsRefused()
+    {
+        QTemporaryDir dir;
+        copyBundle(dir.filePath("bundle"));
+        const BundledLenses original(kBuilt);
+        // Another lens's genuine signature does not fit this lens.
+        rewrite(dir.filePath("bundle/index.json"), [&](QByteArray text) {
+            return text.replace(original.signature("confetti").toUtf8(),
+                                original.signature("sunglasses").toUtf8());
+        });
+        const BundledLenses bundled(dir.filePath("bundle"));
+        QVERIFY(bundled.contains("confetti"));
+        const QString error = acquire(bundled, dir.filePath("cache"), "confetti");
+        QVERIFY2(error.contains("Checksum doesn't match"), qPrintable(error));
+        QVERIFY(!QFile::exists(dir.filePath("cache/confetti/lens/lens.json")));
+    }
+
+    void aTamperedArchiveIsRefused()
+    {
+        QTemporaryDir dir;
+        copyBundle(dir.filePath("bundle"));
+        rewrite(dir.filePath("bundle/confetti.zip"), [](QByteArray bytes) {
+            bytes[bytes.size() / 2] = char(bytes[bytes.size() / 2] ^ 0x5a);
+            return bytes;
+        });
+        const BundledLenses bundled(dir.filePath("bundle"));
+        const QString error = acquire(bundled, dir.filePath("cache"), "confetti");
+        QVERIFY2(!error.isEmpty(), "a tampered archive was installed");
+        QVERIFY(!QFile::exists(dir.filePath("cache/confetti/lens/lens.json")));
+    }
+
+    void hostileIndexes_data()
+    {
+        QTest::addColumn<QByteArray>("index");
+        QTest::addColumn<int>("lenses");
+        QTest::newRow("not JSON") << QByteArray("{\"lenses\": [") << 0;
+        QTest::newRow("no list") << QByteArray("{\"lenses\": 3}") << 0;
+        QTest::newRow("archive outside the folder")
+            << QByteArray(R"({"lenses": [{"lens_id": "a", "archive": "../a.zip", "signature": "x"}]})") << 0;
+        QTest::newRow("bad id")
+            << QByteArray(R"({"lenses": [{"lens_id": "../a", "archive": "a.zip", "signature": "x"}]})") << 0;
+        QTest::newRow("twice the same id")
+            << QByteArray(R"({"lenses": [{"lens_id": "a", "archive": "a.zip", "signature": "x"},
+                                         {"lens_id": "a", "archive": "b.zip", "signature": "y"}]})")
+            << 1;
+        QTest::newRow("too large") << QByteArray(BundledLenses::kMaxIndexBytes + 1, ' ') << 0;
+    }
+
+    void hostileIndexes()
+    {
+        QFETCH(QByteArray, index);
+        QFETCH(int, lenses);
+        QTemporaryDir dir;
+        QFile file(dir.filePath("index.json"));
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write(index);
+        file.close();
+        const BundledLenses bundled(dir.path());
+        QCOMPARE(int(bundled.lenses().size()), lenses);
+        // A listed lens whose archive is missing yields no bytes.
+        if (lenses > 0)
+            QVERIFY(bundled.archive("a").isNull());
+    }
+};
+
+QTEST_GUILESS_MAIN(TestBundledLenses)
+#include "tst_bundledlenses.moc"

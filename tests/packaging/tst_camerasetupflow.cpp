@@ -1,0 +1,220 @@
+// The virtual camera set-up as the user meets it: the real application on
+// the X display of the test run, with no "Glint Camera" device. pkexec is
+// replaced (GLINT_PKEXEC) by a stand-in script that records what it was
+// asked to run and then does what the helper would: makes the labelled
+// device appear, or refuses like a dismissed password dialog.
+#include <QDir>
+#include <QFile>
+#include <QQmlApplicationEngine>
+#include <QQuickItem>
+#include <QQuickWindow>
+#include <QTemporaryDir>
+#include <QtTest>
+#include <application.h>
+#include <xwindowdriver.h>
+
+namespace {
+
+QTemporaryDir *g_dir = nullptr;
+QtMessageHandler g_previousHandler = nullptr;
+QAtomicInt g_outputTried = 0;
+
+// The processing thread tries the output (and, with the driver there, the
+// set-up) once as processing starts; the steps below wait for that first.
+void watchMessages(QtMsgType type, const QMessageLogContext &context, const QString &text)
+{
+    if (text.contains(QLatin1String("Camera is not installed")))
+        g_outputTried = 1;
+    g_previousHandler(type, context, text);
+}
+
+QString path(const QString &name)
+{
+    return g_dir->filePath(name);
+}
+
+void writeFile(const QString &name, const QByteArray &content)
+{
+    QFile file(path(name));
+    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+    file.write(content);
+}
+
+// Records its arguments, one per line, then answers as the file "answer"
+// says: "device" makes the labelled device and succeeds, a number exits
+// with it.
+const char *const kStandIn = R"(#!/bin/sh
+dir=$(dirname "$0")
+printf '%s\n' "$#" "$@" >> "$dir/calls"
+answer=$(cat "$dir/answer")
+if [ "$answer" = device ]; then
+    mkdir -p "$dir/sysfs/video7" && echo "Glint Camera" > "$dir/sysfs/video7/name"
+    exit 0
+fi
+exit "$answer"
+)";
+
+void prepareEnvironment()
+{
+    g_dir = new QTemporaryDir;
+    for (const char *folder : {"config", "data", "runtime", "sysfs"})
+        QDir().mkpath(path(folder));
+    QFile::setPermissions(path("runtime"),
+                          QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+    QFile standIn(path("pkexec"));
+    standIn.open(QIODevice::WriteOnly);
+    standIn.write(kStandIn);
+    standIn.close();
+    standIn.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+    QFile(path("modules.dep")).open(QIODevice::WriteOnly);
+    // The first-start introduction would cover the page.
+    QDir().mkpath(path("config/Glint/Glint Camera"));
+    QFile settings(path("config/Glint/Glint Camera/settings.json"));
+    settings.open(QIODevice::WriteOnly);
+    settings.write(R"({"settings": {"show_onboarding": false}})");
+    settings.close();
+    qputenv("GLINT_PKEXEC", path("pkexec").toUtf8());
+    qputenv("GLINT_VIDEO4LINUX_SYSFS", path("sysfs").toUtf8());
+    qputenv("GLINT_KERNEL_MODULES_DEP", path("modules.dep").toUtf8());
+    qputenv("GLINT_CAMERA_SINK", GLINT_SINK_BINARY);
+    qputenv("GLINT_BACKEND_URL", "http://127.0.0.1:9/vc/v1");
+    qputenv("XDG_CONFIG_HOME", path("config").toUtf8());
+    qputenv("XDG_DATA_HOME", path("data").toUtf8());
+    qputenv("XDG_RUNTIME_DIR", path("runtime").toUtf8());
+}
+
+QStringList calls()
+{
+    QFile file(path("calls"));
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    return QString::fromUtf8(file.readAll()).split('\n', Qt::SkipEmptyParts);
+}
+
+} // namespace
+
+class TestCameraSetUpFlow : public QObject
+{
+    Q_OBJECT
+public:
+    explicit TestCameraSetUpFlow(VCam::Application *app) : m_app(app) {}
+
+private:
+    QQuickItem *item(const char *name) const
+    {
+        const auto roots = m_app->engine()->rootObjects();
+        return roots.isEmpty() ? nullptr : roots.first()->findChild<QQuickItem *>(QLatin1String(name));
+    }
+    bool shown(const char *name) const
+    {
+        QQuickItem *found = item(name);
+        return found && found->isVisible();
+    }
+    QString message() const
+    {
+        QQuickItem *text = item("virtualCameraMessage");
+        return text ? text->property("text").toString() : QString();
+    }
+    void click(const char *name)
+    {
+        QQuickItem *button = item(name);
+        QVERIFY(button && button->isVisible());
+        const QPointF centre = button->mapToScene(QPointF(button->width() / 2, button->height() / 2));
+        QTest::mouseClick(button->window(), Qt::LeftButton, Qt::NoModifier, centre.toPoint());
+    }
+
+    VCam::Application *m_app;
+
+private slots:
+    void initTestCase()
+    {
+        if (QFile::exists("/sys/module/v4l2loopback"))
+            QSKIP("v4l2loopback is loaded on this machine: the missing driver cannot be shown");
+        // After QTest's own handler, which prints the messages.
+        g_previousHandler = qInstallMessageHandler(watchMessages);
+        QVERIFY(XWindowDriver::waitFor([this] { return shown("virtualCameraNotice"); }, 20000));
+        QVERIFY(XWindowDriver::waitFor([] { return g_outputTried.loadAcquire() == 1; }, 20000));
+    }
+
+    void cleanupTestCase()
+    {
+        if (g_previousHandler)
+            qInstallMessageHandler(g_previousHandler);
+        g_previousHandler = nullptr;
+    }
+
+    void withoutTheDriverNamesThePackage()
+    {
+        QVERIFY(XWindowDriver::waitFor([this] { return message().contains("v4l2loopback-dkms"); }, 5000));
+        QVERIFY(!shown("virtualCameraSetUp"));
+        QVERIFY(calls().isEmpty());
+    }
+
+    // Installing the driver package while the program runs is noticed.
+    void theDriverInstalledOffersTheSetUp()
+    {
+        writeFile("modules.dep",
+                  "kernel/drivers/media/v4l2-core/videodev.ko:\n"
+                  "updates/dkms/v4l2loopback.ko.xz: kernel/drivers/media/v4l2-core/videodev.ko\n");
+        QVERIFY(XWindowDriver::waitFor([this] { return shown("virtualCameraSetUp"); }, 6000));
+        QVERIFY(message().contains("Glint Camera"));
+    }
+
+    void aRefusedPasswordKeepsTheOffer()
+    {
+        writeFile("answer", "126\n");
+        click("virtualCameraSetUp");
+        QVERIFY(XWindowDriver::waitFor([this] { return calls().size() == 2; }, 5000));
+        QVERIFY(XWindowDriver::waitFor(
+            [this] {
+                return item("virtualCameraError")->property("text").toString().contains("not authorised");
+            },
+            5000));
+        QVERIFY(shown("virtualCameraSetUp"));
+        QVERIFY(shown("virtualCameraNotice"));
+    }
+
+    // pkexec is asked to run the fixed helper, by its absolute path, with
+    // no argument; once the device exists the notice goes away.
+    void theSetUpRunsOnlyTheHelper()
+    {
+        writeFile("answer", "device\n");
+        click("virtualCameraSetUp");
+        QVERIFY(XWindowDriver::waitFor([this] { return calls().size() == 4; }, 5000));
+        const QStringList recorded = calls();
+        QCOMPARE(recorded.at(2), QStringLiteral("1"));
+        QCOMPARE(recorded.at(3), QFileInfo(GLINT_SETUP_BINARY).canonicalFilePath());
+        QCOMPARE(recorded.at(0), QStringLiteral("1"));
+        QCOMPARE(recorded.at(1), recorded.at(3));
+        QVERIFY(XWindowDriver::waitFor([this] { return !shown("virtualCameraNotice"); }, 5000));
+        QTest::qWait(2500);
+        QCOMPARE(calls().size(), 4);
+    }
+};
+
+int main(int argc, char **argv)
+{
+    prepareEnvironment();
+    QCoreApplication::setOrganizationName(QStringLiteral("Glint"));
+    QCoreApplication::setApplicationName(QStringLiteral("Glint Camera"));
+    VCam::Application app(argc, argv);
+    app.init();
+    TestCameraSetUpFlow test(&app);
+    const int result = QTest::qExec(&test, argc, argv);
+    // The program's own shutdown: closing the window stops the stores and
+    // the processing thread, then the event loop ends.
+    QTimer::singleShot(0, [] {
+        for (QWindow *window : QGuiApplication::topLevelWindows())
+            window->close();
+    });
+    QTimer::singleShot(15000, [] { QCoreApplication::exit(3); });
+    const int shutdown = app.exec();
+    delete g_dir;
+    if (shutdown != 0) {
+        qWarning("The program did not shut down in time");
+        return 1;
+    }
+    return result;
+}
+
+#include "tst_camerasetupflow.moc"

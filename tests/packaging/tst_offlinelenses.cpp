@@ -1,0 +1,120 @@
+// A first start without the catalogue: the real program in the test process
+// on the X display, its backend address pointing at a closed port. The
+// featured list offers the sample lenses that ship with the program, marked
+// as bundled, and putting one on installs it from its signed archive into
+// the lens cache, checked like a downloaded lens.
+#include <QDir>
+#include <QFile>
+#include <QQmlApplicationEngine>
+#include <QQmlContext>
+#include <QQuickItem>
+#include <QQuickWindow>
+#include <QTemporaryDir>
+#include <QtTest>
+#include <application.h>
+#include <xwindowdriver.h>
+
+namespace {
+
+QTemporaryDir *g_dir = nullptr;
+
+void prepareEnvironment()
+{
+    g_dir = new QTemporaryDir;
+    for (const char *folder : {"config/Glint/Glint Camera", "data", "runtime"})
+        QDir().mkpath(g_dir->filePath(folder));
+    QFile::setPermissions(g_dir->filePath("runtime"),
+                          QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+    QFile settings(g_dir->filePath("config/Glint/Glint Camera/settings.json"));
+    settings.open(QIODevice::WriteOnly);
+    settings.write(R"({"settings": {"show_onboarding": false}})");
+    settings.close();
+    qputenv("GLINT_BACKEND_URL", "http://127.0.0.1:9/vc/v1");
+    qputenv("XDG_CONFIG_HOME", g_dir->filePath("config").toUtf8());
+    qputenv("XDG_DATA_HOME", g_dir->filePath("data").toUtf8());
+    qputenv("XDG_RUNTIME_DIR", g_dir->filePath("runtime").toUtf8());
+    qunsetenv("GLINT_BUNDLED_LENSES");
+}
+
+// View delegates are visual children only, so the search walks the items.
+QQuickItem *findItem(QQuickItem *root, const QString &name)
+{
+    if (!root)
+        return nullptr;
+    if (root->objectName() == name)
+        return root;
+    for (QQuickItem *child : root->childItems()) {
+        if (QQuickItem *found = findItem(child, name))
+            return found;
+    }
+    return nullptr;
+}
+
+} // namespace
+
+class TestOfflineLenses : public QObject
+{
+    Q_OBJECT
+public:
+    explicit TestOfflineLenses(VCam::Application *app) : m_app(app) {}
+
+private:
+    QQuickItem *item(const QString &name) const
+    {
+        const auto roots = m_app->engine()->rootObjects();
+        auto *window = roots.isEmpty() ? nullptr : qobject_cast<QQuickWindow *>(roots.first());
+        return window ? findItem(window->contentItem(), name) : nullptr;
+    }
+    bool shown(const QString &name) const
+    {
+        QQuickItem *found = item(name);
+        return found && found->isVisible();
+    }
+    QString currentLens() const
+    {
+        QObject *store = m_app->engine()->rootContext()->contextProperty("coreStore").value<QObject *>();
+        return store ? store->property("currentLensId").toString() : QString();
+    }
+
+    VCam::Application *m_app;
+
+private slots:
+    void bundledLensesAreOffered()
+    {
+        QVERIFY(XWindowDriver::waitFor([this] { return shown("lensTile_sunglasses"); }, 20000));
+        QVERIFY(shown("bundledBadge_sunglasses"));
+        QVERIFY(shown("lensTile_party-hat"));
+    }
+
+    void oneIsPutOnFromItsSignedArchive()
+    {
+        QQuickItem *tile = item("lensTile_sunglasses");
+        QVERIFY(tile);
+        const QPointF centre = tile->mapToScene(QPointF(tile->width() / 2, tile->height() / 2));
+        QTest::mouseClick(tile->window(), Qt::LeftButton, Qt::NoModifier, centre.toPoint());
+        QVERIFY(XWindowDriver::waitFor([this] { return currentLens() == "sunglasses"; }, 20000));
+        const QString cached = g_dir->filePath("data/Glint/Glint Camera/lenses/sunglasses/lens/lens.json");
+        QVERIFY2(QFile::exists(cached), qPrintable(cached));
+    }
+};
+
+int main(int argc, char **argv)
+{
+    prepareEnvironment();
+    QCoreApplication::setOrganizationName(QStringLiteral("Glint"));
+    QCoreApplication::setApplicationName(QStringLiteral("Glint Camera"));
+    VCam::Application app(argc, argv);
+    app.init();
+    TestOfflineLenses test(&app);
+    const int result = QTest::qExec(&test, argc, argv);
+    QTimer::singleShot(0, [] {
+        for (QWindow *window : QGuiApplication::topLevelWindows())
+            window->close();
+    });
+    QTimer::singleShot(15000, [] { QCoreApplication::exit(3); });
+    const int shutdown = app.exec();
+    delete g_dir;
+    return result != 0 ? result : (shutdown != 0 ? 1 : 0);
+}
+
+#include "tst_offlinelenses.moc"
