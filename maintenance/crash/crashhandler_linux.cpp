@@ -86,26 +86,6 @@ void appendNumber(char *buffer, size_t size, size_t &used, unsigned long long va
     buffer[used] = '\0';
 }
 
-const char *signalName(int signal)
-{
-    switch (signal) {
-    case SIGSEGV:
-        return "SIGSEGV";
-    case SIGBUS:
-        return "SIGBUS";
-    case SIGILL:
-        return "SIGILL";
-    case SIGFPE:
-        return "SIGFPE";
-    case SIGABRT:
-        return "SIGABRT";
-    case SIGTRAP:
-        return "SIGTRAP";
-    default:
-        return "signal";
-    }
-}
-
 void writeAll(int fd, const char *data, size_t size)
 {
     while (size > 0) {
@@ -207,7 +187,7 @@ void report(int signal, const siginfo_t *info, const ucontext_t *context)
     appendText(line, sizeof line, used, "Fatal signal ");
     appendNumber(line, sizeof line, used, unsigned(signal), 10);
     appendText(line, sizeof line, used, " (");
-    appendText(line, sizeof line, used, signalName(signal));
+    appendText(line, sizeof line, used, Protocol::signalName(signal));
     appendText(line, sizeof line, used, "), fault address ");
     appendNumber(line, sizeof line, used, info ? uintptr_t(info->si_addr) : 0, 16);
     if (g_hasReason.load()) {

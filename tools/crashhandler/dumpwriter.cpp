@@ -1,5 +1,6 @@
 #include "dumpwriter.h"
 
+#include <crashprotocol.h>
 #include <csignal>
 #include <cstdio>
 #include <ctime>
@@ -66,22 +67,8 @@ const char *const kRegisterNames[] = {"rax", "rdx", "rcx", "rbx", "rsi", "rdi", 
 
 std::string DumpWriter::signalName(int signal)
 {
-    switch (signal) {
-    case SIGSEGV:
-        return "SIGSEGV";
-    case SIGBUS:
-        return "SIGBUS";
-    case SIGILL:
-        return "SIGILL";
-    case SIGFPE:
-        return "SIGFPE";
-    case SIGABRT:
-        return "SIGABRT";
-    case SIGTRAP:
-        return "SIGTRAP";
-    default:
-        return "signal " + std::to_string(signal);
-    }
+    const std::string name = CrashReport::Protocol::signalName(signal);
+    return name == "signal" ? "signal " + std::to_string(signal) : name;
 }
 
 std::string DumpWriter::codeName(int signal, int code)
