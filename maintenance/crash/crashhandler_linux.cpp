@@ -6,6 +6,7 @@
 // in a signal handler here is async-signal-safe: no allocation, no locks,
 // only system calls on memory prepared at start.
 #include "crashprotocol.h"
+#include "fatalsignals.h"
 #include "icrashhandler.h"
 
 #include <atomic>
@@ -187,7 +188,7 @@ void report(int signal, const siginfo_t *info, const ucontext_t *context)
     appendText(line, sizeof line, used, "Fatal signal ");
     appendNumber(line, sizeof line, used, unsigned(signal), 10);
     appendText(line, sizeof line, used, " (");
-    appendText(line, sizeof line, used, Protocol::signalName(signal));
+    appendText(line, sizeof line, used, signalName(signal));
     appendText(line, sizeof line, used, "), fault address ");
     appendNumber(line, sizeof line, used, info ? uintptr_t(info->si_addr) : 0, 16);
     if (g_hasReason.load()) {

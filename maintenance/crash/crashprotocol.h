@@ -1,6 +1,5 @@
 #pragma once
 
-#include <csignal>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -13,27 +12,6 @@ namespace CrashReport::Protocol {
 
 inline constexpr uint32_t kMagic = 0x52434c47; // "GLCR"
 
-// The name of a fatal signal the handlers catch; "signal" for any other.
-// Safe inside a signal handler.
-inline const char *signalName(int signal)
-{
-    switch (signal) {
-    case SIGSEGV:
-        return "SIGSEGV";
-    case SIGBUS:
-        return "SIGBUS";
-    case SIGILL:
-        return "SIGILL";
-    case SIGFPE:
-        return "SIGFPE";
-    case SIGABRT:
-        return "SIGABRT";
-    case SIGTRAP:
-        return "SIGTRAP";
-    default:
-        return "signal";
-    }
-}
 inline constexpr uint32_t kVersion = 1;
 
 enum class MessageType : uint32_t {

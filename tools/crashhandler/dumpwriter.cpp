@@ -1,6 +1,6 @@
 #include "dumpwriter.h"
 
-#include <crashprotocol.h>
+#include <fatalsignals.h>
 #include <csignal>
 #include <cstdio>
 #include <ctime>
@@ -67,7 +67,7 @@ const char *const kRegisterNames[] = {"rax", "rdx", "rcx", "rbx", "rsi", "rdi", 
 
 std::string DumpWriter::signalName(int signal)
 {
-    const std::string name = CrashReport::Protocol::signalName(signal);
+    const std::string name = CrashReport::signalName(signal);
     return name == "signal" ? "signal " + std::to_string(signal) : name;
 }
 
