@@ -174,7 +174,7 @@ private slots:
         QVERIFY(app->writeSettings(R"({"settings": {"show_onboarding": false}})"));
         app->start({"--lens", QStringLiteral(GLINT_LENSES_DIR "/color-pop")});
         const QString window = app->waitForWindow();
-        QVERIFY(!window.isEmpty());
+        QVERIFY2(!window.isEmpty(), qPrintable(app->whyNoWindow()));
         // The preview fills the middle of the window once frames arrive.
         const auto previewColour = [&](const QString &name) {
             screenshot(window, name);
@@ -220,7 +220,7 @@ private slots:
         app->process.setProcessChannelMode(QProcess::MergedChannels);
         app->start();
         const QString window = app->waitForWindow();
-        QVERIFY(!window.isEmpty());
+        QVERIFY2(!window.isEmpty(), qPrintable(app->whyNoWindow()));
         QVERIFY(app->quit(window));
         const QString output = QString::fromLocal8Bit(app->process.readAll());
         QVERIFY(output.contains("Application::loadSettings"));

@@ -97,7 +97,7 @@ private slots:
 
         ProgramUnderTest again = program();
         const QString window = launch(again);
-        QVERIFY(!window.isEmpty());
+        QVERIFY2(!window.isEmpty(), qPrintable(again.whyNoWindow()));
         QVERIFY(again.logShows("glint.actions: Started"));
         QTest::qWait(3000); // time enough for the check to come back
         QVERIFY(!again.log().contains("Update offered"));

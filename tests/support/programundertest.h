@@ -55,6 +55,14 @@ public:
     }
 
     void start(const QStringList &arguments = {}) { process.start(m_program, arguments); }
+    // What a failed wait should say: how the program ended and its log.
+    QString whyNoWindow() const
+    {
+        const QString state = process.state() == QProcess::NotRunning
+                                  ? QStringLiteral("ended with code %1").arg(process.exitCode())
+                                  : QStringLiteral("still running");
+        return QStringLiteral("no window; the program %1; its log:\n%2").arg(state, log());
+    }
     // The id of the program's first visible window, or empty after the timeout.
     QString waitForWindow(int timeoutMs = 30000)
     {
