@@ -13,3 +13,18 @@ function(glint_add_qtest name)
     set_tests_properties(${name} PROPERTIES LABELS "${T_LABELS}")
   endif()
 endfunction()
+
+# glint_add_windows_compile_test(<name> FOLDER <source folder> SOURCES <files...>
+#                                MAIN <program source> [LIBS <-lx...>])
+# A test that cross-compiles the folder's Windows files with mingw-w64 and
+# links them with MAIN; skipped where no cross compiler is installed.
+function(glint_add_windows_compile_test name)
+  cmake_parse_arguments(W "" "FOLDER;MAIN" "SOURCES;LIBS" ${ARGN})
+  string(REPLACE ";" "," sources "${W_SOURCES}")
+  string(REPLACE ";" "," libs "${W_LIBS}")
+  add_test(NAME ${name}
+           COMMAND ${CMAKE_COMMAND} -DSOURCE_DIR=${W_FOLDER} -DSOURCES=${sources} -DLIBS=${libs}
+                   -DMAIN=${CMAKE_CURRENT_SOURCE_DIR}/${W_MAIN} -DWORK_DIR=${CMAKE_CURRENT_BINARY_DIR}/${name}
+                   -P ${CMAKE_SOURCE_DIR}/cmake/GlintWindowsCompile.cmake)
+  set_tests_properties(${name} PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 300)
+endfunction()
