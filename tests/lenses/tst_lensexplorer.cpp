@@ -23,29 +23,6 @@ QImage artefact(const QString &window, const QString &name)
     return XWindowDriver::grab(window, kArtifacts + "/" + name + ".png");
 }
 
-// Mean colour saturation (0-255) of the lit pixels in the middle of the
-// window, where the camera picture is; the dark interface around it is left
-// out, so the measure does not depend on the page's layout.
-double saturation(const QImage &image)
-{
-    if (image.isNull())
-        return -1;
-    const QRect area(image.width() * 15 / 100, image.height() * 15 / 100, image.width() * 50 / 100,
-                     image.height() * 60 / 100);
-    double sum = 0;
-    int count = 0;
-    for (int y = area.top(); y < area.bottom(); y += 5) {
-        for (int x = area.left(); x < area.right(); x += 5) {
-            const QColor colour(image.pixel(x, y));
-            if (colour.value() < 64)
-                continue;
-            sum += colour.hsvSaturation();
-            ++count;
-        }
-    }
-    return count > 100 ? sum / count : -1;
-}
-
 void keys(const QString &window, const QStringList &arguments)
 {
     inWindow(window, arguments);

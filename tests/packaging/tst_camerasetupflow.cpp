@@ -11,6 +11,7 @@
 #include <QTemporaryDir>
 #include <QtTest>
 #include <application.h>
+#include <inprocessapplication.h>
 #include <xwindowdriver.h>
 
 namespace {
@@ -195,25 +196,8 @@ private slots:
 int main(int argc, char **argv)
 {
     prepareEnvironment();
-    QCoreApplication::setOrganizationName(QStringLiteral("Glint"));
-    QCoreApplication::setApplicationName(QStringLiteral("Glint Camera"));
-    VCam::Application app(argc, argv);
-    app.init();
-    TestCameraSetUpFlow test(&app);
-    const int result = QTest::qExec(&test, argc, argv);
-    // The program's own shutdown: closing the window stops the stores and
-    // the processing thread, then the event loop ends.
-    QTimer::singleShot(0, [] {
-        for (QWindow *window : QGuiApplication::topLevelWindows())
-            window->close();
-    });
-    QTimer::singleShot(15000, [] { QCoreApplication::exit(3); });
-    const int shutdown = app.exec();
+    const int result = runInApplication<TestCameraSetUpFlow>(argc, argv);
     delete g_dir;
-    if (shutdown != 0) {
-        qWarning("The program did not shut down in time");
-        return 1;
-    }
     return result;
 }
 

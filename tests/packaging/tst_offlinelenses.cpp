@@ -12,6 +12,7 @@
 #include <QTemporaryDir>
 #include <QtTest>
 #include <application.h>
+#include <inprocessapplication.h>
 #include <xwindowdriver.h>
 
 namespace {
@@ -101,20 +102,9 @@ private slots:
 int main(int argc, char **argv)
 {
     prepareEnvironment();
-    QCoreApplication::setOrganizationName(QStringLiteral("Glint"));
-    QCoreApplication::setApplicationName(QStringLiteral("Glint Camera"));
-    VCam::Application app(argc, argv);
-    app.init();
-    TestOfflineLenses test(&app);
-    const int result = QTest::qExec(&test, argc, argv);
-    QTimer::singleShot(0, [] {
-        for (QWindow *window : QGuiApplication::topLevelWindows())
-            window->close();
-    });
-    QTimer::singleShot(15000, [] { QCoreApplication::exit(3); });
-    const int shutdown = app.exec();
+    const int result = runInApplication<TestOfflineLenses>(argc, argv);
     delete g_dir;
-    return result != 0 ? result : (shutdown != 0 ? 1 : 0);
+    return result;
 }
 
 #include "tst_offlinelenses.moc"

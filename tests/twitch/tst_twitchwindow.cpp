@@ -45,28 +45,6 @@ QPoint accentButton(const QImage &image)
     return count < 1000 || box.width() > 400 ? QPoint() : box.center();
 }
 
-// Mean colour saturation (0-255) of the lit pixels in the middle of the
-// window, where the camera picture is on the main page.
-double saturation(const QImage &image)
-{
-    if (image.isNull())
-        return -1;
-    const QRect area(image.width() * 15 / 100, image.height() * 15 / 100, image.width() * 50 / 100,
-                     image.height() * 60 / 100);
-    double sum = 0;
-    int count = 0;
-    for (int y = area.top(); y < area.bottom(); y += 5) {
-        for (int x = area.left(); x < area.right(); x += 5) {
-            const QColor colour(image.pixel(x, y));
-            if (colour.value() < 64)
-                continue;
-            sum += colour.hsvSaturation();
-            ++count;
-        }
-    }
-    return count > 100 ? sum / count : -1;
-}
-
 } // namespace
 
 class TwitchWindowTest : public QObject
