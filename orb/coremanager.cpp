@@ -223,6 +223,19 @@ void CoreManager::restartTracking(const TrackingRequestInfo &info)
     m_faces.clear();
 }
 
+void CoreManager::setSegmentationModelPath(const std::string &path)
+{
+    (void)path;
+}
+
+bool CoreManager::setBackgroundEffect(const BackgroundEffect &effect)
+{
+    if (effect.mode == BackgroundEffect::Mode::Off)
+        return true;
+    m_lastError = "Background effects are not available in this build";
+    return false;
+}
+
 bool CoreManager::processTouchEvent(const TouchEvent &event)
 {
     auto effect = m_effects->getComplexEffect();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "backgroundeffect.h"
 #include "camerainfo.h"
 #include "complexeffectdescriptor.h"
 #include "face.h"
@@ -65,6 +66,14 @@ public:
     void deinitializeUnusedFilters();
     void restartTracking(const TrackingRequestInfo &info);
     std::shared_ptr<EffectsManager> getEffectsManager() const { return m_effects; }
+
+    // The person-segmentation model (an ONNX file) used by background effects
+    // and by lenses that read the segmentation mask. Read on first use.
+    void setSegmentationModelPath(const std::string &path);
+    // Applies the effect to every following frame. On failure (model missing
+    // or unreadable, image unreadable) returns false, getLastError() says
+    // why, and frames keep flowing without a background effect.
+    bool setBackgroundEffect(const BackgroundEffect &effect);
 
     // Hands a tap or touch to the lens; true when the lens reacts to it.
     bool processTouchEvent(const TouchEvent &event);
