@@ -2,43 +2,34 @@
 
 namespace VCam {
 
-const nlohmann::json *JsonLookup::find(const char *key, bool (nlohmann::json::*isType)() const noexcept,
-                                       const char *typeName)
+const nlohmann::json *JsonLookup::find(const char *key, glint::json::Kind kind)
 {
     if (!m_ok)
         return nullptr;
-    const auto it = m_object.find(key);
-    if (it == m_object.end() || it->is_null())
-        return nullptr;
-    if (!((*it).*isType)()) {
-        fail(key, typeName);
-        return nullptr;
+    const glint::json::Member member = glint::json::member(m_object, key, kind);
+    if (!member.value && !member.absent) {
+        m_ok = false;
+        if (m_error)
+            *m_error = std::string("member \"") + key + "\" is not " + glint::json::kindName(kind);
     }
-    return &*it;
-}
-
-void JsonLookup::fail(const char *key, const char *typeName)
-{
-    m_ok = false;
-    if (m_error)
-        *m_error = std::string("member \"") + key + "\" is not " + typeName;
+    return member.value;
 }
 
 void JsonLookup::read(const char *key, QString &out)
 {
-    if (const auto *value = find(key, &nlohmann::json::is_string, "a string"))
+    if (const auto *value = find(key, glint::json::Kind::String))
         out = QString::fromStdString(value->get<std::string>());
 }
 
 void JsonLookup::read(const char *key, qint64 &out)
 {
-    if (const auto *value = find(key, &nlohmann::json::is_number_integer, "an integer"))
+    if (const auto *value = find(key, glint::json::Kind::Integer))
         out = value->get<qint64>();
 }
 
 const nlohmann::json *JsonLookup::object(const char *key)
 {
-    return find(key, &nlohmann::json::is_object, "an object");
+    return find(key, glint::json::Kind::Object);
 }
 
 } // namespace VCam

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "jsonmember.h"
+
 #include <QString>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -19,9 +21,7 @@ public:
     const nlohmann::json *object(const char *key);
 
 private:
-    const nlohmann::json *find(const char *key, bool (nlohmann::json::*isType)() const noexcept,
-                               const char *typeName);
-    void fail(const char *key, const char *typeName);
+    const nlohmann::json *find(const char *key, glint::json::Kind kind);
 
     const nlohmann::json &m_object;
     std::string *m_error;

@@ -1,6 +1,7 @@
 #include "jsonbody.h"
 
 #include "apierror.h"
+#include "jsonmember.h"
 
 #include <httplib.h>
 
@@ -31,15 +32,26 @@ bool JsonBody::parse(const httplib::Request &req, httplib::Response &res, size_t
     return true;
 }
 
+namespace {
+
+const nlohmann::json *required(const nlohmann::json &object, const char *key, json::Kind kind,
+                               httplib::Response &res)
+{
+    const json::Member member = json::member(object, key, kind);
+    if (!member.value)
+        ApiError::send(res, 400, "bad_field", std::string("\"") + key + "\" must be " + json::kindName(kind));
+    return member.value;
+}
+
+} // namespace
+
 bool JsonBody::string(const nlohmann::json &object, const char *key, httplib::Response &res, std::string &out,
                       size_t maxLength)
 {
-    const auto it = object.find(key);
-    if (it == object.end() || !it->is_string()) {
-        ApiError::send(res, 400, "bad_field", std::string("\"") + key + "\" must be a string");
+    const nlohmann::json *value = required(object, key, json::Kind::String, res);
+    if (!value)
         return false;
-    }
-    out = it->get<std::string>();
+    out = value->get<std::string>();
     if (out.size() > maxLength) {
         ApiError::send(res, 400, "bad_field", std::string("\"") + key + "\" is too long");
         return false;
@@ -50,13 +62,8 @@ bool JsonBody::string(const nlohmann::json &object, const char *key, httplib::Re
 bool JsonBody::object(const nlohmann::json &object, const char *key, httplib::Response &res,
                       const nlohmann::json *&out)
 {
-    const auto it = object.find(key);
-    if (it == object.end() || !it->is_object()) {
-        ApiError::send(res, 400, "bad_field", std::string("\"") + key + "\" must be an object");
-        return false;
-    }
-    out = &*it;
-    return true;
+    out = required(object, key, json::Kind::Object, res);
+    return out != nullptr;
 }
 
 } // namespace glint::server
