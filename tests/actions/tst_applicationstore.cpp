@@ -142,20 +142,6 @@ private slots:
         QCOMPARE(other->saveSettings(), saved);
     }
 
-    void popupsGoOutByKind()
-    {
-        QSignalSpy warning(store.get(), &ApplicationStore::showWarningPopup);
-        QSignalSpy info(store.get(), &ApplicationStore::showInfoPopup);
-        QSignalSpy success(store.get(), &ApplicationStore::showSuccessPopup);
-        send(ActionType::ShowPopupMessage,
-             QVariant::fromValue(PopupMessage{"careful", MessageType::Warning}));
-        send(ActionType::ShowPopupMessage, QVariant::fromValue(PopupMessage{"done", MessageType::Success}));
-        QCOMPARE(warning.count(), 1);
-        QCOMPARE(warning[0][0].toString(), QString("careful"));
-        QCOMPARE(success.count(), 1);
-        QCOMPARE(info.count(), 0);
-    }
-
     void unfavouritingOrTakingDownRemovesTheLensHotkey()
     {
         shortcuts->lenses["a"] = QKeySequence("Ctrl+1");
@@ -170,17 +156,6 @@ private slots:
         QVERIFY(!shortcuts->lenses.contains("a"));
         send(ActionType::TakeDownLens, QString("b"));
         QVERIFY(shortcuts->lenses.isEmpty());
-    }
-
-    void hotkeysReachTheShortcutService()
-    {
-        QSignalSpy changed(store.get(), &ApplicationStore::shortcutChanged);
-        send(ActionType::SetGlobalShortcut,
-             QVariant::fromValue(GlobalShortcut{ShortcutRole::ToggleLens, QKeySequence("Ctrl+Shift+L")}));
-        QCOMPARE(changed.count(), 1);
-        QCOMPARE(store->toggleLensShortcut(), QString("Ctrl+Shift+L"));
-        QVERIFY(!store->isShortcutAvailible("Ctrl+Shift+L"));
-        QVERIFY(store->isShortcutAvailible("Ctrl+Shift+K"));
     }
 
     void shortcutRolesDispatchTheirActions()
@@ -242,16 +217,6 @@ private slots:
         QCOMPARE(store->saveSettings()["send_usage_statistics"], json(true));
         store->loadSettings(json::object());
         QCOMPARE(store->usageStatisticsEnabled(), true); // on unless switched off
-    }
-
-    void storeStartsWhenItsUpdateServiceHasStarted()
-    {
-        QSignalSpy started(store.get(), &ApplicationStore::started);
-        store->start();
-        QVERIFY(updates->startCalled);
-        QCOMPARE(started.count(), 0);
-        emit updates->started();
-        QCOMPARE(started.count(), 1);
     }
 
     void crashShortcutCrashesTheProcess()

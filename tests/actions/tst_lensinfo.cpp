@@ -23,32 +23,6 @@ private slots:
              {json{{"image_sequence", {{"size", "three"}}}}, json{{"image_sequence", "none"}}, json::array()})
             QVERIFY(!LensInfo::fromJson(bad, info));
     }
-
-    void roundTripKeepsEveryField()
-    {
-        const json in = {{"unlockable_id", "42"},
-                         {"glintcode_url", "http://h/c.png"},
-                         {"user_display_name", "Ann"},
-                         {"lens_name", "Hat"},
-                         {"lens_status", "live"},
-                         {"deeplink", "http://h/l/42"},
-                         {"media_url", "m"},
-                         {"icon_url", "i"},
-                         {"thumbnail_media_url", "t"},
-                         {"thumbnail_media_poster_url", "tp"},
-                         {"standard_media_url", "s"},
-                         {"standard_media_poster_url", "sp"},
-                         {"obfuscated_user_slug", "ann-1"},
-                         {"image_sequence",
-                          {{"url_pattern", "http://h/p/%d.png"}, {"frame_interval_ms", 80}, {"size", 8}}}};
-        LensInfo info;
-        QVERIFY(LensInfo::fromJson(in, info));
-        QCOMPARE(info.imageSequence.frameIntervalMs, 80);
-        QCOMPARE(info.toJson(), in);
-        LensInfo again;
-        QVERIFY(LensInfo::fromJson(info.toJson(), again));
-        QVERIFY(again == info);
-    }
 };
 
 QTEST_GUILESS_MAIN(TestLensInfo)

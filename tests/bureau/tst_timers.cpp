@@ -43,15 +43,6 @@ private slots:
         QVERIFY2(clock.elapsed() - lastRequest >= 140, "trailing emission came before one interval passed");
     }
 
-    void realTimerRepeats()
-    {
-        RealTimer timer;
-        QSignalSpy timeouts(&timer, &RealTimer::timeout);
-        timer.start(40);
-        QTRY_VERIFY_WITH_TIMEOUT(timeouts.count() >= 3, 2000);
-        QVERIFY(timer.isActive());
-    }
-
     // After a sleep the application becomes active again: a deadline that
     // passed fires once and restarts with the full interval; a large drift is
     // corrected; small drifts, suspension and a stopped timer are left alone.
