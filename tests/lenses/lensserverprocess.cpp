@@ -1,39 +1,33 @@
 #include "lensserverprocess.h"
 
-#include <QDeadlineTimer>
 #include <QDebug>
-#include <QRegularExpression>
+#include <QProcess>
+
+namespace {
+
+bool run(const QString &program, const QStringList &arguments, QByteArray *out)
+{
+    QProcess process;
+    process.start(program, arguments);
+    const bool ok = process.waitForFinished(60000) && process.exitStatus() == QProcess::NormalExit &&
+                    process.exitCode() == 0;
+    *out = process.readAllStandardOutput();
+    if (!ok)
+        qWarning() << program << "failed:" << process.readAllStandardError();
+    return ok;
+}
+
+} // namespace
 
 LensServerProcess::LensServerProcess()
 {
-    const QString out = runPacker({QStringLiteral("keygen"), keyPath()});
-    m_publicKey = out.trimmed();
-    m_keyReady = m_publicKey.size() == 160;
-}
-
-LensServerProcess::~LensServerProcess()
-{
-    stop();
-}
-
-QString LensServerProcess::packerPath()
-{
-    return QStringLiteral(GLINT_TEST_PACKER);
-}
-
-QString LensServerProcess::serverPath()
-{
-    return QStringLiteral(GLINT_TEST_SERVER);
+    m_publicKey = runPacker({QStringLiteral("keygen"), keyPath()}).trimmed();
 }
 
 QString LensServerProcess::runPacker(const QStringList &arguments)
 {
-    QProcess packer;
-    packer.start(packerPath(), arguments);
-    if (!packer.waitForFinished(60000) || packer.exitStatus() != QProcess::NormalExit ||
-        packer.exitCode() != 0)
-        return QString();
-    return QString::fromUtf8(packer.readAllStandardOutput());
+    QByteArray out;
+    return run(QStringLiteral(GLINT_TEST_PACKER), arguments, &out) ? QString::fromUtf8(out) : QString();
 }
 
 bool LensServerProcess::import(const QStringList &lensFolders, bool featured)
@@ -42,53 +36,24 @@ bool LensServerProcess::import(const QStringList &lensFolders, bool featured)
                           QStringLiteral("--key"), keyPath()};
     if (featured)
         arguments << QStringLiteral("--featured");
-    arguments << lensFolders;
-    QProcess importer;
-    importer.start(serverPath(), arguments);
-    const bool ok = importer.waitForFinished(60000) && importer.exitStatus() == QProcess::NormalExit &&
-                    importer.exitCode() == 0;
-    if (!ok)
-        qWarning() << "import failed:" << importer.readAllStandardError();
-    return ok;
+    QByteArray out;
+    return run(serverPath(), arguments + lensFolders, &out);
 }
 
 bool LensServerProcess::start(const QStringList &extraArguments)
 {
-    QStringList arguments{
-        QStringLiteral("--port"), QStringLiteral("0"), QStringLiteral("--data-dir"),         dataDir(),
-        QStringLiteral("--key"),  keyPath(),           QStringLiteral("--no-bundled-import")};
-    // A fixed port after a restart keeps the addresses handed out valid.
+    std::vector<std::string> arguments{"--data-dir", dataDir().toStdString(), "--key",
+                                       keyPath().toStdString(), "--no-bundled-import"};
     if (m_port != 0)
-        arguments[1] = QString::number(m_port);
-    arguments << extraArguments;
-    m_server.setProcessChannelMode(QProcess::SeparateChannels);
-    m_server.start(serverPath(), arguments);
-    if (!m_server.waitForStarted(10000))
+        arguments.insert(arguments.end(), {"--port", std::to_string(m_port)});
+    for (const QString &argument : extraArguments)
+        arguments.push_back(argument.toStdString());
+    m_server = std::make_unique<ServerProcess>(arguments);
+    if (!m_server->started()) {
+        qWarning() << "server did not start:" << QString::fromStdString(m_server->output());
         return false;
-    const QRegularExpression listening(QStringLiteral("Listening on (\\S+)/vc/v1 \\(port (\\d+)\\)"));
-    QByteArray out;
-    QDeadlineTimer deadline(20000);
-    while (!deadline.hasExpired() && m_server.state() == QProcess::Running) {
-        m_server.waitForReadyRead(200);
-        out += m_server.readAllStandardOutput();
-        const auto match = listening.match(QString::fromUtf8(out));
-        if (match.hasMatch()) {
-            m_port = match.captured(2).toInt();
-            m_baseUrl = match.captured(1) + QStringLiteral("/vc/v1");
-            return true;
-        }
     }
-    qWarning() << "server did not start:" << out << m_server.readAllStandardError();
-    return false;
-}
-
-void LensServerProcess::stop()
-{
-    if (m_server.state() == QProcess::NotRunning)
-        return;
-    m_server.terminate();
-    if (!m_server.waitForFinished(10000)) {
-        m_server.kill();
-        m_server.waitForFinished(5000);
-    }
+    m_port = m_server->port();
+    m_baseUrl = QString::fromStdString(m_server->url()) + QStringLiteral("/vc/v1");
+    return true;
 }

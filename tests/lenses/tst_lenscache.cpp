@@ -1,5 +1,5 @@
-#include "lenscache.h"
 #include "lensserverprocess.h"
+#include "lenscache.h"
 #include "testlenses.h"
 
 #include <QDir>

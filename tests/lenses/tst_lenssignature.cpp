@@ -60,14 +60,6 @@ private slots:
             (readText(m_vector + "/checksum.txt") + "signature-vector").toUtf8(), QCryptographicHash::Sha384);
     }
 
-    void sharedVectorsVerify()
-    {
-        QCOMPARE(directoryChecksum(m_vector + "/lens"), readText(m_vector + "/checksum.txt"));
-        QVERIFY(verifyLensSignature("signature-vector", m_vector + "/lens", m_signature, m_key));
-        QVERIFY(!verifyLensSignature("signature-vector2", m_vector + "/lens", m_signature, m_key));
-        QVERIFY(!verifyLensSignature("", m_vector + "/lens", m_signature, m_key));
-    }
-
     // Names and places of files take no part; contents do.
     void onlyFileContentsCount()
     {

@@ -50,7 +50,7 @@ private slots:
 
     // Every backend call carries the installation id and origin; JSON bodies
     // go with their content type. (Paths and bodies of the catalogue calls
-    // are checked against the real server by the provider and acquisition
+    // are checked against the real server by the store and acquisition
     // tests.)
     void backendRequestsCarryHeadersAndBodies()
     {
@@ -109,6 +109,15 @@ private slots:
         QTRY_VERIFY(refused.called);
         QCOMPARE(refused.status, 0);
         QVERIFY(!refused.error.isEmpty());
+
+        HttpFixture::Response silent;
+        silent.silent = true;
+        m_fixture->route("/vc/v1/explorer/top", silent);
+        Answer unanswered;
+        m_network->requestTopLenses(0, 50, recorder(unanswered));
+        QTRY_VERIFY_WITH_TIMEOUT(unanswered.called, 15000);
+        QCOMPARE(unanswered.status, 0);
+        QVERIFY(!unanswered.error.isEmpty());
     }
 
     void tooManyRequestsIsOneErrorAndNoAnswer()
@@ -123,18 +132,6 @@ private slots:
         QCOMPARE(errors.count(), 1);
         QVERIFY(!answer.called);
         QCOMPARE(m_network->pendingCount(), 0);
-    }
-
-    void silentServersAreGivenUp()
-    {
-        HttpFixture::Response silent;
-        silent.silent = true;
-        m_fixture->route("/vc/v1/explorer/scheduled", silent);
-        Answer answer;
-        m_network->requestScheduledLenses(recorder(answer));
-        QTRY_VERIFY_WITH_TIMEOUT(answer.called, 15000);
-        QCOMPARE(answer.status, 0);
-        QVERIFY(!answer.error.isEmpty());
     }
 
     void oversizedAnswersFail()

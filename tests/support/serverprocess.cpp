@@ -1,5 +1,6 @@
 #include "serverprocess.h"
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -26,9 +27,10 @@ ServerProcess::ServerProcess(std::vector<std::string> args)
     char pattern[] = "/tmp/glint-server-log-XXXXXX";
     const int fd = mkstemp(pattern);
     m_logPath = pattern;
+    // Any free port unless the caller names one (to come back on the same port).
+    if (std::find(args.begin(), args.end(), "--port") == args.end())
+        args.insert(args.end(), {"--port", "0"});
     args.insert(args.begin(), GLINT_TEST_SERVER_BIN);
-    args.push_back("--port");
-    args.push_back("0");
     m_pid = fork();
     if (m_pid == 0) {
         dup2(fd, 1);

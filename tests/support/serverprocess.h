@@ -5,7 +5,7 @@
 #include <vector>
 
 // Runs glint-lens-server (GLINT_TEST_SERVER_BIN) as a child process on a
-// free port and stops it.
+// free port (or the one given with --port) and stops it.
 class ServerProcess
 {
 public:
