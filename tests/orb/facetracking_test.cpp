@@ -4,10 +4,10 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <orb/facetracker.h>
 #include <gtest/gtest.h>
-#include <orb/landmarkmodel.h>
 #include <opencv2/videoio.hpp>
+#include <orb/facetracker.h>
+#include <orb/landmarkmodel.h>
 #include <thread>
 
 using Orb::Face;
@@ -95,18 +95,6 @@ TEST_F(FaceTracking, SensorNoiseDoesNotMakeLandmarksJitter)
         previous = faces[0];
     }
     EXPECT_LT(worst, 0.35f) << "eye centres move between frames of a still face";
-}
-
-TEST_F(FaceTracking, FollowsAMovingFace)
-{
-    const cv::Mat portrait = TestFrames::load("astronaut.png");
-    ASSERT_EQ(run(TestFrames::place(portrait, 300, 100, 1.4)).size(), 1u);
-    for (int step = 1; step <= 20; ++step) {
-        const int x = 300 + step * 12;
-        const auto &faces = run(TestFrames::place(portrait, x, 100, 1.4));
-        ASSERT_EQ(faces.size(), 1u) << "step " << step;
-        expectNear(faces[0].leftEye(), {x + kLeftEye.x * 1.4f, 100 + kLeftEye.y * 1.4f}, 6.0f, "left eye");
-    }
 }
 
 TEST_F(FaceTracking, CatIsNoHumanFace)

@@ -55,9 +55,6 @@ TEST(LensManifest, ErrorsCarryFileLineAndReason)
         {std::string("{") + kHeader +
              ",\n\"behaviors\": [{\"on\": \"tap\", \"do\": \"show\",\n \"effect\": \"ghost\"}]}",
          "3: no effect with id \"ghost\""},
-        {std::string("{") + kHeader + ",\n\"behaviors\": [{\"on\": \"wink\", \"do\": \"show\"}]}",
-         "2: unknown trigger \"wink\" (known: start, tap, event, faceFound, faceLost, mouthOpened, "
-         "eyebrowsRaised, smile, blink)"},
         {std::string("{") + kHeader +
              ",\n\"effects\": [{\"id\": \"s\", \"type\": \"sticker\",\n"
              "\"image\": \"asset:spark.png\"}]}",

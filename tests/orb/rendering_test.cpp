@@ -181,28 +181,6 @@ TEST_F(Rendering, PartyHatSitsAboveTheHead)
     EXPECT_EQ(difference(render(), input(), kBackground), 0.0);
 }
 
-TEST_F(Rendering, TapChangesTheColours)
-{
-    ASSERT_TRUE(use(TestFrames::dataPath("lenses/color-pop"))) << core->getLastError();
-    const cv::Mat before = render(2);
-    EXPECT_TRUE(core->processTouchEvent({Orb::TouchEvent::Type::Tap, 0.1f, 0.1f}));
-    clock += 2.0; // past the ring animation
-    const cv::Mat after = render();
-    EXPECT_GT(difference(before, after, kBackground), 30.0);
-}
-
-TEST_F(Rendering, Trigger1ShowsTheFireworksWithTheSparkFromTheBundle)
-{
-    ASSERT_TRUE(use(TestFrames::dataPath("lenses/fireworks"))) << core->getLastError();
-    EXPECT_EQ(assets->requests, std::vector<std::string>{"firework_spark.png"});
-    const cv::Rect sky(0, 0, 1280, 360);
-    EXPECT_EQ(difference(render(), input(), sky), 0.0);
-    auto events = core->getEffectsManager()->getComplexEffect()->getScene()->getExternalEventSystem();
-    events->triggerEvents("trigger1", "");
-    EXPECT_GT(difference(render(20), input(), sky), 1.0);
-    EXPECT_EQ(assets->requests.size(), 1u) << "requested once, not per frame";
-}
-
 TEST_F(Rendering, MissingRemoteAssetFailsOnceAndTheLensStillRuns)
 {
     TestFrames::TempLens lens(R"({"formatVersion": 1, "id": "t", "name": "T", "remoteAssets": ["nowhere.png"],
