@@ -1,9 +1,7 @@
-#include <QPainter>
 #include <QQuickItem>
 #include <QQuickView>
 #include <QSignalSpy>
 #include <QtTest>
-#include <busyindicator.h>
 #include <previewoutput.h>
 #include <qquicknonblockingpresscatcher.h>
 
@@ -40,62 +38,6 @@ private slots:
         QCOMPARE(preview.whRatio(), 4.0f / 3.0f);
         preview.onFrameReady(QImage(1280, 960, QImage::Format_RGB888));
         QCOMPARE(ratio.count(), 1);
-    }
-
-    void flipAlwaysNotifiesAndMirrorsThePicture()
-    {
-        PreviewOutput preview;
-        QSignalSpy flip(&preview, &PreviewOutput::flipChanged);
-        preview.setFlip(false);
-        preview.setFlip(false);
-        QCOMPARE(flip.count(), 2);
-
-        QImage frame(64, 36, QImage::Format_RGB888);
-        frame.fill(Qt::white);
-        QPainter(&frame).fillRect(0, 0, 32, 36, Qt::red); // red on the left
-        preview.onFrameReady(frame);
-        preview.setWidth(64);
-        preview.setHeight(36);
-        QImage canvas(64, 36, QImage::Format_RGB888);
-        {
-            QPainter painter(&canvas);
-            preview.paint(&painter);
-        }
-        QCOMPARE(QColor(canvas.pixel(4, 18)), QColor(Qt::red));
-        preview.setFlip(true);
-        {
-            QPainter painter(&canvas);
-            preview.paint(&painter);
-        }
-        QCOMPARE(QColor(canvas.pixel(4, 18)), QColor(Qt::white));
-        QCOMPARE(QColor(canvas.pixel(60, 18)), QColor(Qt::red));
-    }
-
-    void busyIndicatorGrowsStopsWhenHiddenAndStartsOver()
-    {
-        QQuickView view;
-        BusyIndicator indicator(view.contentItem());
-        indicator.setWidth(100);
-        indicator.setHeight(100);
-        QVERIFY(indicator.isAnimating());
-        QImage canvas(100, 100, QImage::Format_ARGB32);
-        const auto paint = [&] {
-            QPainter painter(&canvas);
-            indicator.paint(&painter);
-        };
-        paint();
-        const float firstStep = indicator.sweep();
-        for (int i = 0; i < 9; ++i)
-            paint();
-        QVERIFY(indicator.sweep() > firstStep);
-        QCOMPARE(indicator.penWidth(), double(BusyIndicator::thicknessFor(100))); // grown to full
-        indicator.setVisible(false);
-        QVERIFY(!indicator.isAnimating());
-        QCOMPARE(indicator.sweep(), 0.0f);
-        indicator.setVisible(true);
-        QVERIFY(indicator.isAnimating());
-        paint();
-        QCOMPARE(indicator.sweep(), firstStep);
     }
 
     void pressCatcherLetsPressesThrough()

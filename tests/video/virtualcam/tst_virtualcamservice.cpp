@@ -182,31 +182,6 @@ private slots:
         }
     }
 
-    void startingTheOutputForcesTheSizeAndLogs()
-    {
-        capturedLog.clear();
-        const auto previous = qInstallMessageHandler(captureLog);
-        VirtualCamService service(L"/nowhere");
-        VCam::VirtualCamConfig config;
-        config.width = 640;
-        config.height = 480;
-        service.setConfig(config);
-
-        qputenv("GLINT_CAMERA_SINK", QByteArray("/nowhere/glint-camera-sink"));
-        const bool startedWithoutSink = VCam::VirtualCamOutputHelper::startOutput(service);
-        qputenv("GLINT_CAMERA_SINK", SinkProcess::program().toLocal8Bit());
-        const bool started = VCam::VirtualCamOutputHelper::startOutput(service);
-        qInstallMessageHandler(previous);
-
-        QVERIFY(!startedWithoutSink);
-        QVERIFY(started);
-        QCOMPARE(capturedLog, (QStringList{"Camera is not installed", "Camera started!"}));
-        service.getConfig(config);
-        QCOMPARE(config.width, 1280u);
-        QCOMPARE(config.height, 720u);
-        QVERIFY(config.friendlyName == L"Glint Camera");
-    }
-
     // A pipe folder that someone else prepared is refused, with a log line
     // that says why; the folder and what is in it are left as they are.
     void hostileRendezvousFolderIsRefused_data()
