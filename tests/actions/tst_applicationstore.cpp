@@ -175,7 +175,10 @@ private slots:
         emit shortcuts->lensShortcutActivated("lens7");
         QCoreApplication::processEvents();
         QCOMPARE(collector->actions.size(), 1);
-        QCOMPARE(collector->actions[0]->payload.value<LensCommand>().lensId, QString("lens7"));
+        const auto lens = collector->actions[0]->payload.value<LensCommand>();
+        QCOMPARE(collector->actions[0]->type, int(ActionType::SetActiveLensId));
+        QCOMPARE(lens.lensId, QString("lens7"));
+        QCOMPARE(lens.context, LensActionContext::Shortcut);
     }
 
     void updateChecksFollowTheActions()

@@ -56,16 +56,6 @@ private slots:
                               QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
     }
 
-    void secondHolderIsRefusedWithExitCodeOne()
-    {
-        Holder first(runtime.path());
-        QCOMPARE(first.answer(), QStringLiteral("running"));
-        Holder second(runtime.path());
-        QCOMPARE(second.answer(), QStringLiteral("refused"));
-        QVERIFY(second.process.waitForFinished(5000));
-        QCOMPARE(second.process.exitCode(), 1);
-    }
-
     void killedHolderNeverLocksTheNextStartOut()
     {
         for (int round = 0; round < 20; ++round) {

@@ -4,11 +4,7 @@
 #include <QSignalSpy>
 #include <QStandardPaths>
 #include <QtTest>
-#include <applicationstore.h>
-#include <collectingstore.h>
-#include <dispatcher.h>
 #include <keyboardshortcutmanager.h>
-#include <lenscommand.h>
 #include <metatypes.h>
 
 using namespace VCam;
@@ -150,30 +146,6 @@ private slots:
         manager.setShortcut(ShortcutRole::ToggleLens, QKeySequence());
         manager.setShortcut(ShortcutRole::ToggleLens, seq("Ctrl+Shift+3"));
         QVERIFY(manager.problem(seq("Ctrl+Shift+3")).isEmpty());
-    }
-
-    void lensHotkeyBecomesALensActionFromShortcut()
-    {
-        auto dispatcher = std::make_shared<Bureau::Dispatcher>();
-        auto manager = std::make_shared<KeyboardShortcutManager>();
-        auto store = std::make_shared<ApplicationStore>(dispatcher, manager, nullptr);
-        auto collector = std::make_shared<CollectingStore>();
-        dispatcher->addStore(store);
-        dispatcher->addStore(collector);
-        dispatcher->start();
-        store->loadSettings(
-            {{"shortcuts", {{"lenses_shortcuts", {{{"lens_id", "confetti"}, {"shortcut", "Ctrl+Alt+C"}}}}}}});
-        QCOMPARE(store->getLensShortcut("confetti"), QString("Ctrl+Alt+C"));
-
-        press("ctrl+alt+c");
-        QTRY_COMPARE_WITH_TIMEOUT(collector->ofType(ActionType::SetActiveLensId).size(), 1, 5000);
-        const auto command =
-            collector->ofType(ActionType::SetActiveLensId).first()->payload.value<LensCommand>();
-        QCOMPARE(command.lensId, QString("confetti"));
-        QCOMPARE(command.context, LensActionContext::Shortcut);
-        QSignalSpy stopped(dispatcher.get(), &Bureau::Dispatcher::stopped);
-        dispatcher->stop();
-        QVERIFY(stopped.count() == 1 || stopped.wait(5000));
     }
 };
 
