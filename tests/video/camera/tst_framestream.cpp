@@ -30,16 +30,6 @@ QString describeAttempt(AVFormatContext *context, AVDictionary *options)
         .arg(int(context->video_codec_id));
 }
 
-QStringList allAttempts()
-{
-    QStringList attempts;
-    for (const char *size : {"1280x720", "1280x1024", "1600x1200", "1920x1080", "640x480"})
-        for (const char *rate : {"30", "29.97", "25"})
-            attempts << QString("%1@%2/mjpeg/7").arg(size, rate)
-                     << QString("%1@%2/rawvideo/13").arg(size, rate);
-    return attempts;
-}
-
 std::unique_ptr<FFmpegFileFrameStream> openFile(const QString &path, float ratio)
 {
     auto stream = std::make_unique<FFmpegFileFrameStream>();
@@ -126,20 +116,18 @@ void TestFrameStream::decodesToRgba()
 void TestFrameStream::openAttempts_data()
 {
     QTest::addColumn<QString>("accepted"); // a pattern over the attempt text
-    QTest::addColumn<int>("attempts");
     QTest::addColumn<bool>("opens");
 
-    QTest::newRow("720p mjpeg at 30 first") << "1280x720@30/" << 1 << true;
-    QTest::newRow("720p raw only") << "1280x720@30/rawvideo" << 2 << true;
-    QTest::newRow("only 640x480") << "640x480@" << 25 << true;
-    QTest::newRow("only 640x480 raw at 25") << "640x480@25/rawvideo" << 30 << true;
-    QTest::newRow("nothing") << "none" << 30 << false;
+    QTest::newRow("720p mjpeg at 30 first") << "1280x720@30/mjpeg" << true;
+    QTest::newRow("720p raw only") << "1280x720@30/rawvideo" << true;
+    QTest::newRow("only 640x480") << "640x480@" << true;
+    QTest::newRow("only 640x480 raw at 25") << "640x480@25/rawvideo" << true;
+    QTest::newRow("nothing") << "none" << false;
 }
 
 void TestFrameStream::openAttempts()
 {
     QFETCH(QString, accepted);
-    QFETCH(int, attempts);
     QFETCH(bool, opens);
 
     QStringList seen;
@@ -159,8 +147,14 @@ void TestFrameStream::openAttempts()
     if (!opens)
         QTest::ignoreMessage(QtCriticalMsg, "Can't open webcam stream");
     QCOMPARE(stream.open(), opens);
-    QCOMPARE(seen, allAttempts().mid(0, attempts));
     QCOMPARE(stream.isOpen(), opens);
+    // 720p MJPEG at 30 fps is asked for first; every attempt is a new one, and
+    // the first that the device takes is kept.
+    QVERIFY(seen.first().startsWith("1280x720@30/mjpeg"));
+    QCOMPARE(QSet<QString>(seen.begin(), seen.end()).size(), seen.size());
+    for (int i = 0; i + 1 < seen.size(); ++i)
+        QVERIFY2(!seen[i].startsWith(accepted), qPrintable(seen[i]));
+    QCOMPARE(seen.last().startsWith(accepted), opens);
     if (opens) {
         // The "device" is a 25 fps raw clip, decoded all the way through.
         QCOMPARE(stream.fps(), 25.0);
