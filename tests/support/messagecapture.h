@@ -3,7 +3,6 @@
 #include <QMutex>
 #include <QStringList>
 #include <QtGlobal>
-#include <cstdio>
 
 // Keeps the warnings and critical messages logged while it lives (of one
 // logging category, or of every category) and passes every message on as
@@ -59,8 +58,6 @@ private:
         }
         if (original)
             original(type, context, message);
-        else
-            std::fprintf(stderr, "%s\n", qPrintable(qFormatLogMessage(type, context, message)));
     }
 
     static inline MessageCapture *s_current = nullptr;

@@ -161,9 +161,7 @@ void TwitchAuthTest::initTestCase()
     qputenv("GLINT_TWITCH_OAUTH_URL", m_twitch.oauthUrl().toUtf8());
     qputenv("GLINT_TWITCH_HELIX_URL", m_twitch.helixUrl().toUtf8());
     QVERIFY(m_lensServer.isReady());
-    QVERIFY(m_lensServer.start({QStringLiteral("--twitch-client-id"), TwitchStandIn::kClientId,
-                                QStringLiteral("--twitch-client-secret"), TwitchStandIn::kClientSecret,
-                                QStringLiteral("--twitch-token-url"), m_twitch.tokenUrl()}));
+    QVERIFY(m_lensServer.start(m_twitch.lensServerArguments()));
 }
 
 // Each case starts without a login from an earlier one.

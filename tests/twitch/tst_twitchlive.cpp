@@ -165,9 +165,7 @@ void TwitchLiveTest::initTestCase()
     for (const char *name : {"big-eyes", "confetti", "film-noir", "fireworks", "heart-eyes", "sunglasses"})
         folders << QStringLiteral(GLINT_SAMPLE_LENSES "/") + QLatin1String(name);
     QVERIFY(m_lensServer.import(folders));
-    QVERIFY(m_lensServer.start({QStringLiteral("--twitch-client-id"), TwitchStandIn::kClientId,
-                                QStringLiteral("--twitch-client-secret"), TwitchStandIn::kClientSecret,
-                                QStringLiteral("--twitch-token-url"), m_twitch.tokenUrl()}));
+    QVERIFY(m_lensServer.start(m_twitch.lensServerArguments()));
     QVERIFY(m_cache.isValid());
 }
 

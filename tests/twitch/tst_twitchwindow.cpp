@@ -93,9 +93,7 @@ void TwitchWindowTest::initTestCase()
     QVERIFY(m_eventSub.start());
     QVERIFY(m_lensServer.isReady());
     QVERIFY(m_lensServer.import({QStringLiteral(GLINT_SAMPLE_LENSES "/film-noir")}));
-    QVERIFY(m_lensServer.start({QStringLiteral("--twitch-client-id"), TwitchStandIn::kClientId,
-                                QStringLiteral("--twitch-client-secret"), TwitchStandIn::kClientSecret,
-                                QStringLiteral("--twitch-token-url"), m_twitch.tokenUrl()}));
+    QVERIFY(m_lensServer.start(m_twitch.lensServerArguments()));
 }
 
 QString TwitchWindowTest::start(ProgramUnderTest &app)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
 #include <atomic>
 #include <map>
 #include <memory>
@@ -45,6 +46,13 @@ public:
     QString oauthUrl() const { return baseUrl() + QStringLiteral("/oauth2/"); }
     QString tokenUrl() const { return baseUrl() + QStringLiteral("/oauth2/token"); }
     QString helixUrl() const { return baseUrl() + QStringLiteral("/helix/"); }
+    // The lens server's options for exchanging and refreshing tokens here.
+    QStringList lensServerArguments() const
+    {
+        return {QStringLiteral("--twitch-client-id"),     kClientId,
+                QStringLiteral("--twitch-client-secret"), kClientSecret,
+                QStringLiteral("--twitch-token-url"),     tokenUrl()};
+    }
 
     // Behaviour for the next requests.
     void setUserRefuses(bool refuses) { m_refuses = refuses; }
