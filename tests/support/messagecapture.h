@@ -1,17 +1,21 @@
 #pragma once
 
+#include <QList>
 #include <QMutex>
 #include <QStringList>
 #include <QtGlobal>
 
-// Keeps the warnings and critical messages logged while it lives (of one
+// Keeps the messages logged while it lives (warnings and critical messages
+// unless other types are given, an empty list for every type; of one
 // logging category, or of every category) and passes every message on as
-// before, so a test can tell what a component complained about and how
-// often. Captures may nest; each sees what is logged during its life.
+// before, so a test can tell what a component said and how often. Captures
+// may nest; each sees what is logged during its life.
 class MessageCapture
 {
 public:
-    explicit MessageCapture(const char *category = nullptr) : m_category(category), m_outer(s_current)
+    explicit MessageCapture(const char *category = nullptr,
+                            const QList<QtMsgType> &types = {QtWarningMsg, QtCriticalMsg})
+        : m_category(category), m_types(types), m_outer(s_current)
     {
         s_current = this;
         m_previous = qInstallMessageHandler(&MessageCapture::handle);
@@ -40,7 +44,7 @@ public:
 private:
     void record(QtMsgType type, const QMessageLogContext &context, const QString &message)
     {
-        if (type != QtWarningMsg && type != QtCriticalMsg)
+        if (!m_types.isEmpty() && !m_types.contains(type))
             return;
         if (m_category && (!context.category || qstrcmp(context.category, m_category) != 0))
             return;
@@ -62,6 +66,7 @@ private:
 
     static inline MessageCapture *s_current = nullptr;
     const char *m_category;
+    const QList<QtMsgType> m_types;
     MessageCapture *m_outer;
     QtMessageHandler m_previous = nullptr;
     mutable QMutex m_mutex;
