@@ -150,6 +150,18 @@ bool EventSubStandIn::notify(const QString &type, const QJsonObject &event)
     return sent;
 }
 
+QJsonObject EventSubStandIn::subscription(const QString &tier) const
+{
+    return {{"user_id", "1337"},
+            {"user_login", "cool_user"},
+            {"user_name", "Cool_User"},
+            {"broadcaster_user_id", QString::fromStdString(m_twitch->user().id)},
+            {"broadcaster_user_login", QString::fromStdString(m_twitch->user().login)},
+            {"broadcaster_user_name", QString::fromStdString(m_twitch->user().displayName)},
+            {"tier", tier},
+            {"is_gift", false}};
+}
+
 void EventSubStandIn::revoke(const QString &type, const QString &status)
 {
     Session *session = sessionWith(type);

@@ -38,6 +38,13 @@ public:
     // A notification to every session subscribed to that type; false when
     // no session is.
     bool notify(const QString &type, const QJsonObject &event);
+    // A viewer's subscription to the stand-in's user at a tier ("1000",
+    // "2000", "3000"), as Twitch words it; subscribe() notifies it.
+    QJsonObject subscription(const QString &tier) const;
+    bool subscribe(const QString &tier)
+    {
+        return notify(QStringLiteral("channel.subscribe"), subscription(tier));
+    }
     void revoke(const QString &type, const QString &status);
     void sendRaw(const QString &text);
     // Ends every session (close code 4000).

@@ -19,6 +19,7 @@
 #include <metatypes.h>
 #include <networkmanager.h>
 #include <popupmessage.h>
+#include <qt5keychain/keychain.h>
 #include <twitchauthclient.h>
 #include <twitchauthorizationhelper.h>
 #include <twitchservice.h>
@@ -143,6 +144,7 @@ private slots:
     void refreshBeforeAndAfterExpiry();
     void failedRefreshLogsOut();
     void unlinkRevokes();
+    void unexpectedStoredDataIsCleanedUp();
 
 private:
     TwitchStandIn m_twitch;
@@ -159,9 +161,7 @@ void TwitchAuthTest::initTestCase()
     qputenv("GLINT_TWITCH_OAUTH_URL", m_twitch.oauthUrl().toUtf8());
     qputenv("GLINT_TWITCH_HELIX_URL", m_twitch.helixUrl().toUtf8());
     QVERIFY(m_lensServer.isReady());
-    QVERIFY(m_lensServer.start({QStringLiteral("--twitch-client-id"), TwitchStandIn::kClientId,
-                                QStringLiteral("--twitch-client-secret"), TwitchStandIn::kClientSecret,
-                                QStringLiteral("--twitch-token-url"), m_twitch.tokenUrl()}));
+    QVERIFY(m_lensServer.start(m_twitch.lensServerArguments()));
 }
 
 // Each case starts without a login from an earlier one.
@@ -219,10 +219,6 @@ void TwitchAuthTest::signInShowsPageByExtensionStatus()
     QCOMPARE(browser.tab->answer(), kHtmlHead + QByteArray::number(body.size()) + "\n\n" + body);
     QVERIFY(body.contains(expected));
     QVERIFY(body.contains("Authorization Succeeded"));
-    // The page's style sheet is still served after it.
-    BrowserTab styleSheet(HttpServer::kPort, "GET /style.css HTTP/1.1\r\nHost: localhost:8492\r\n\r\n");
-    QVERIFY(styleSheet.waitClosed(3000));
-    QVERIFY(styleSheet.answer().startsWith("HTTP/1.1 200 OK\nContent-Type: text/css; charset=utf-8\n"));
 
     QTRY_COMPARE_WITH_TIMEOUT(program.store->currentUserName(), QStringLiteral("GlintStreamer"), 10000);
     QVERIFY(program.store->isPartnerAccount());
@@ -420,6 +416,36 @@ void TwitchAuthTest::unlinkRevokes()
     QTest::qWait(500);
     QCOMPARE(m_twitch.revocations(), revocations + 1);
     QCOMPARE(program.popups().size(), 1);
+}
+
+// Whatever else sits under our key in the credential store is removed, and
+// the program starts signed out.
+void TwitchAuthTest::unexpectedStoredDataIsCleanedUp()
+{
+    KeychainComponent keychain(QCoreApplication::applicationName());
+    for (const QByteArray &junk : {QByteArray("[1,2,3]"), QByteArray("not json"),
+                                   QByteArray("{\"access_token\":\"a\"}"), QByteArray(100000, '{')}) {
+        QKeychain::WritePasswordJob write(keychain.serviceName());
+        write.setKey(KeychainComponent::kKey);
+        write.setBinaryData(junk);
+        write.setAutoDelete(false);
+        QSignalSpy writeDone(&write, &QKeychain::Job::finished);
+        write.start();
+        QVERIFY(writeDone.wait(10000));
+        QCOMPARE(write.error(), QKeychain::NoError);
+
+        QSignalSpy loaded(&keychain, &KeychainComponent::tokensLoaded);
+        QSignalSpy finished(&keychain, &KeychainComponent::loadFinished);
+        QSignalSpy removed(&keychain, &KeychainComponent::storeFinished);
+        QTest::ignoreMessage(QtWarningMsg, "Unexpected data in OAuth keychain, cleaning up");
+        keychain.load();
+        QVERIFY(finished.wait(10000));
+        QVERIFY(loaded.isEmpty() && !finished.first().first().toBool());
+        QVERIFY(removed.count() == 1 || removed.wait(10000));
+        bool found = true;
+        storedTokens(&found);
+        QVERIFY(!found);
+    }
 }
 
 QTEST_MAIN(TwitchAuthTest)

@@ -1,6 +1,7 @@
 // The EventSub client against the stand-in's WebSocket server and Helix:
-// sessions, subscription creation, event mapping, session moves, keepalive
-// loss, servers that misbehave.
+// sessions, subscription creation, event kinds, session moves, keepalive
+// loss, servers that misbehave. A refused token is refreshed once
+// (tst_twitchlive).
 #include "eventsubstandin.h"
 #include "twitchstandin.h"
 
@@ -25,8 +26,7 @@ struct Client
     Client(TwitchStandIn &twitch, EventSubStandIn &server)
         : network(QStringLiteral("http://127.0.0.1:9/vc/v1"), [] { return QStringLiteral("test"); }),
           helper(&network), subscriptions(&helper, &TwitchEventSubHelper::subscriptionReceived),
-          bits(&helper, &TwitchEventSubHelper::bitsReceived),
-          refused(&helper, &TwitchEventSubHelper::accessTokenNotValid)
+          bits(&helper, &TwitchEventSubHelper::bitsReceived)
     {
         const QString token = QString::fromStdString(twitch.issueTokens().first);
         network.setAccessToken(token);
@@ -39,20 +39,7 @@ struct Client
     TwitchEventSubHelper helper;
     QSignalSpy subscriptions;
     QSignalSpy bits;
-    QSignalSpy refused;
 };
-
-QJsonObject subscriber(const QString &tier)
-{
-    return {{"user_id", "1337"},
-            {"user_login", "cool_user"},
-            {"user_name", "Cool_User"},
-            {"broadcaster_user_id", "141981764"},
-            {"broadcaster_user_login", "glintstreamer"},
-            {"broadcaster_user_name", "GlintStreamer"},
-            {"tier", tier},
-            {"is_gift", false}};
-}
 
 double cpuSeconds()
 {
@@ -66,13 +53,11 @@ class EventSubTest : public QObject
     Q_OBJECT
 private slots:
     void initTestCase();
-    void init();
     void sessionSubscribesAndMapsEvents();
     void malformedFramesAreDropped();
     void sessionReconnectKeepsEvents();
     void missedKeepaliveReconnects();
     void closingServerIsNotHammered();
-    void refusedTokenIsReportedOncePerToken();
     void revocationIsReported();
 
 private:
@@ -86,11 +71,6 @@ void EventSubTest::initTestCase()
     qputenv("GLINT_TWITCH_CLIENT_ID", TwitchStandIn::kClientId);
     QVERIFY(m_twitch.start());
     qputenv("GLINT_TWITCH_HELIX_URL", m_twitch.helixUrl().toUtf8());
-}
-
-void EventSubTest::init()
-{
-    m_twitch.setHelixRefuses(false);
 }
 
 bool EventSubTest::waitSubscribed(Client &client, EventSubStandIn &server)
@@ -108,22 +88,18 @@ void EventSubTest::sessionSubscribesAndMapsEvents()
     Client client(m_twitch, server);
     QVERIFY(waitSubscribed(client, server));
 
-    QVERIFY(server.notify(QStringLiteral("channel.subscribe"), subscriber(QStringLiteral("2000"))));
-    QJsonObject resub = subscriber(QStringLiteral("3000"));
+    QVERIFY(server.subscribe(QStringLiteral("2000")));
+    QJsonObject resub = server.subscription(QStringLiteral("3000"));
     resub.insert("cumulative_months", 7);
     resub.insert("message", QJsonObject{{"text", "Love the lenses"}, {"emotes", QJsonArray()}});
     QVERIFY(server.notify(QStringLiteral("channel.subscription.message"), resub));
-    QJsonObject gift = subscriber(QStringLiteral("1000"));
+    QJsonObject gift = server.subscription(QStringLiteral("1000"));
     gift.insert("is_gift", true);
     QVERIFY(server.notify(QStringLiteral("channel.subscribe"), gift));
     QTRY_COMPARE(client.subscriptions.size(), 3);
 
-    const auto first = client.subscriptions.at(0).first().value<SubscribeEvent>();
-    QCOMPARE(first.subPlan, QStringLiteral("2000"));
-    QCOMPARE(first.context, QStringLiteral("sub"));
-    QCOMPARE(first.userName, QStringLiteral("cool_user"));
-    QCOMPARE(first.displayName, QStringLiteral("Cool_User"));
-    QCOMPARE(first.channelId, QStringLiteral("141981764"));
+    // The tier reaches the lens switch (tst_twitchlive); here, the kind.
+    QCOMPARE(client.subscriptions.at(0).first().value<SubscribeEvent>().context, QStringLiteral("sub"));
     const auto second = client.subscriptions.at(1).first().value<SubscribeEvent>();
     QCOMPARE(second.subPlan, QStringLiteral("3000"));
     QCOMPARE(second.context, QStringLiteral("resub"));
@@ -147,11 +123,8 @@ void EventSubTest::sessionSubscribesAndMapsEvents()
                         {"bits", 5}};
     QVERIFY(server.notify(QStringLiteral("channel.cheer"), cheer));
     QTRY_COMPARE(client.bits.size(), 2);
-    const auto bits = client.bits.at(0).first().value<BitsEvent>();
-    QCOMPARE(bits.bitsUsed, 250);
-    QCOMPARE(bits.userName, QStringLiteral("cool_user"));
-    QCOMPARE(bits.chatMessage, QStringLiteral("Cheer250 nice"));
-    QCOMPARE(client.bits.at(1).first().value<BitsEvent>().userName, QString());
+    QCOMPARE(client.bits.at(0).first().value<BitsEvent>().bitsUsed, 250);
+    QCOMPARE(client.bits.at(1).first().value<BitsEvent>().userName, QString()); // anonymous
     QCOMPARE(server.connections(), 1);
 }
 
@@ -200,7 +173,7 @@ void EventSubTest::malformedFramesAreDropped()
     };
     for (const QString &frame : frames)
         server.sendRaw(frame);
-    QVERIFY(server.notify(QStringLiteral("channel.subscribe"), subscriber(QStringLiteral("1000"))));
+    QVERIFY(server.subscribe(QStringLiteral("1000")));
     QTRY_COMPARE(client.subscriptions.size(), 1);
     QCOMPARE(client.subscriptions.first().first().value<SubscribeEvent>().subPlan, QStringLiteral("1000"));
     QCOMPARE(client.bits.size(), 0);
@@ -225,13 +198,13 @@ void EventSubTest::sessionReconnectKeepsEvents()
     QCOMPARE(m_twitch.subscriptionRequests(), requests); // nothing created again
     QCOMPARE(client.helper.activeSubscriptions(), kAllTypes);
 
-    QVERIFY(server.notify(QStringLiteral("channel.subscribe"), subscriber(QStringLiteral("3000"))));
+    QVERIFY(server.subscribe(QStringLiteral("3000")));
     QTRY_COMPARE(client.subscriptions.size(), 1);
     // A second move works as well.
     server.requestReconnect();
     QTRY_COMPARE(server.connections(), 3);
     QTRY_COMPARE(server.liveSessions(), 1);
-    QVERIFY(server.notify(QStringLiteral("channel.subscribe"), subscriber(QStringLiteral("2000"))));
+    QVERIFY(server.subscribe(QStringLiteral("2000")));
     QTRY_COMPARE(client.subscriptions.size(), 2);
 }
 
@@ -253,7 +226,7 @@ void EventSubTest::missedKeepaliveReconnects()
     server.setKeepalivesPaused(false);
     QVERIFY(waitSubscribed(client, server));
     QVERIFY(client.helper.sessionId() != before);
-    QVERIFY(server.notify(QStringLiteral("channel.subscribe"), subscriber(QStringLiteral("1000"))));
+    QVERIFY(server.subscribe(QStringLiteral("1000")));
     QTRY_COMPARE(client.subscriptions.size(), 1);
 }
 
@@ -271,27 +244,6 @@ void EventSubTest::closingServerIsNotHammered()
              qPrintable(QString::number(server.connections())));
     QVERIFY2(cpuSeconds() - cpuBefore < 2.0, qPrintable(QString::number(cpuSeconds() - cpuBefore)));
     QVERIFY(client.helper.reconnectDelay() >= 8000);
-}
-
-void EventSubTest::refusedTokenIsReportedOncePerToken()
-{
-    EventSubStandIn server(&m_twitch);
-    QVERIFY(server.start());
-    m_twitch.setHelixRefuses(true);
-    Client client(m_twitch, server);
-    QTRY_COMPARE(client.refused.size(), 1);
-    QTest::qWait(500);
-    QCOMPARE(client.refused.size(), 1); // three refused calls, one report
-    QVERIFY(client.helper.activeSubscriptions().isEmpty());
-
-    // The refreshed token is accepted and the subscriptions follow.
-    m_twitch.setHelixRefuses(false);
-    const QString fresh = QString::fromStdString(m_twitch.issueTokens().first);
-    client.network.setAccessToken(fresh);
-    client.helper.setAccessToken(fresh);
-    QVERIFY(waitSubscribed(client, server));
-    QCOMPARE(client.refused.size(), 1);
-    QCOMPARE(server.connections(), 1);
 }
 
 void EventSubTest::revocationIsReported()

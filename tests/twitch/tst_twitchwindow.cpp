@@ -12,12 +12,9 @@
 #include "twitchstandin.h"
 
 #include <QDir>
-#include <QJsonObject>
-#include <QNetworkAccessManager>
-#include <QNetworkReply>
 #include <QTemporaryDir>
 #include <QtTest>
-#include <xwindowdriver.h>
+#include <programundertest.h>
 
 using namespace XWindowDriver;
 
@@ -56,11 +53,18 @@ private slots:
     void subscriptionShowsTheTierLens();
 
 private:
-    QString startProgram(QProcess &program);
+    // Starts the program against the stand-ins; its window id, or empty.
+    QString start(ProgramUnderTest &app);
     QImage screenshot(const QString &window, const QString &name);
+    ProgramUnderTest program()
+    {
+        return ProgramUnderTest(
+            m_home.path(),
+            QStringLiteral("glint-camera-twitch-test-%1").arg(QCoreApplication::applicationPid()),
+            GLINT_APP_BINARY);
+    }
 
     QTemporaryDir m_home;
-    QString m_program;
     QString m_openedFile;
     TwitchStandIn m_twitch;
     EventSubStandIn m_eventSub{&m_twitch};
@@ -69,19 +73,12 @@ private:
 
 void TwitchWindowTest::initTestCase()
 {
-    if (qEnvironmentVariableIsEmpty("DISPLAY"))
-        QSKIP("needs an X display (the test command runs the suite under xvfb-run)");
+    if (const QString missing = ProgramUnderTest::missingDisplay(); !missing.isEmpty())
+        QSKIP(qPrintable(missing));
     QVERIFY(m_home.isValid());
-    m_program = m_home.filePath(
-        QStringLiteral("glint-camera-twitch-test-%1").arg(QCoreApplication::applicationPid()));
-    QVERIFY(QFile::link(QStringLiteral(GLINT_APP_BINARY), m_program));
-    QDir().mkpath(m_home.filePath("config/Glint/Glint Camera"));
-    QFile settings(m_home.filePath("config/Glint/Glint Camera/settings.json"));
-    QVERIFY(settings.open(QIODevice::WriteOnly));
     // Tier 1 subscriptions show the black-and-white lens for four seconds.
-    settings.write(R"({"settings": {"show_onboarding": false},
-                       "twitch": {"secondaryLensIdTier1": "film-noir", "secondaryLensTimeout": 4000}})");
-    settings.close();
+    QVERIFY(program().writeSettings(R"({"settings": {"show_onboarding": false},
+                       "twitch": {"secondaryLensIdTier1": "film-noir", "secondaryLensTimeout": 4000}})"));
 
     // The desktop's way to open a URL: this xdg-open only writes it down.
     QDir().mkpath(m_home.filePath("bin"));
@@ -96,38 +93,20 @@ void TwitchWindowTest::initTestCase()
     QVERIFY(m_eventSub.start());
     QVERIFY(m_lensServer.isReady());
     QVERIFY(m_lensServer.import({QStringLiteral(GLINT_SAMPLE_LENSES "/film-noir")}));
-    QVERIFY(m_lensServer.start({QStringLiteral("--twitch-client-id"), TwitchStandIn::kClientId,
-                                QStringLiteral("--twitch-client-secret"), TwitchStandIn::kClientSecret,
-                                QStringLiteral("--twitch-token-url"), m_twitch.tokenUrl()}));
+    QVERIFY(m_lensServer.start(m_twitch.lensServerArguments()));
 }
 
-QString TwitchWindowTest::startProgram(QProcess &program)
+QString TwitchWindowTest::start(ProgramUnderTest &app)
 {
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert("XDG_CONFIG_HOME", m_home.filePath("config"));
-    env.insert("XDG_DATA_HOME", m_home.filePath("data"));
-    env.insert("QT_QPA_PLATFORM", "xcb");
-    env.insert("PATH", m_home.filePath("bin") + ":" + env.value("PATH"));
-    env.insert("GLINT_BACKEND_URL", m_lensServer.baseUrl());
-    env.insert("GLINT_TWITCH_CLIENT_ID", TwitchStandIn::kClientId);
-    env.insert("GLINT_TWITCH_OAUTH_URL", m_twitch.oauthUrl());
-    env.insert("GLINT_TWITCH_HELIX_URL", m_twitch.helixUrl());
-    env.insert("GLINT_TWITCH_EVENTSUB_URL", m_eventSub.url());
-    env.insert("GLINT_LENS_VERIFICATION_KEY", m_lensServer.publicKey());
-    program.setProcessEnvironment(env);
-    program.setProgram(m_program);
-    program.start();
-    QString window;
-    waitFor(
-        [&] {
-            window =
-                run("xdotool", {"search", "--onlyvisible", "--pid", QString::number(program.processId())})
-                    .split('\n')
-                    .first();
-            return !window.isEmpty() || program.state() == QProcess::NotRunning;
-        },
-        30000);
-    return window;
+    app.setEnv("PATH", m_home.filePath("bin") + ":" + qEnvironmentVariable("PATH"));
+    app.setEnv("GLINT_BACKEND_URL", m_lensServer.baseUrl());
+    app.setEnv("GLINT_TWITCH_CLIENT_ID", TwitchStandIn::kClientId);
+    app.setEnv("GLINT_TWITCH_OAUTH_URL", m_twitch.oauthUrl());
+    app.setEnv("GLINT_TWITCH_HELIX_URL", m_twitch.helixUrl());
+    app.setEnv("GLINT_TWITCH_EVENTSUB_URL", m_eventSub.url());
+    app.setEnv("GLINT_LENS_VERIFICATION_KEY", m_lensServer.publicKey());
+    app.start();
+    return app.waitForWindow();
 }
 
 QImage TwitchWindowTest::screenshot(const QString &window, const QString &name)
@@ -139,18 +118,17 @@ QImage TwitchWindowTest::screenshot(const QString &window, const QString &name)
 
 void TwitchWindowTest::linksAccountFromTheStreamPage()
 {
-    const QString log = m_home.filePath("config/Glint/Glint Camera/Log.txt");
-    QProcess program;
-    const QString window = startProgram(program);
-    QVERIFY(!window.isEmpty());
-    QVERIFY(waitFor([&] { return readFile(log).contains("glint.actions: Started"); }, 20000));
+    ProgramUnderTest app = program();
+    const QString window = start(app);
+    QVERIFY2(!window.isEmpty(), qPrintable(app.whyNoWindow()));
+    QVERIFY(app.logShows("glint.actions: Started"));
     inWindow(window, {"key", "--clearmodifiers", "ctrl+2"});
-    QVERIFY(waitFor([&] { return readFile(log).contains("OpenTwitchPage"); }));
+    QVERIFY(app.logShows("OpenTwitchPage"));
 
     const QPoint link = accentButton(screenshot(window, "twitch-page-before"));
     QVERIFY2(!link.isNull(), "no Link Twitch button on the Stream page");
     click(window, link.x(), link.y());
-    QVERIFY(waitFor([&] { return readFile(log).contains("AuthorizeTwitch"); }));
+    QVERIFY(app.logShows("AuthorizeTwitch"));
     QVERIFY(waitFor([&] { return !readFile(m_openedFile).isEmpty(); }));
     screenshot(window, "twitch-page-waiting");
 
@@ -160,52 +138,41 @@ void TwitchWindowTest::linksAccountFromTheStreamPage()
     QVERIFY(waitFor([&] { return browser.tab != nullptr; }));
     QVERIFY(browser.tab->waitClosed(15000));
     QVERIFY(browser.tab->body().contains("Authorization Succeeded"));
-    QVERIFY(waitFor([&] { return readFile(log).contains("TwitchUserAuthorized"); }));
+    QVERIFY(app.logShows("TwitchUserAuthorized"));
     QTest::qWait(1500); // the account name arrives from Helix
     const QImage linked = screenshot(window, "twitch-page-linked");
     QVERIFY((linked.pixel(link) & 0xffffff) != (kAccent & 0xffffff)); // "Link Twitch" is gone
-
-    inWindow(window, {"key", "--clearmodifiers", "ctrl+q"});
-    QVERIFY(program.waitForFinished(20000));
+    QVERIFY(app.quit(window));
 
     // The next start is linked from the credential store, without a browser.
     QFile::remove(m_openedFile);
-    QProcess again;
-    const QString secondWindow = startProgram(again);
-    QVERIFY(!secondWindow.isEmpty());
-    QVERIFY(waitFor([&] { return readFile(log).contains("TwitchUserAuthorized"); }, 20000));
+    ProgramUnderTest again = program();
+    const QString secondWindow = start(again);
+    QVERIFY2(!secondWindow.isEmpty(), qPrintable(again.whyNoWindow()));
+    QVERIFY(again.logShows("TwitchUserAuthorized"));
     inWindow(secondWindow, {"key", "--clearmodifiers", "ctrl+2"});
-    QVERIFY(waitFor([&] { return readFile(log).contains("OpenTwitchPage"); }));
+    QVERIFY(again.logShows("OpenTwitchPage"));
     QTest::qWait(1000);
     QVERIFY((screenshot(secondWindow, "twitch-page-after-restart").pixel(link) & 0xffffff) !=
             (kAccent & 0xffffff));
     QVERIFY(!QFile::exists(m_openedFile));
-    inWindow(secondWindow, {"key", "--clearmodifiers", "ctrl+q"});
-    QVERIFY(again.waitForFinished(20000));
+    QVERIFY(again.quit(secondWindow));
 }
 
 void TwitchWindowTest::subscriptionShowsTheTierLens()
 {
-    const QString log = m_home.filePath("config/Glint/Glint Camera/Log.txt");
-    QProcess program;
-    const QString window = startProgram(program);
-    QVERIFY(!window.isEmpty());
+    ProgramUnderTest app = program();
+    const QString window = start(app);
+    QVERIFY2(!window.isEmpty(), qPrintable(app.whyNoWindow()));
     // Linked from the credential store; the EventSub session subscribes.
-    QVERIFY(waitFor([&] { return readFile(log).contains("TwitchUserAuthorized"); }, 20000));
+    QVERIFY(app.logShows("TwitchUserAuthorized"));
     QVERIFY(waitFor(
         [&] { return m_twitch.subscriptionsOf(m_eventSub.lastSessionId().toStdString()).size() == 3; },
         20000));
     QVERIFY(waitFor([&] { return saturation(screenshot(window, "subscription-before")) > 40; }, 30000));
 
-    const QJsonObject event{{"user_id", "1337"},
-                            {"user_login", "cool_user"},
-                            {"user_name", "Cool_User"},
-                            {"broadcaster_user_id", QString::fromStdString(m_twitch.user().id)},
-                            {"broadcaster_user_login", QString::fromStdString(m_twitch.user().login)},
-                            {"tier", "1000"},
-                            {"is_gift", false}};
-    QVERIFY(m_eventSub.notify(QStringLiteral("channel.subscribe"), event));
-    QVERIFY(waitFor([&] { return readFile(log).contains("Activate subscription Lens"); }));
+    QVERIFY(m_eventSub.subscribe(QStringLiteral("1000")));
+    QVERIFY(app.logShows("Activate subscription Lens"));
     // The subscription lens: the picture turns black and white...
     QVERIFY(waitFor(
         [&] {
@@ -214,11 +181,9 @@ void TwitchWindowTest::subscriptionShowsTheTierLens()
         },
         30000));
     // ...until the timeout brings back the picture as it was.
-    QVERIFY(waitFor([&] { return readFile(log).contains("Deactivate subscription Lens"); }, 15000));
+    QVERIFY(app.logShows("Deactivate subscription Lens", 15000));
     QVERIFY(waitFor([&] { return saturation(screenshot(window, "subscription-after")) > 40; }, 15000));
-
-    inWindow(window, {"key", "--clearmodifiers", "ctrl+q"});
-    QVERIFY(program.waitForFinished(20000));
+    QVERIFY(app.quit(window));
 }
 
 QTEST_MAIN(TwitchWindowTest)

@@ -147,7 +147,7 @@ void TwitchStandIn::routes()
         m_refresh[refresh] = access;
         sendJson(res, 200,
                  {{"access_token", access},
-                  {"expires_in", m_lifetime.load()},
+                  {"expires_in", m_lifetime},
                   {"refresh_token", refresh},
                   {"scope", {"channel_read", "channel_subscriptions", "user:edit:broadcast"}},
                   {"token_type", "bearer"}});
@@ -175,7 +175,7 @@ void TwitchStandIn::routes()
                   {"login", m_user.login},
                   {"scopes", {"channel_read", "channel_subscriptions", "user:edit:broadcast"}},
                   {"user_id", m_user.id},
-                  {"expires_in", m_lifetime.load()}});
+                  {"expires_in", m_lifetime}});
     });
 
     helixRoutes();
@@ -203,8 +203,7 @@ void TwitchStandIn::routes()
 
 bool TwitchStandIn::helixAllowed(const httplib::Request &req, httplib::Response &res)
 {
-    if (!m_helixRefuses && req.get_header_value("Client-Id") == kClientId &&
-        isAccessTokenValid(bearer(req, "Bearer")))
+    if (req.get_header_value("Client-Id") == kClientId && isAccessTokenValid(bearer(req, "Bearer")))
         return true;
     sendJson(res, 401, {{"error", "Unauthorized"}, {"status", 401}, {"message", "Invalid OAuth token"}});
     return false;
@@ -283,7 +282,6 @@ void TwitchStandIn::helixRoutes()
     m_server->Get("/helix/streams", [this](const httplib::Request &req, httplib::Response &res) {
         if (!helixAllowed(req, res))
             return;
-        ++m_streamRequests;
         json data = json::array();
         if (m_live && req.get_param_value("user_login") == m_user.login)
             data.push_back({{"id", "40952121085"},

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
 #include <atomic>
 #include <map>
 #include <memory>
@@ -45,10 +46,16 @@ public:
     QString oauthUrl() const { return baseUrl() + QStringLiteral("/oauth2/"); }
     QString tokenUrl() const { return baseUrl() + QStringLiteral("/oauth2/token"); }
     QString helixUrl() const { return baseUrl() + QStringLiteral("/helix/"); }
+    // The lens server's options for exchanging and refreshing tokens here.
+    QStringList lensServerArguments() const
+    {
+        return {QStringLiteral("--twitch-client-id"),     kClientId,
+                QStringLiteral("--twitch-client-secret"), kClientSecret,
+                QStringLiteral("--twitch-token-url"),     tokenUrl()};
+    }
 
     // Behaviour for the next requests.
     void setUserRefuses(bool refuses) { m_refuses = refuses; }
-    void setTokenLifetime(int seconds) { m_lifetime = seconds; }
     void forgetRefreshTokens();
     enum class Extension { None, Installed, Active };
     void setExtension(Extension state) { m_extension = state; }
@@ -57,8 +64,6 @@ public:
         m_live = live;
         m_viewers = viewers;
     }
-    // Helix answers every call with 401, as for a revoked token.
-    void setHelixRefuses(bool refuses) { m_helixRefuses = refuses; }
     const User &user() const { return m_user; }
 
     // EventSub sessions, kept by the WebSocket side: subscriptions can only
@@ -68,7 +73,6 @@ public:
     void moveSession(const std::string &from, const std::string &to);
     std::set<std::string> subscriptionsOf(const std::string &session) const;
     int subscriptionRequests() const { return m_subscriptionRequests; }
-    int streamRequests() const { return m_streamRequests; }
 
     // What happened.
     int codeExchanges() const { return m_exchanges; }
@@ -96,7 +100,7 @@ private:
     std::map<std::string, bool> m_accessTokens;   // token -> valid
     std::map<std::string, std::string> m_refresh; // refresh token -> access token
     std::atomic<bool> m_refuses{false};
-    std::atomic<int> m_lifetime{14400};
+    const int m_lifetime = 14400;
     std::atomic<int> m_exchanges{0};
     std::atomic<int> m_refreshes{0};
     std::atomic<int> m_revocations{0};
@@ -105,8 +109,6 @@ private:
     std::atomic<Extension> m_extension{Extension::Active};
     std::atomic<bool> m_live{false};
     std::atomic<int> m_viewers{0};
-    std::atomic<bool> m_helixRefuses{false};
     std::atomic<int> m_subscriptionRequests{0};
-    std::atomic<int> m_streamRequests{0};
     std::map<std::string, std::set<std::string>> m_sessions; // session -> subscription types
 };

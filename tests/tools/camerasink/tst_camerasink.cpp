@@ -125,31 +125,49 @@ private slots:
         QVERIFY2(named.open("/dev/video2", error), "a device named on the command line needs no label");
     }
 
-    void busyDevicesAreReportedClearly_data()
+    // Each way a device can be unusable, named in the error.
+    void unusableDevicesAreNamed_data()
     {
-        QTest::addColumn<bool>("exclusiveCaps");
-        QTest::addColumn<bool>("otherProducer");
-        QTest::addColumn<bool>("openBusy");
-        QTest::newRow("exclusive caps, capture only") << true << true << false;
-        QTest::newRow("format held by another producer") << false << true << false;
-        QTest::newRow("open refused") << true << false << true;
+        QTest::addColumn<bool>("loopback");
+        QTest::addColumn<QString>("fault");
+        QTest::addColumn<QString>("asked"); // empty: found by its label
+        QTest::addColumn<QString>("message");
+        QTest::newRow("exclusive caps, capture only") << true << "exclusive+producer"
+                                                      << ""
+                                                      << "/dev/video3 is busy";
+        QTest::newRow("format held by another producer") << true << "producer"
+                                                         << ""
+                                                         << "/dev/video3 is busy";
+        QTest::newRow("open refused") << true << "openBusy"
+                                      << ""
+                                      << "/dev/video3 is busy";
+        QTest::newRow("no labelled loopback") << false << ""
+                                              << ""
+                                              << "\"Glint Camera\"";
+        QTest::newRow("named device missing") << true << ""
+                                              << "/dev/video9"
+                                              << "/dev/video9 cannot be opened";
+        QTest::newRow("too small a format") << true << "small"
+                                            << ""
+                                            << "640x480";
     }
 
-    void busyDevicesAreReportedClearly()
+    void unusableDevicesAreNamed()
     {
-        QFETCH(bool, exclusiveCaps);
-        QFETCH(bool, otherProducer);
-        QFETCH(bool, openBusy);
+        QFETCH(bool, loopback);
+        QFETCH(QString, fault);
+        QFETCH(QString, asked);
+        QFETCH(QString, message);
         FakeLoopbackApi api;
-        auto device = loopback("Glint Camera");
-        device.exclusiveCaps = exclusiveCaps;
-        device.otherProducer = otherProducer;
-        device.openBusy = openBusy;
+        auto device = loopback ? ::loopback("Glint Camera") : webcam();
+        device.exclusiveCaps = fault != "producer";
+        device.otherProducer = fault.contains("producer");
+        device.openBusy = fault == "openBusy";
+        device.forceSmallFormat = fault == "small";
         api.add("/dev/video3", device);
-        Sink::LoopbackOutput output(api);
         std::string error;
-        QVERIFY(!output.open("", error));
-        QVERIFY2(error.find("/dev/video3 is busy") != std::string::npos, error.c_str());
+        QVERIFY(!Sink::LoopbackOutput(api).open(asked.toStdString(), error));
+        QVERIFY2(error.find(message.toStdString()) != std::string::npos, error.c_str());
     }
 
     void aSecondSinkFindsTheDeviceBusy()
@@ -165,24 +183,6 @@ private slots:
         Sink::LoopbackOutput second(api);
         QVERIFY(!second.open("", error));
         QVERIFY2(error.find("busy") != std::string::npos, error.c_str());
-    }
-
-    void missingOrUnsuitableDevicesAreErrors()
-    {
-        FakeLoopbackApi api;
-        api.add("/dev/video0", webcam());
-        std::string error;
-        QVERIFY(!Sink::LoopbackOutput(api).open("", error));
-        QVERIFY2(error.find("\"Glint Camera\"") != std::string::npos, error.c_str());
-
-        QVERIFY(!Sink::LoopbackOutput(api).open("/dev/video9", error));
-        QVERIFY2(error.find("/dev/video9 cannot be opened") != std::string::npos, error.c_str());
-
-        auto small = loopback("Glint Camera");
-        small.forceSmallFormat = true;
-        api.add("/dev/video2", small);
-        QVERIFY(!Sink::LoopbackOutput(api).open("", error));
-        QVERIFY2(error.find("640x480") != std::string::npos, error.c_str());
     }
 
     void refusedStreamOnAndShortWritesStillDeliverWholeFrames()

@@ -1,12 +1,11 @@
 // The update check against the real lens server started with
 // --update-version, and against a fixture for answers the server would never
 // give (HTML, broken JSON, missing fields, errors).
-#include "messagelog.h"
-
 #include <QSignalSpy>
 #include <QtTest>
 #include <httpfixture.h>
 #include <lensserverprocess.h>
+#include <messagecapture.h>
 #include <networkmanager.h>
 #include <updateservice.h>
 
@@ -106,11 +105,11 @@ private slots:
         }
         QVERIFY(serve("0.0.0.0"));
         {
-            MessageLog log("glint.update");
+            MessageCapture log("glint.update");
             Check zero(server.baseUrl(), "1.2.0.0");
             QCOMPARE(zero.run(false), QString());
             QCOMPARE(zero.run(true), QString());
-            QCOMPARE(log.warnings().size(), 2); // one per check
+            QCOMPARE(log.messages().size(), 2); // one per check
         }
     }
 
@@ -118,7 +117,7 @@ private slots:
     {
         LensServerProcess server;
         QVERIFY(server.start({"--update-version", "3.0.0.0"})); // no --update-url: 404 for the address
-        MessageLog log("glint.update");
+        MessageCapture log("glint.update");
         Check check(server.baseUrl(), "1.2.0.0");
         QCOMPARE(check.run(false), QStringLiteral("3.0.0.0"));
         QCOMPARE(check.url, kFallback);
@@ -130,10 +129,10 @@ private slots:
     {
         LensServerProcess server;
         QVERIFY(server.start()); // answers an empty version
-        MessageLog log("glint.update");
+        MessageCapture log("glint.update");
         Check check(server.baseUrl(), "1.2.0.0");
         QCOMPARE(check.run(true), QString());
-        QVERIFY(log.warnings().isEmpty());
+        QVERIFY(log.messages().isEmpty());
         server.stop();
         QCOMPARE(check.run(false, 3000), QString());
         QCOMPARE(log.count("Can't get latest Virtual Camera verison: "), 1);
@@ -166,12 +165,12 @@ private slots:
         HttpFixture backend;
         backend.route("/vc/v1/update/latest", {status, body, type});
         backend.route("/vc/v1/update/download", 200, "{\"url\": \"http://127.0.0.1:1/x\"}");
-        MessageLog log("glint.update");
+        MessageCapture log("glint.update");
         Check check(backend.url("/vc/v1"), "1.2.0.0");
         QCOMPARE(check.run(true, 800), QString());
-        QCOMPARE(log.warnings().size(), 1);
-        QVERIFY2(log.warnings().first().startsWith("Can't get latest Virtual Camera verison: "),
-                 qPrintable(log.warnings().first()));
+        QCOMPARE(log.messages().size(), 1);
+        QVERIFY2(log.messages().first().startsWith("Can't get latest Virtual Camera verison: "),
+                 qPrintable(log.messages().first()));
         QCOMPARE(backend.count("/vc/v1/update/download"), 0);
     }
 

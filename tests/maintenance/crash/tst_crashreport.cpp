@@ -13,27 +13,20 @@
 #include <QtTest>
 #include <csignal>
 #include <lensserverprocess.h>
+#include <xwindowdriver.h>
+
+using XWindowDriver::waitFor;
 
 namespace {
 
 const QString kApp = QStringLiteral(GLINT_CRASH_APP);
+// Where the handler program notes a run that ended without a goodbye.
+const QString kCrashState = QStringLiteral("/data/Glint/Glint Camera/crashes/crash-state");
 
 QByteArray readFile(const QString &path)
 {
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-bool waitFor(const std::function<bool()> &condition, int timeoutMs)
-{
-    QElapsedTimer clock;
-    clock.start();
-    while (!condition()) {
-        if (clock.elapsed() > timeoutMs)
-            return false;
-        QTest::qWait(50);
-    }
-    return true;
 }
 
 // waitForFinished() is false for a process that has already ended.
@@ -270,12 +263,9 @@ private slots:
         QVERIFY(log.contains("Crashing on purpose"));
 
         const QString description = QString::fromUtf8(part(report, "description"));
+        // The system report is complete, the OpenGL details included.
         QVERIFY2(description.contains("Number of connected displays: 1"), qPrintable(description));
-        QVERIFY(description.indexOf("Virtual size: (") < description.indexOf("OpenGL Info:"));
-        QVERIFY(!description.contains("Renderer: unknown"));
-        QVERIFY(description.indexOf("OpenGL Info:") < description.indexOf("OS Type: "));
-        QVERIFY(description.indexOf("Number of connected cameras: ") <
-                description.indexOf("QSysInfo report:"));
+        QVERIFY(description.contains("OpenGL Info:") && !description.contains("Renderer: unknown"));
         QCOMPARE(part(report, "userID").size(), 32);
 
         // The dump: the signal, the crashing function, every thread.
@@ -359,70 +349,62 @@ private slots:
         QCOMPARE(storedReports().size(), count);
     }
 
-    void killedApplicationIsNotedForTheNextStart()
+    // No report can go out: the next start says so once, and a clean end
+    // leaves no note behind.
+    void unsentReportIsNotedForTheNextStart_data()
     {
+        QTest::addColumn<QString>("fault");
+        QTest::newRow("application killed") << "app killed";
+        QTest::newRow("handler program missing") << "handler missing";
+        QTest::newRow("handler program killed") << "handler killed";
+    }
+
+    void unsentReportIsNotedForTheNextStart()
+    {
+        QFETCH(QString, fault);
         const QString home = newHome();
         const int before = storedReports().size();
         {
             AppRun app(home, program, crashUrl(), server.baseUrl());
+            if (fault == "handler missing")
+                app.setEnvironment("GLINT_CRASH_HANDLER", dir.filePath("no-such-program"));
             QVERIFY(app.start());
-            app.process.kill(); // nothing in the process can catch this
-            QVERIFY(ended(app.process, 5000));
+            if (fault == "app killed") {
+                app.process.kill(); // nothing in the process can catch this
+                QVERIFY(ended(app.process, 5000));
+                // The handler program sees the application go without a goodbye.
+                QVERIFY(waitFor([&] { return QFile::exists(home + kCrashState); }, 5000));
+            } else {
+                if (fault == "handler killed") {
+                    const qint64 helper = app.handlerProgramPid();
+                    QVERIFY(helper > 0);
+                    QCOMPARE(::kill(pid_t(helper), SIGKILL), 0);
+                    QTest::qWait(300);
+                } else {
+                    QVERIFY(app.log().contains("Crash reports can't be sent in this run. Reason: "));
+                }
+                // The crash still ends the program with code 1, at once.
+                QElapsedTimer clock;
+                clock.start();
+                app.crash("null");
+                QVERIFY(ended(app.process, 10000));
+                QCOMPARE(app.process.exitStatus(), QProcess::NormalExit);
+                QCOMPARE(app.process.exitCode(), 1);
+                QVERIFY2(clock.elapsed() < 3000, qPrintable(QString::number(clock.elapsed())));
+                QVERIFY(app.log().contains("Fatal signal 11 (SIGSEGV)"));
+                QVERIFY(app.log().contains("no crash report was sent"));
+            }
         }
-        // The handler program sees the application go without a goodbye.
-        const QString state = home + "/data/Glint/Glint Camera/crashes/crash-state";
-        QVERIFY(waitFor([&] { return QFile::exists(state); }, 5000));
         QCOMPARE(storedReports().size(), before);
         AppRun next(home, program, crashUrl(), server.baseUrl());
         QVERIFY(next.start());
-        QVERIFY(next.log().contains("closed unexpectedly last time. The crash report could not be sent."));
+        QCOMPARE(next.log().count("glint.app: Glint Camera closed unexpectedly last time. The crash report "
+                                  "could not be sent."),
+                 1);
         next.process.terminate();
         QVERIFY(ended(next.process, 15000));
         QCOMPARE(next.process.exitCode(), 0);
-        QVERIFY(!QFile::exists(state)); // a clean end leaves no note
-    }
-
-    void missingHandlerProgramStillEndsWithCodeOne_data()
-    {
-        QTest::addColumn<bool>("killed"); // started, then killed; else never there
-        QTest::newRow("missing") << false;
-        QTest::newRow("killed") << true;
-    }
-
-    void missingHandlerProgramStillEndsWithCodeOne()
-    {
-        QFETCH(bool, killed);
-        const QString home = newHome();
-        const int before = storedReports().size();
-        {
-            AppRun app(home, program, crashUrl(), server.baseUrl());
-            if (!killed)
-                app.setEnvironment("GLINT_CRASH_HANDLER", dir.filePath("no-such-program"));
-            QVERIFY(app.start());
-            if (killed) {
-                const qint64 helper = app.handlerProgramPid();
-                QVERIFY(helper > 0);
-                QCOMPARE(::kill(pid_t(helper), SIGKILL), 0);
-                QTest::qWait(300);
-            } else {
-                QVERIFY(app.log().contains("Crash reports can't be sent in this run. Reason: "));
-            }
-            QElapsedTimer clock;
-            clock.start();
-            app.crash("null");
-            QVERIFY(ended(app.process, 10000));
-            QCOMPARE(app.process.exitStatus(), QProcess::NormalExit);
-            QCOMPARE(app.process.exitCode(), 1);
-            QVERIFY2(clock.elapsed() < 3000, qPrintable(QString::number(clock.elapsed())));
-            QVERIFY(app.log().contains("Fatal signal 11 (SIGSEGV)"));
-            QVERIFY(app.log().contains("no crash report was sent"));
-        }
-        QCOMPARE(storedReports().size(), before);
-        AppRun next(home, program, crashUrl(), server.baseUrl());
-        QVERIFY(next.start());
-        QVERIFY(next.log().contains("closed unexpectedly last time. The crash report could not be sent."));
-        next.process.terminate();
-        QVERIFY(next.process.waitForFinished(15000));
+        QVERIFY(!QFile::exists(home + kCrashState));
     }
 };
 

@@ -2,8 +2,6 @@
 // analytics middleware, the service uploads batches to the real lens server
 // (or to a fixture for answers the server would not give), and the test
 // decodes what the server stored with the event schema.
-#include "messagelog.h"
-
 #include <QTemporaryDir>
 #include <QtTest>
 #include <SQLiteCpp/Database.h>
@@ -18,6 +16,7 @@
 #include <lenscommand.h>
 #include <lensinfo.h>
 #include <lensserverprocess.h>
+#include <messagecapture.h>
 #include <metatypes.h>
 #include <networkmanager.h>
 #include <xwindowdriver.h>
@@ -75,11 +74,6 @@ QVariant lensCommand(const QString &lensId, LensActionContext context, bool enab
     command.context = context;
     command.enabled = enabled;
     return QVariant::fromValue(command);
-}
-
-QVariant lensCommand(const QString &lensId, int context, bool enabled)
-{
-    return lensCommand(lensId, static_cast<LensActionContext>(context), enabled);
 }
 
 const Gale::GlintcameraEventBase &baseOf(const Event &event)
@@ -179,7 +173,8 @@ private slots:
         rig.send(ActionType::ActiveLensChanged, QVariant::fromValue(active));
         rig.send(ActionType::SetActiveLensId, lensCommand("lens-b", LensActionContext::Search));
         rig.send(ActionType::SetLensFavorite, lensCommand("lens-b", LensActionContext::Favorites, true));
-        rig.send(ActionType::SetLensFavorite, lensCommand("lens-b", 99, false)); // no such context
+        rig.send(ActionType::SetLensFavorite,
+                 lensCommand("lens-b", LensActionContext(99))); // no such context
         rig.send(ActionType::LensDownloaded, QStringLiteral("lens-c"));
         rig.send(ActionType::UpdateFrame);
         rig.send(ActionType::OpenSettingsPage);
@@ -196,6 +191,7 @@ private slots:
         QCOMPARE(namesOf(events), expected);
         // The throttle sent the start at once and the rest together.
         QCOMPARE(storedBatches(server).size(), 2);
+        QCOMPARE(storedBatches(server).first().size(), size_t(1));
 
         // Every action reached the store, unchanged.
         QCOMPARE(rig.store->actions.size(), 16);
@@ -241,25 +237,6 @@ private slots:
         QCOMPARE(counts["by_day"].toObject()[today].toObject()["total"].toInt(), expected.size());
     }
 
-    void burstWithinTheIntervalGivesTwoBatches()
-    {
-        LensServerProcess server;
-        QVERIFY(server.start());
-        QTemporaryDir folder;
-        Rig rig(server.baseUrl(), server.baseUrl() + "/analytics", folder.path(), 1500);
-        rig.start();
-        for (int i = 0; i < 30; ++i) {
-            rig.send(ActionType::NotifySearchOpened);
-            QTest::qWait(5); // spread over a tenth of the interval
-        }
-        QVERIFY(waitFor([&] { return storedEvents(server).size() == 30; }));
-        QTest::qWait(3200); // two more intervals: nothing else may come
-        const auto batches = storedBatches(server);
-        QCOMPARE(batches.size(), 2);
-        QCOMPARE(batches[0].size(), size_t(1));
-        QCOMPARE(batches[1].size(), size_t(29));
-    }
-
     void eventsWaitWhileTheServerIsDownAndLeaveOnceWhenItIsBack()
     {
         LensServerProcess server;
@@ -268,7 +245,7 @@ private slots:
         Rig rig(server.baseUrl(), server.baseUrl() + "/analytics", folder.path(), 300, 1500);
         rig.start();
         server.stop();
-        MessageLog log("glint.analytics");
+        MessageCapture log("glint.analytics");
         for (int i = 0; i < 5; ++i)
             rig.send(ActionType::OpenSettingsPage);
         QVERIFY(
