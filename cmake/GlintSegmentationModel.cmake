@@ -20,7 +20,8 @@ endif()
 # python3 earlier on PATH may not.
 set(GLINT_MODEL_PYTHON /usr/bin/python3 CACHE FILEPATH "Python with the onnx and flatbuffers modules")
 
-set(GLINT_SEGMENTATION_MODEL ${CMAKE_BINARY_DIR}/data/models/selfie_segmentation.onnx)
+set(GLINT_SEGMENTATION_MODEL ${CMAKE_BINARY_DIR}/data/models/selfie_segmentation.onnx
+    CACHE INTERNAL "The person-segmentation model in the build tree")
 set(_seg_work ${CMAKE_BINARY_DIR}/data/models/source)
 set(_seg_tflite ${_seg_work}/package/selfie_segmentation_landscape.tflite)
 set(_seg_converter ${CMAKE_SOURCE_DIR}/tools/tflite2onnx/tflite2onnx.py)

@@ -1,6 +1,7 @@
 #include "coremanager.h"
 
 #include "assetsystem.h"
+#include "backgroundcompositor.h"
 #include "complexeffect.h"
 #include "effectsmanager.h"
 #include "experimentprovider.h"
@@ -9,15 +10,24 @@
 #include "fileutils.h"
 #include "glcontext.h"
 #include "hostdelegates.h"
+#include "imagefile.h"
 #include "landmarkmodel.h"
 #include "scene.h"
 #include "scenerenderer.h"
+#include "segmentationworker.h"
 #include "texture.h"
 
 #include <chrono>
+#include <filesystem>
+#include <opencv2/imgproc.hpp>
 #include <stdexcept>
 
 namespace Orb {
+
+namespace {
+// Background pictures beyond this are refused before decoding.
+constexpr std::uintmax_t kMaxBackgroundImageBytes = 64ull * 1024 * 1024;
+} // namespace
 
 struct CoreManager::Impl
 {
@@ -34,6 +44,16 @@ struct CoreManager::Impl
     std::unique_ptr<Mosaica::Scene> emptyScene;
     std::unique_ptr<Mosaica::SceneRenderer> passthrough;
 
+    // Person segmentation, for background effects and lenses that read the
+    // mask. The model loads on first use.
+    std::string modelPath;
+    std::unique_ptr<SegmentationWorker> segmenter;
+    std::unique_ptr<BackgroundCompositor> compositor;
+    bool haveMask = false;
+    BackgroundEffect background;
+    std::shared_ptr<ImageBase> backgroundImage;
+    Texture backgroundTexture; // the image cropped and scaled to the frame
+
     std::weak_ptr<CompassTrackerDelegate> compass;
     std::weak_ptr<LocationTrackerDelegate> location;
     std::weak_ptr<DeviceMotionTrackerDelegate> motion;
@@ -44,6 +64,10 @@ struct CoreManager::Impl
 
     void ensureContext();
     bool ensureTracker(std::string &error);
+    bool ensureSegmenter(std::string &error);
+    bool updateMask(const ImageBase &image, bool synchronous);
+    Texture applyBackground(const Texture &camera);
+    static Texture coverTexture(const ImageBase &image, Size frame);
     static bool needsFaces(const LensManifest &manifest);
 };
 
@@ -67,6 +91,86 @@ bool CoreManager::Impl::ensureTracker(std::string &error)
         return true;
     const std::string path = detectorFactory ? detectorFactory->landmarkModelPath() : LandmarkModel::path();
     return tracker.initialize(path, error);
+}
+
+bool CoreManager::Impl::ensureSegmenter(std::string &error)
+{
+    if (segmenter && segmenter->isLoaded())
+        return true;
+    if (modelPath.empty()) {
+        error = "no segmentation model is set";
+        return false;
+    }
+    if (!segmenter)
+        segmenter = std::make_unique<SegmentationWorker>();
+    haveMask = false;
+    if (!segmenter->load(modelPath, error)) {
+        error = "the segmentation model cannot be used: " + error;
+        return false;
+    }
+    return true;
+}
+
+bool CoreManager::Impl::updateMask(const ImageBase &image, bool synchronous)
+{
+    if (!segmenter || !segmenter->isLoaded())
+        return false;
+    if (!compositor) {
+        compositor = std::make_unique<BackgroundCompositor>();
+        std::string error;
+        if (!compositor->initialize(error))
+            throw std::runtime_error(error);
+    }
+    const int type = image.colorSpace() == ColorSpace::Gray  ? CV_8UC1
+                     : image.colorSpace() == ColorSpace::RGB ? CV_8UC3
+                                                             : CV_8UC4;
+    const cv::Mat view(image.height(), image.width(), type, const_cast<uint8_t *>(image.data()),
+                       image.bytesPerLine());
+    cv::Mat small = PersonSegmenter::shrink(view, image.colorSpace() != ColorSpace::BGRA);
+    PersonSegmenter::Result result;
+    if (synchronous || !haveMask) {
+        // The first mask (and every mask in synchronous mode) belongs to its
+        // own frame; after that the mask of a frame is used on the next one.
+        result = segmenter->runNow(small);
+        compositor->setCoefficients(result.coefficients);
+        haveMask = true;
+        return true;
+    }
+    if (segmenter->takeResult(result))
+        compositor->setCoefficients(result.coefficients);
+    segmenter->submit(std::move(small));
+    return true;
+}
+
+Texture CoreManager::Impl::coverTexture(const ImageBase &image, Size frame)
+{
+    const cv::Mat view(image.height(), image.width(), CV_8UC4, const_cast<uint8_t *>(image.data()),
+                       image.bytesPerLine());
+    // The largest centred part of the picture with the frame's proportions.
+    const double scale = std::min(static_cast<double>(image.width()) / frame.width,
+                                  static_cast<double>(image.height()) / frame.height);
+    const int w = std::max(1, std::min(image.width(), static_cast<int>(std::lround(frame.width * scale))));
+    const int h = std::max(1, std::min(image.height(), static_cast<int>(std::lround(frame.height * scale))));
+    const cv::Rect crop((image.width() - w) / 2, (image.height() - h) / 2, w, h);
+    ImageBase scaled(frame.width, frame.height, ColorSpace::RGBA);
+    cv::Mat out(frame.height, frame.width, CV_8UC4, scaled.data(), scaled.bytesPerLine());
+    cv::resize(view(crop), out, out.size(), 0, 0, w > frame.width ? cv::INTER_AREA : cv::INTER_LINEAR);
+    return Texture::fromImage(scaled);
+}
+
+Texture CoreManager::Impl::applyBackground(const Texture &frame)
+{
+    switch (background.mode) {
+    case BackgroundEffect::Mode::Off:
+        break;
+    case BackgroundEffect::Mode::Blur:
+        return compositor->blur(frame, background.blurStrength);
+    case BackgroundEffect::Mode::Image:
+        if (!backgroundTexture.isValid() || backgroundTexture.size() != frame.size())
+            backgroundTexture = coverTexture(*backgroundImage, frame.size());
+        return compositor->replace(frame, backgroundTexture);
+    }
+    return frame;
 }
 
 bool CoreManager::Impl::needsFaces(const LensManifest &manifest)
@@ -110,6 +214,8 @@ CoreManager::~CoreManager()
         m_effects->setComplexEffect(nullptr);
         d->retired.clear();
         d->passthrough.reset();
+        d->compositor.reset();
+        d->backgroundTexture = Texture();
         d->camera = Texture();
     }
 }
@@ -135,8 +241,25 @@ TextureWithTransform CoreManager::processFrameToTexture(const ImageBase &image, 
                       config.outputHeight > 0 ? config.outputHeight : image.height()};
     std::shared_ptr<ComplexEffect> effect = m_effects->getComplexEffect();
     m_faces.clear();
+    const bool lensReadsMask = effect && effect->renderer().usesSegmentation();
+    Texture source = d->camera;
+    try {
+        if ((d->background.mode != BackgroundEffect::Mode::Off || lensReadsMask) &&
+            d->updateMask(image, synchronousDetection)) {
+            source = d->applyBackground(d->camera);
+            if (lensReadsMask)
+                effect->renderer().setSegmentation(d->compositor->renderMask(
+                    d->camera, {std::max(1, image.width() / 2), std::max(1, image.height() / 2)}));
+        }
+    } catch (const std::exception &e) {
+        // The frame goes on without segmentation rather than failing.
+        m_lastError = std::string("Background effect switched off: ") + e.what();
+        d->background = BackgroundEffect();
+        d->segmenter.reset();
+        source = d->camera;
+    }
     if (!effect) {
-        Texture out = d->camera;
+        Texture out = source;
         if (output != image.getSize()) {
             // Only resizing is needed: render through an empty lens.
             if (!d->passthrough) {
@@ -146,7 +269,7 @@ TextureWithTransform CoreManager::processFrameToTexture(const ImageBase &image, 
                 if (!d->passthrough->load(*d->emptyScene, error))
                     throw std::runtime_error(error);
             }
-            out = d->passthrough->render(d->camera, *d->emptyScene, {}, output, false);
+            out = d->passthrough->render(source, *d->emptyScene, {}, output, false);
         }
         return TextureWithTransform(out, d->cameraInfo.transform);
     }
@@ -161,7 +284,7 @@ TextureWithTransform CoreManager::processFrameToTexture(const ImageBase &image, 
     if (auto assets = d->remoteAssets.lock())
         scene->getAssetSystem()->requestAll(*assets);
     scene->update(m_faces, now - effect->startTime);
-    Texture out = effect->renderer().render(d->camera, *scene, m_faces, output, d->drawTrackingDebug);
+    Texture out = effect->renderer().render(source, *scene, m_faces, output, d->drawTrackingDebug);
     return TextureWithTransform(out, d->cameraInfo.transform);
 }
 
@@ -192,6 +315,12 @@ bool CoreManager::useComplexEffect(std::shared_ptr<ComplexEffectDescriptor> desc
     if (!renderer->load(*scene, m_lastError))
         return false;
     scene->setTouchUsedByShaders(renderer->usesTouch());
+    if (renderer->usesSegmentation()) {
+        // Without a model the lens still runs; its shaders see the whole
+        // picture as the person.
+        std::string ignored;
+        d->ensureSegmenter(ignored);
+    }
     scene->setHintsDelegate(d->hints);
     m_effects->setComplexEffect(std::make_shared<ComplexEffect>(scene, std::move(renderer)));
     // The delegate looks the scene up through this manager, so ask only now.
@@ -225,15 +354,48 @@ void CoreManager::restartTracking(const TrackingRequestInfo &info)
 
 void CoreManager::setSegmentationModelPath(const std::string &path)
 {
-    (void)path;
+    if (path == d->modelPath)
+        return;
+    d->modelPath = path;
+    d->segmenter.reset();
+    d->haveMask = false;
+    if (d->background.mode == BackgroundEffect::Mode::Off)
+        return;
+    std::string error;
+    if (!d->ensureSegmenter(error)) {
+        m_lastError = "Background effect switched off: " + error;
+        d->background = BackgroundEffect();
+    }
 }
 
 bool CoreManager::setBackgroundEffect(const BackgroundEffect &effect)
 {
+    m_lastError.clear();
+    d->background = BackgroundEffect();
+    d->backgroundImage.reset();
+    d->backgroundTexture = Texture();
     if (effect.mode == BackgroundEffect::Mode::Off)
         return true;
-    m_lastError = "Background effects are not available in this build";
-    return false;
+    std::string error;
+    if (!d->ensureSegmenter(error)) {
+        m_lastError = "Background effect unavailable: " + error;
+        return false;
+    }
+    if (effect.mode == BackgroundEffect::Mode::Image) {
+        std::error_code ec;
+        const auto size = std::filesystem::file_size(effect.imagePath, ec);
+        if (!ec && size > kMaxBackgroundImageBytes) {
+            m_lastError = "Background image \"" + effect.imagePath + "\" is larger than 64 MB";
+            return false;
+        }
+        d->backgroundImage = ImageFile::read(effect.imagePath, error);
+        if (!d->backgroundImage) {
+            m_lastError = "Background " + error;
+            return false;
+        }
+    }
+    d->background = effect;
+    return true;
 }
 
 bool CoreManager::processTouchEvent(const TouchEvent &event)
