@@ -7,6 +7,7 @@
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 #include <opencv2/videoio.hpp>
+#include <orb/complexeffectdescriptor.h>
 #include <orb/coremanager.h>
 #include <orb/personsegmenter.h>
 #include <orb/texturereader.h>
@@ -316,6 +317,35 @@ TEST_F(BackgroundEffects, BadModelOrImageIsRefusedAndFramesFlowUntouched)
     EXPECT_NE(core->getLastError().find("image"), std::string::npos) << core->getLastError();
     // ... after which blur still works.
     EXPECT_TRUE(core->setBackgroundEffect(blur)) << core->getLastError();
+}
+
+// The sample lens that reads the mask: background grey and dim, person in
+// colour. Without a model the lens still runs and sees only the person.
+TEST_F(BackgroundEffects, SpotlightLensReadsTheMask)
+{
+    const KnownFrame f = knownFrame(*cut, 3); // the cat behind the person
+    cv::Mat person, back;
+    regions(f, person, back);
+    // The lens turns the background into grey tinted (0.72, 0.85, 1.0).
+    auto redOverBlue = [](const cv::Mat &rgba, const cv::Mat &where) {
+        const cv::Scalar m = cv::mean(rgba, where);
+        return m[0] / std::max(1.0, m[2]);
+    };
+    const cv::Mat original = run(f.bgr);
+    auto lens =
+        std::make_shared<Orb::ComplexEffectDescriptor>("spotlight", TestFrames::dataPath("lenses/spotlight"));
+    ASSERT_TRUE(core->useComplexEffect(lens)) << core->getLastError();
+    const cv::Mat out = run(f.bgr);
+    EXPECT_NEAR(redOverBlue(out, back), 0.72, 0.05);
+    EXPECT_GT(std::abs(redOverBlue(original, back) - 0.72), 0.2);
+    EXPECT_GT(cv::mean(original, back)[1], 1.4 * cv::mean(out, back)[1]); // dimmed
+    EXPECT_LT(meanDifference(out, original, person), 6.0);
+
+    core->setSegmentationModelPath("/nonexistent/selfie.onnx");
+    ASSERT_TRUE(core->useComplexEffect(lens)) << core->getLastError();
+    const cv::Mat unmasked = run(f.bgr);
+    EXPECT_LT(meanDifference(unmasked, original, back), 2.0);
+    core->clearComplexEffect();
 }
 
 } // namespace

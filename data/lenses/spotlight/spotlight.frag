@@ -1,0 +1,21 @@
+// The person stays in colour; the background turns into a dim, cool
+// monochrome, and a thin glow traces the person's outline. u_segmentation is
+// the person mask (1 person, 0 background), filtered, so the glow is where
+// the mask changes fastest.
+uniform vec3 u_glow;
+uniform float u_dim;
+
+void main()
+{
+    vec3 c = texelFetch(u_input, ivec2(gl_FragCoord.xy), 0).rgb;
+    float person = texture(u_segmentation, v_uv).r;
+    float luma = dot(c, vec3(0.299, 0.587, 0.114));
+    vec3 back = vec3(luma * u_dim) * vec3(0.72, 0.85, 1.0);
+    vec2 d = 4.0 / u_resolution;
+    float edge = abs(texture(u_segmentation, v_uv + vec2(d.x, 0.0)).r - texture(u_segmentation, v_uv - vec2(d.x, 0.0)).r) +
+                 abs(texture(u_segmentation, v_uv + vec2(0.0, d.y)).r - texture(u_segmentation, v_uv - vec2(0.0, d.y)).r);
+    float pulse = 0.75 + 0.25 * sin(u_time * 3.0);
+    vec3 result = mix(back, c, person);
+    result = mix(result, u_glow, clamp(edge * 1.5 * pulse, 0.0, 1.0));
+    fragColor = vec4(result, 1.0);
+}
