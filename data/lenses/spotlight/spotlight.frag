@@ -1,8 +1,9 @@
 // The person stays in colour; the background turns into a dim, cool
 // monochrome, and a thin glow traces the person's outline. u_segmentation is
 // the person mask (1 person, 0 background), filtered, so the glow is where
-// the mask changes fastest.
+// the mask changes fastest. A smile warms the glow.
 uniform vec3 u_glow;
+uniform vec3 u_smileGlow;
 uniform float u_dim;
 
 void main()
@@ -15,7 +16,9 @@ void main()
     float edge = abs(texture(u_segmentation, v_uv + vec2(d.x, 0.0)).r - texture(u_segmentation, v_uv - vec2(d.x, 0.0)).r) +
                  abs(texture(u_segmentation, v_uv + vec2(0.0, d.y)).r - texture(u_segmentation, v_uv - vec2(0.0, d.y)).r);
     float pulse = 0.75 + 0.25 * sin(u_time * 3.0);
+    float smile = u_faceCount > 0 ? u_expressions[0].z : 0.0;
+    vec3 glow = mix(u_glow, u_smileGlow, smile);
     vec3 result = mix(back, c, person);
-    result = mix(result, u_glow, clamp(edge * 1.5 * pulse, 0.0, 1.0));
+    result = mix(result, glow, clamp(edge * 1.5 * pulse, 0.0, 1.0));
     fragColor = vec4(result, 1.0);
 }
