@@ -1,9 +1,9 @@
 #include "previewassets.h"
 
-#include <cstdio>
 #include <orb/assetsystem.h>
 #include <orb/complexeffect.h>
 #include <orb/coremanager.h>
+#include <cstdio>
 #include <orb/effectsmanager.h>
 #include <orb/fileutils.h>
 #include <orb/scene.h>

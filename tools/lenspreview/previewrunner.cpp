@@ -1,12 +1,12 @@
 #include "previewrunner.h"
 
+#include <orb/complexeffect.h>
 #include <cstdio>
+#include <orb/effectsmanager.h>
+#include <orb/externaleventsystem.h>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 #include <opencv2/videoio.hpp>
-#include <orb/complexeffect.h>
-#include <orb/effectsmanager.h>
-#include <orb/externaleventsystem.h>
 #include <orb/scene.h>
 #include <sys/stat.h>
 

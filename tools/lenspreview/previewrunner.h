@@ -3,9 +3,9 @@
 #include "previewassets.h"
 #include "previewoptions.h"
 
+#include <orb/coremanager.h>
 #include <memory>
 #include <opencv2/core.hpp>
-#include <orb/coremanager.h>
 #include <orb/texturereader.h>
 
 // Runs a lens over a still image or a video and writes what it renders.
