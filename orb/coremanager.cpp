@@ -3,6 +3,7 @@
 #include "assetsystem.h"
 #include "backgroundcompositor.h"
 #include "complexeffect.h"
+#include "cpubackgroundcompositor.h"
 #include "effectsmanager.h"
 #include "experimentprovider.h"
 #include "facefeaturedetectorfactory.h"
@@ -18,6 +19,7 @@
 #include "texture.h"
 
 #include <chrono>
+#include <cstdlib>
 #include <filesystem>
 #include <opencv2/imgproc.hpp>
 #include <stdexcept>
@@ -48,11 +50,19 @@ struct CoreManager::Impl
     // mask. The model loads on first use.
     std::string modelPath;
     std::unique_ptr<SegmentationWorker> segmenter;
-    std::unique_ptr<BackgroundCompositor> compositor;
     bool haveMask = false;
+    cv::Mat coefficients; // the newest guided-filter coefficients
+    bool coefficientsChanged = false;
     BackgroundEffect background;
     std::shared_ptr<ImageBase> backgroundImage;
+    // Compositing runs on the GPU, or on the CPU under a software renderer.
+    int cpuCompositing = -1; // -1: not decided yet
+    std::unique_ptr<BackgroundCompositor> compositor;
+    std::unique_ptr<CpuBackgroundCompositor> cpuCompositor;
     Texture backgroundTexture; // the image cropped and scaled to the frame
+    cv::Mat backgroundFrame;   // the same in memory, for the CPU
+    cv::Mat frameRgba;         // the frame being composited on the CPU
+    Texture lensMask;          // the mask for lenses, from the CPU
 
     std::weak_ptr<CompassTrackerDelegate> compass;
     std::weak_ptr<LocationTrackerDelegate> location;
@@ -66,8 +76,10 @@ struct CoreManager::Impl
     bool ensureTracker(std::string &error);
     bool ensureSegmenter(std::string &error);
     bool updateMask(const ImageBase &image, bool synchronous);
-    Texture applyBackground(const Texture &camera);
-    static Texture coverTexture(const ImageBase &image, Size frame);
+    bool useCpuCompositing();
+    Texture composeOnGpu(const Texture &camera, bool lensMask, Mosaica::SceneRenderer *renderer);
+    Texture composeOnCpu(const ImageBase &image, Mosaica::SceneRenderer *renderer);
+    static cv::Mat coverImage(const ImageBase &image, Size frame);
     static bool needsFaces(const LensManifest &manifest);
 };
 
@@ -115,12 +127,6 @@ bool CoreManager::Impl::updateMask(const ImageBase &image, bool synchronous)
 {
     if (!segmenter || !segmenter->isLoaded())
         return false;
-    if (!compositor) {
-        compositor = std::make_unique<BackgroundCompositor>();
-        std::string error;
-        if (!compositor->initialize(error))
-            throw std::runtime_error(error);
-    }
     const int type = image.colorSpace() == ColorSpace::Gray  ? CV_8UC1
                      : image.colorSpace() == ColorSpace::RGB ? CV_8UC3
                                                              : CV_8UC4;
@@ -132,17 +138,36 @@ bool CoreManager::Impl::updateMask(const ImageBase &image, bool synchronous)
         // The first mask (and every mask in synchronous mode) belongs to its
         // own frame; after that the mask of a frame is used on the next one.
         result = segmenter->runNow(small);
-        compositor->setCoefficients(result.coefficients);
-        haveMask = true;
+        coefficients = result.coefficients;
+        coefficientsChanged = haveMask = true;
         return true;
     }
-    if (segmenter->takeResult(result))
-        compositor->setCoefficients(result.coefficients);
+    if (segmenter->takeResult(result)) {
+        coefficients = result.coefficients;
+        coefficientsChanged = true;
+    }
     segmenter->submit(std::move(small));
     return true;
 }
 
-Texture CoreManager::Impl::coverTexture(const ImageBase &image, Size frame)
+bool CoreManager::Impl::useCpuCompositing()
+{
+    if (cpuCompositing < 0) {
+        // A software renderer spends more processor time on one full-size
+        // pass than the CPU needs for the whole effect.
+        const char *forced = std::getenv("GLINT_BACKGROUND_COMPOSITING");
+        const std::string renderer = context ? context->renderer() : std::string();
+        if (forced && (std::string(forced) == "cpu" || std::string(forced) == "gpu"))
+            cpuCompositing = std::string(forced) == "cpu";
+        else
+            cpuCompositing = renderer.find("llvmpipe") != std::string::npos ||
+                             renderer.find("softpipe") != std::string::npos ||
+                             renderer.find("Software") != std::string::npos;
+    }
+    return cpuCompositing == 1;
+}
+
+cv::Mat CoreManager::Impl::coverImage(const ImageBase &image, Size frame)
 {
     const cv::Mat view(image.height(), image.width(), CV_8UC4, const_cast<uint8_t *>(image.data()),
                        image.bytesPerLine());
@@ -152,25 +177,93 @@ Texture CoreManager::Impl::coverTexture(const ImageBase &image, Size frame)
     const int w = std::max(1, std::min(image.width(), static_cast<int>(std::lround(frame.width * scale))));
     const int h = std::max(1, std::min(image.height(), static_cast<int>(std::lround(frame.height * scale))));
     const cv::Rect crop((image.width() - w) / 2, (image.height() - h) / 2, w, h);
-    ImageBase scaled(frame.width, frame.height, ColorSpace::RGBA);
-    cv::Mat out(frame.height, frame.width, CV_8UC4, scaled.data(), scaled.bytesPerLine());
-    cv::resize(view(crop), out, out.size(), 0, 0, w > frame.width ? cv::INTER_AREA : cv::INTER_LINEAR);
-    return Texture::fromImage(scaled);
+    cv::Mat out;
+    cv::resize(view(crop), out, cv::Size(frame.width, frame.height), 0, 0,
+               w > frame.width ? cv::INTER_AREA : cv::INTER_LINEAR);
+    return out;
 }
 
-Texture CoreManager::Impl::applyBackground(const Texture &frame)
+Texture CoreManager::Impl::composeOnGpu(const Texture &frame, bool lensMask, Mosaica::SceneRenderer *renderer)
 {
+    if (!compositor) {
+        compositor = std::make_unique<BackgroundCompositor>();
+        std::string error;
+        if (!compositor->initialize(error))
+            throw std::runtime_error(error);
+        coefficientsChanged = true;
+    }
+    if (coefficientsChanged)
+        compositor->setCoefficients(coefficients);
+    coefficientsChanged = false;
+    if (lensMask)
+        renderer->setSegmentation(
+            compositor->renderMask(frame, {std::max(1, frame.width() / 2), std::max(1, frame.height() / 2)}));
     switch (background.mode) {
     case BackgroundEffect::Mode::Off:
         break;
     case BackgroundEffect::Mode::Blur:
         return compositor->blur(frame, background.blurStrength);
     case BackgroundEffect::Mode::Image:
-        if (!backgroundTexture.isValid() || backgroundTexture.size() != frame.size())
-            backgroundTexture = coverTexture(*backgroundImage, frame.size());
+        if (!backgroundTexture.isValid() || backgroundTexture.size() != frame.size()) {
+            cv::Mat cover = coverImage(*backgroundImage, frame.size());
+            backgroundTexture =
+                Texture::fromImage(ImageBase(cover.data, cover.cols, cover.rows, static_cast<int>(cover.step),
+                                             ColorSpace::RGBA, ImageBase::doNothingDeallocator));
+        }
         return compositor->replace(frame, backgroundTexture);
     }
     return frame;
+}
+
+Texture CoreManager::Impl::composeOnCpu(const ImageBase &image, Mosaica::SceneRenderer *renderer)
+{
+    if (!cpuCompositor)
+        cpuCompositor = std::make_unique<CpuBackgroundCompositor>();
+    cpuCompositor->setCoefficients(coefficients);
+    const int type = image.colorSpace() == ColorSpace::Gray  ? CV_8UC1
+                     : image.colorSpace() == ColorSpace::RGB ? CV_8UC3
+                                                             : CV_8UC4;
+    const cv::Mat view(image.height(), image.width(), type, const_cast<uint8_t *>(image.data()),
+                       image.bytesPerLine());
+    switch (image.colorSpace()) {
+    case ColorSpace::RGBA:
+        view.copyTo(frameRgba);
+        break;
+    case ColorSpace::BGRA:
+        cv::cvtColor(view, frameRgba, cv::COLOR_BGRA2RGBA);
+        break;
+    case ColorSpace::RGB:
+        cv::cvtColor(view, frameRgba, cv::COLOR_RGB2RGBA);
+        break;
+    case ColorSpace::Gray:
+        cv::cvtColor(view, frameRgba, cv::COLOR_GRAY2RGBA);
+        break;
+    }
+    switch (background.mode) {
+    case BackgroundEffect::Mode::Off:
+        cpuCompositor->computeMask(frameRgba);
+        break;
+    case BackgroundEffect::Mode::Blur:
+        cpuCompositor->blur(frameRgba, background.blurStrength);
+        break;
+    case BackgroundEffect::Mode::Image:
+        if (backgroundFrame.size() != frameRgba.size())
+            backgroundFrame = coverImage(*backgroundImage, image.getSize());
+        cpuCompositor->replace(frameRgba, backgroundFrame);
+        break;
+    }
+    if (renderer) {
+        cv::Mat half;
+        cv::resize(cpuCompositor->mask(), half,
+                   cv::Size(std::max(1, image.width() / 2), std::max(1, image.height() / 2)), 0, 0,
+                   cv::INTER_AREA);
+        lensMask.upload(ImageBase(half.data, half.cols, half.rows, static_cast<int>(half.step),
+                                  ColorSpace::Gray, ImageBase::doNothingDeallocator));
+        renderer->setSegmentation(lensMask);
+    }
+    camera.upload(ImageBase(frameRgba.data, frameRgba.cols, frameRgba.rows, static_cast<int>(frameRgba.step),
+                            ColorSpace::RGBA, ImageBase::doNothingDeallocator));
+    return camera;
 }
 
 bool CoreManager::Impl::needsFaces(const LensManifest &manifest)
@@ -216,6 +309,7 @@ CoreManager::~CoreManager()
         d->passthrough.reset();
         d->compositor.reset();
         d->backgroundTexture = Texture();
+        d->lensMask = Texture();
         d->camera = Texture();
     }
 }
@@ -236,26 +330,32 @@ TextureWithTransform CoreManager::processFrameToTexture(const ImageBase &image, 
         timestamp.isValid()
             ? timestamp.seconds()
             : std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
-    d->camera.upload(image);
     const Size output{config.outputWidth > 0 ? config.outputWidth : image.width(),
                       config.outputHeight > 0 ? config.outputHeight : image.height()};
     std::shared_ptr<ComplexEffect> effect = m_effects->getComplexEffect();
     m_faces.clear();
     const bool lensReadsMask = effect && effect->renderer().usesSegmentation();
-    Texture source = d->camera;
+    Mosaica::SceneRenderer *maskReader = lensReadsMask ? &effect->renderer() : nullptr;
+    Texture source;
     try {
         if ((d->background.mode != BackgroundEffect::Mode::Off || lensReadsMask) &&
             d->updateMask(image, synchronousDetection)) {
-            source = d->applyBackground(d->camera);
-            if (lensReadsMask)
-                effect->renderer().setSegmentation(d->compositor->renderMask(
-                    d->camera, {std::max(1, image.width() / 2), std::max(1, image.height() / 2)}));
+            if (d->useCpuCompositing()) {
+                source = d->composeOnCpu(image, maskReader);
+            } else {
+                d->camera.upload(image);
+                source = d->composeOnGpu(d->camera, lensReadsMask, maskReader);
+            }
         }
     } catch (const std::exception &e) {
         // The frame goes on without segmentation rather than failing.
         m_lastError = std::string("Background effect switched off: ") + e.what();
         d->background = BackgroundEffect();
         d->segmenter.reset();
+        source = Texture();
+    }
+    if (!source.isValid()) {
+        d->camera.upload(image);
         source = d->camera;
     }
     if (!effect) {
@@ -374,6 +474,7 @@ bool CoreManager::setBackgroundEffect(const BackgroundEffect &effect)
     d->background = BackgroundEffect();
     d->backgroundImage.reset();
     d->backgroundTexture = Texture();
+    d->backgroundFrame.release();
     if (effect.mode == BackgroundEffect::Mode::Off)
         return true;
     std::string error;
