@@ -4,6 +4,7 @@
 #include "cpubackgroundcompositor.h"
 #include "imagebase.h"
 #include "imagefile.h"
+#include "picturesize.h"
 #include "scenerenderer.h"
 #include "segmentationworker.h"
 
@@ -19,6 +20,8 @@ namespace Orb {
 namespace {
 // Background pictures beyond this are refused before decoding.
 constexpr std::uintmax_t kMaxBackgroundImageBytes = 64ull * 1024 * 1024;
+// ... and so are pictures that would decode to more pixels than this.
+constexpr long long kMaxBackgroundPixels = 50'000'000;
 } // namespace
 
 BackgroundStage::BackgroundStage() = default;
@@ -60,7 +63,17 @@ bool BackgroundStage::setEffect(const BackgroundEffect &effect, std::string &err
         std::error_code ec;
         const auto size = std::filesystem::file_size(effect.imagePath, ec);
         if (!ec && size > kMaxBackgroundImageBytes) {
-            error = "Background image \"" + effect.imagePath + "\" is larger than 64 MB";
+            error = "Background picture \"" + effect.imagePath + "\" is larger than 64 MB";
+            return false;
+        }
+        int width = 0, height = 0;
+        if (!PictureSize::read(effect.imagePath, width, height, error)) {
+            error = "Background " + error;
+            return false;
+        }
+        if (static_cast<long long>(width) * height > kMaxBackgroundPixels) {
+            error = "Background picture \"" + effect.imagePath + "\" is " + std::to_string(width) + "x" +
+                    std::to_string(height) + ", more than 50 megapixels";
             return false;
         }
         m_image = ImageFile::read(effect.imagePath, error);

@@ -10,6 +10,7 @@
 #include <orb/complexeffectdescriptor.h>
 #include <orb/coremanager.h>
 #include <orb/personsegmenter.h>
+#include <orb/picturesize.h>
 #include <orb/texturereader.h>
 
 namespace {
@@ -308,13 +309,29 @@ TEST_F(BackgroundEffects, BadModelOrImageIsRefusedAndFramesFlowUntouched)
     std::filesystem::remove(garbage);
     std::filesystem::remove(truncated);
 
-    // A good model with a picture that is not one.
+    // A good model with pictures that cannot be used: missing, not a picture,
+    // and a PNG whose header claims a size too large to decode.
     core->setSegmentationModelPath(kModel);
-    Orb::BackgroundEffect image;
-    image.mode = Orb::BackgroundEffect::Mode::Image;
-    image.imagePath = kModel;
-    EXPECT_FALSE(core->setBackgroundEffect(image));
-    EXPECT_NE(core->getLastError().find("image"), std::string::npos) << core->getLastError();
+    const std::string huge = (dir / "glint-seg-huge.png").string();
+    {
+        cv::Mat small(8, 8, CV_8UC3, cv::Scalar::all(0));
+        std::vector<uchar> png;
+        cv::imencode(".png", small, png);
+        png[16] = png[20] = 0x00, png[17] = png[21] = 0x01; // 65536 x 65536 (+ the 8 below)
+        std::ofstream(huge, std::ios::binary).write(reinterpret_cast<const char *>(png.data()), png.size());
+    }
+    for (const auto &[picture, reason] :
+         {std::pair<std::string, std::string>{"/nonexistent/back.png", "missing"},
+          {kModel, "not a PNG or JPEG"},
+          {huge, "more than 50 megapixels"}}) {
+        Orb::BackgroundEffect image;
+        image.mode = Orb::BackgroundEffect::Mode::Image;
+        image.imagePath = picture;
+        EXPECT_FALSE(core->setBackgroundEffect(image)) << picture;
+        EXPECT_NE(core->getLastError().find(reason), std::string::npos) << core->getLastError();
+        EXPECT_NE(core->getLastError().find(picture), std::string::npos) << core->getLastError();
+    }
+    std::filesystem::remove(huge);
     // ... after which blur still works.
     EXPECT_TRUE(core->setBackgroundEffect(blur)) << core->getLastError();
 }
@@ -346,6 +363,34 @@ TEST_F(BackgroundEffects, SpotlightLensReadsTheMask)
     const cv::Mat unmasked = run(f.bgr);
     EXPECT_LT(meanDifference(unmasked, original, back), 2.0);
     core->clearComplexEffect();
+}
+
+// Picture sizes come from the headers, before any decoding.
+TEST(PictureSize, ReadsPngAndJpegHeadersAndRefusesDamagedOnes)
+{
+    const auto dir = std::filesystem::temp_directory_path();
+    const cv::Mat picture(360, 640, CV_8UC3, cv::Scalar(10, 200, 30));
+    for (const std::string ext : {".png", ".jpg"}) {
+        std::vector<uchar> bytes;
+        cv::imencode(ext, picture, bytes);
+        const std::string whole = (dir / ("glint-size" + ext)).string();
+        const std::string cut = (dir / ("glint-size-cut" + ext)).string();
+        std::ofstream(whole, std::ios::binary)
+            .write(reinterpret_cast<const char *>(bytes.data()), bytes.size());
+        // JPEG: cut inside the segments before the frame header.
+        std::ofstream(cut, std::ios::binary).write(reinterpret_cast<const char *>(bytes.data()), 30);
+        int width = 0, height = 0;
+        std::string error;
+        EXPECT_TRUE(Orb::PictureSize::read(whole, width, height, error)) << ext << ": " << error;
+        EXPECT_EQ(width, 640) << ext;
+        EXPECT_EQ(height, 360) << ext;
+        if (ext == ".jpg") {
+            EXPECT_FALSE(Orb::PictureSize::read(cut, width, height, error));
+            EXPECT_NE(error.find("damaged JPEG"), std::string::npos) << error;
+        }
+        std::filesystem::remove(whole);
+        std::filesystem::remove(cut);
+    }
 }
 
 } // namespace
