@@ -59,8 +59,9 @@ void CpuBackgroundCompositor::blur(cv::Mat &rgba, BackgroundEffect::BlurStrength
     cv::Mat planes[4] = {weight, weight, weight, weight};
     cv::merge(planes, 4, weight4);
     colour = colour.mul(weight4);
-    // Strong blurs twice with sigma 3, as the GPU does: sigma 3 * sqrt(2).
-    const double sigma = strong ? 4.24 : 2.0;
+    // The GPU blurs with 9 taps (sigma 2; Strong: sigma 3, twice); the tails
+    // it cuts off make its Strong blur about sigma 3.3.
+    const double sigma = strong ? 3.3 : 2.0;
     cv::GaussianBlur(colour, colour, cv::Size(), sigma, sigma, cv::BORDER_REPLICATE);
     cv::GaussianBlur(weight4, weight4, cv::Size(), sigma, sigma, cv::BORDER_REPLICATE);
     cv::max(weight4, 0.004, weight4);
