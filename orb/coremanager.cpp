@@ -1,6 +1,7 @@
 #include "coremanager.h"
 
 #include "assetsystem.h"
+#include "backgroundstage.h"
 #include "complexeffect.h"
 #include "effectsmanager.h"
 #include "experimentprovider.h"
@@ -33,6 +34,9 @@ struct CoreManager::Impl
     // Resizes frames when no lens is in use.
     std::unique_ptr<Mosaica::Scene> emptyScene;
     std::unique_ptr<Mosaica::SceneRenderer> passthrough;
+
+    // Person segmentation and the background effect.
+    BackgroundStage background;
 
     std::weak_ptr<CompassTrackerDelegate> compass;
     std::weak_ptr<LocationTrackerDelegate> location;
@@ -110,6 +114,7 @@ CoreManager::~CoreManager()
         m_effects->setComplexEffect(nullptr);
         d->retired.clear();
         d->passthrough.reset();
+        d->background.releaseGl();
         d->camera = Texture();
     }
 }
@@ -130,13 +135,16 @@ TextureWithTransform CoreManager::processFrameToTexture(const ImageBase &image, 
         timestamp.isValid()
             ? timestamp.seconds()
             : std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
-    d->camera.upload(image);
     const Size output{config.outputWidth > 0 ? config.outputWidth : image.width(),
                       config.outputHeight > 0 ? config.outputHeight : image.height()};
     std::shared_ptr<ComplexEffect> effect = m_effects->getComplexEffect();
     m_faces.clear();
+    Mosaica::SceneRenderer *maskReader =
+        effect && effect->renderer().usesSegmentation() ? &effect->renderer() : nullptr;
+    const Texture source =
+        d->background.process(image, d->camera, synchronousDetection, maskReader, m_lastError);
     if (!effect) {
-        Texture out = d->camera;
+        Texture out = source;
         if (output != image.getSize()) {
             // Only resizing is needed: render through an empty lens.
             if (!d->passthrough) {
@@ -146,7 +154,7 @@ TextureWithTransform CoreManager::processFrameToTexture(const ImageBase &image, 
                 if (!d->passthrough->load(*d->emptyScene, error))
                     throw std::runtime_error(error);
             }
-            out = d->passthrough->render(d->camera, *d->emptyScene, {}, output, false);
+            out = d->passthrough->render(source, *d->emptyScene, {}, output, false);
         }
         return TextureWithTransform(out, d->cameraInfo.transform);
     }
@@ -161,7 +169,7 @@ TextureWithTransform CoreManager::processFrameToTexture(const ImageBase &image, 
     if (auto assets = d->remoteAssets.lock())
         scene->getAssetSystem()->requestAll(*assets);
     scene->update(m_faces, now - effect->startTime);
-    Texture out = effect->renderer().render(d->camera, *scene, m_faces, output, d->drawTrackingDebug);
+    Texture out = effect->renderer().render(source, *scene, m_faces, output, d->drawTrackingDebug);
     return TextureWithTransform(out, d->cameraInfo.transform);
 }
 
@@ -192,6 +200,12 @@ bool CoreManager::useComplexEffect(std::shared_ptr<ComplexEffectDescriptor> desc
     if (!renderer->load(*scene, m_lastError))
         return false;
     scene->setTouchUsedByShaders(renderer->usesTouch());
+    if (renderer->usesSegmentation()) {
+        // Without a model the lens still runs; its shaders see the whole
+        // picture as the person.
+        std::string ignored;
+        d->background.ensureSegmenter(ignored);
+    }
     scene->setHintsDelegate(d->hints);
     m_effects->setComplexEffect(std::make_shared<ComplexEffect>(scene, std::move(renderer)));
     // The delegate looks the scene up through this manager, so ask only now.
@@ -225,15 +239,15 @@ void CoreManager::restartTracking(const TrackingRequestInfo &info)
 
 void CoreManager::setSegmentationModelPath(const std::string &path)
 {
-    (void)path;
+    std::string error;
+    if (!d->background.setModelPath(path, error))
+        m_lastError = "Background effect switched off: " + error;
 }
 
 bool CoreManager::setBackgroundEffect(const BackgroundEffect &effect)
 {
-    if (effect.mode == BackgroundEffect::Mode::Off)
-        return true;
-    m_lastError = "Background effects are not available in this build";
-    return false;
+    m_lastError.clear();
+    return d->background.setEffect(effect, m_lastError);
 }
 
 bool CoreManager::processTouchEvent(const TouchEvent &event)

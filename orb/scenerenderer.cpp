@@ -60,6 +60,7 @@ struct EffectRuntime
     std::map<std::string, ImageSlot> samplers; // extra shader images
     std::unique_ptr<RenderTarget> reduced;     // for passes below full size
     bool readsTouch = false;
+    bool readsSegmentation = false;
 };
 
 struct FaceUniforms
@@ -137,6 +138,8 @@ struct SceneRenderer::Impl
     ShaderProgram sticker;
     RenderTarget full[2];
     Texture transparent; // stands in for images that are not (yet) there
+    Texture everyone;    // the person mask when there is none: all person
+    Texture segmentation;
     unsigned vao = 0;
 
     // The texture the next pass reads, and which full target holds it
@@ -182,6 +185,7 @@ bool SceneRenderer::Impl::loadEffect(EffectRuntime &e, std::string &error)
         }
         e.readsTouch =
             source.find("u_tap") != std::string::npos || source.find("u_touch") != std::string::npos;
+        e.readsSegmentation = source.find("u_segmentation") != std::string::npos;
         e.program = std::make_unique<ShaderProgram>();
         if (!compile(*e.program, ShaderLibrary::fullScreenVertex(), ShaderLibrary::lensFragment(source), path,
                      error))
@@ -297,6 +301,11 @@ void SceneRenderer::Impl::bindPassInputs(EffectRuntime &e, ShaderProgram &progra
             glActiveTexture(GL_TEXTURE0 + unit);
             glBindTexture(GL_TEXTURE_2D, t ? t->id() : transparent.id());
             program.setInt(name, unit++);
+        }
+        if (e.readsSegmentation) {
+            glActiveTexture(GL_TEXTURE0 + unit);
+            glBindTexture(GL_TEXTURE_2D, segmentation.isValid() ? segmentation.id() : everyone.id());
+            program.setInt("u_segmentation", unit++);
         }
     }
     glActiveTexture(GL_TEXTURE0);
@@ -430,6 +439,9 @@ bool SceneRenderer::load(const Scene &scene, std::string &error)
     d->folder = manifest.folder;
     glGenVertexArrays(1, &d->vao);
     d->transparent = Texture::fromImage(ImageBase(1, 1, ColorSpace::RGBA));
+    ImageBase white(1, 1, ColorSpace::Gray);
+    white.data()[0] = 255;
+    d->everyone = Texture::fromImage(white);
     const std::string &vertex = ShaderLibrary::fullScreenVertex();
     if (!d->compile(d->sticker, ShaderLibrary::stickerVertex(), ShaderLibrary::stickerFragment(), "sticker",
                     error))
@@ -460,6 +472,20 @@ bool SceneRenderer::usesTouch() const
             return true;
     }
     return false;
+}
+
+bool SceneRenderer::usesSegmentation() const
+{
+    for (const auto &e : d->effects) {
+        if (e.readsSegmentation)
+            return true;
+    }
+    return false;
+}
+
+void SceneRenderer::setSegmentation(const Texture &mask)
+{
+    d->segmentation = mask;
 }
 
 Texture SceneRenderer::render(const Texture &camera, const Scene &scene, const std::vector<Face> &faces,

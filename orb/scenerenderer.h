@@ -26,6 +26,11 @@ public:
     bool load(const Scene &scene, std::string &error);
     // Whether a lens shader reads tap or touch input.
     bool usesTouch() const;
+    // Whether a lens shader reads the person mask (u_segmentation).
+    bool usesSegmentation() const;
+    // The person mask the next frames' shaders read (red: 1 person, 0
+    // background). Without one they read "person everywhere".
+    void setSegmentation(const Texture &mask);
 
     // Renders one frame. Faces are in camera texture pixels. Throws
     // std::runtime_error when OpenGL reports a failure.

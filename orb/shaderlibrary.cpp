@@ -83,6 +83,7 @@ uniform vec2 u_mouth[4];
 uniform float u_faceRoll[4];
 uniform vec4 u_expressions[4];
 uniform vec2 u_landmarks[68];
+uniform sampler2D u_segmentation;
 in vec2 v_uv;
 out vec4 fragColor;
 )";

@@ -48,6 +48,7 @@ protected:
     static void SetUpTestSuite()
     {
         core = new CoreManager(nullptr, false, nullptr, nullptr);
+        core->setSegmentationModelPath(ORB_SEGMENTATION_MODEL);
         frameOwner = TestFrames::toImage(TestFrames::place(TestFrames::load("astronaut.png"), 384, 0, 1.4));
         frame = frameOwner.get();
     }

@@ -23,7 +23,8 @@ std::string PreviewOptions::usage()
            "  --event NAME@SECONDS  send an external event at that lens time\n"
            "  --assets DIR        serve remote assets from DIR\n"
            "                      (default: ../PrecachedAssets.bundle from the lens folder)\n"
-           "  --debug             mark the tracked landmarks\n";
+           "  --debug             mark the tracked landmarks\n"
+           "  --segmentation FILE the person-segmentation model (default: the build's)\n";
 }
 
 bool PreviewOptions::parse(int argc, char **argv, std::string &message)
@@ -57,6 +58,8 @@ bool PreviewOptions::parse(int argc, char **argv, std::string &message)
             inputs.push_back({std::atof(v.c_str() + at + 1), v.substr(0, at)});
         } else if (arg == "--assets") {
             assetsFolder = value();
+        } else if (arg == "--segmentation") {
+            segmentationModel = value();
         } else if (arg == "--debug") {
             debug = true;
         } else if (arg == "--help" || arg == "-h") {

@@ -23,6 +23,8 @@ struct PreviewOptions
     int canvasWidth = 0, canvasHeight = 0; // place a still image on a canvas
     bool debug = false;
     std::string assetsFolder; // empty: the bundle beside the lens folder's parent
+    // The person-segmentation model for lenses that read the mask.
+    std::string segmentationModel = LENSPREVIEW_SEGMENTATION_MODEL;
     std::vector<Input> inputs;
 
     // Returns false with a message (usage or the bad argument).

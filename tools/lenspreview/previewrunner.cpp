@@ -41,6 +41,7 @@ bool PreviewRunner::loadLens()
     m_core = std::make_unique<Orb::CoreManager>(nullptr, m_options.debug, nullptr, nullptr);
     m_assets = std::make_shared<PreviewAssets>(*m_core, m_options.assetsFolder);
     m_core->setRemoteAssetsDelegate(m_assets);
+    m_core->setSegmentationModelPath(m_options.segmentationModel);
     auto descriptor = std::make_shared<Orb::ComplexEffectDescriptor>("preview", m_options.lensFolder);
     if (!m_core->useComplexEffect(descriptor)) {
         std::fprintf(stderr, "lens does not load: %s\n", m_core->getLastError().c_str());
