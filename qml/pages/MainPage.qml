@@ -4,7 +4,7 @@ import QtQuick.Layouts 1.15
 import Style 1.0
 import "../components"
 
-// The camera picture beside the lens panel.
+// The camera picture beside the background control and the lens panel.
 Item {
     id: page
     objectName: "mainPage"
@@ -50,9 +50,17 @@ Item {
             }
         }
 
-        LensPanel {
+        ColumnLayout {
             Layout.preferredWidth: 340
+            Layout.maximumWidth: 340
             Layout.fillHeight: true
+            spacing: Style.spacing
+
+            BackgroundPanel { Layout.fillWidth: true }
+            LensPanel {
+                Layout.fillWidth: true
+                Layout.fillHeight: true
+            }
         }
     }
 }
