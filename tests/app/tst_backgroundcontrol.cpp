@@ -1,8 +1,6 @@
 // The Background control as the user meets it: the real application on the
 // X display of the test run, showing the demo camera, with the effect chosen
 // by clicking the control. The window's picture is taken from the X server.
-#include "../video/processing/backgroundmeasure.h"
-
 #include <QDir>
 #include <QQmlApplicationEngine>
 #include <QQmlContext>
@@ -27,6 +25,25 @@ QTemporaryDir *g_dir = nullptr;
 const QString kArtifacts = QStringLiteral(GLINT_ARTIFACTS_DIR);
 // What the core says while it is built without its background effects.
 const QString kNotInThisBuild = QStringLiteral("Background effects are not available in this build");
+
+// Fine detail of a region given in fractions of the picture: the mean
+// absolute Laplacian of the luminance (stripes and edges give tens, a
+// blurred region a few units).
+double detail(const QImage &image, double left, double top, double width, double height)
+{
+    const QImage grey = image.convertToFormat(QImage::Format_Grayscale8);
+    const QRect area = QRect(int(grey.width() * left), int(grey.height() * top), int(grey.width() * width),
+                             int(grey.height() * height))
+                           .intersected(grey.rect().adjusted(1, 1, -1, -1));
+    double sum = 0;
+    for (int y = area.top(); y <= area.bottom(); ++y) {
+        const uchar *row = grey.constScanLine(y), *up = grey.constScanLine(y - 1),
+                    *down = grey.constScanLine(y + 1);
+        for (int x = area.left(); x <= area.right(); ++x)
+            sum += std::abs(4 * row[x] - row[x - 1] - row[x + 1] - up[x] - down[x]);
+    }
+    return area.isEmpty() ? -1 : sum / (area.width() * area.height());
+}
 
 void prepareEnvironment()
 {
@@ -79,11 +96,6 @@ private:
         return qobject_cast<CoreStore *>(
             m_app->engine()->rootContext()->contextProperty("coreStore").value<QObject *>());
     }
-    PreviewOutput *preview() const
-    {
-        const auto roots = m_app->engine()->rootObjects();
-        return roots.isEmpty() ? nullptr : roots.first()->findChild<PreviewOutput *>();
-    }
     void click(const QString &name)
     {
         QQuickItem *button = item(name);
@@ -104,7 +116,7 @@ private:
     // The camera picture as the X server shows it.
     QImage previewShot(const QString &name)
     {
-        PreviewOutput *output = preview();
+        auto *output = m_app->engine()->rootObjects().value(0)->findChild<PreviewOutput *>();
         if (!output)
             return {};
         QDir().mkpath(kArtifacts);
@@ -120,8 +132,8 @@ private:
         double flag = 0, face = 0;
         for (int i = 0; i < 4; ++i) {
             const QImage shot = previewShot(name + QString::number(i));
-            flag += BackgroundMeasure::detail(shot, BackgroundMeasure::part(shot, 0.02, 0.15, 0.10, 0.45));
-            face += BackgroundMeasure::detail(shot, BackgroundMeasure::part(shot, 0.40, 0.30, 0.14, 0.25));
+            flag += detail(shot, 0.02, 0.15, 0.10, 0.45);
+            face += detail(shot, 0.40, 0.30, 0.14, 0.25);
             QTest::qWait(400);
         }
         return {flag, face};
@@ -202,9 +214,9 @@ private slots:
         QVERIFY(framesFlow());
     }
 
-    // The bundled pictures are offered once Image is on, and the choice is
-    // written to the settings file within a few seconds.
-    void imageChoiceIsOfferedAndSaved()
+    // "Image" puts the first bundled picture behind the person; the others
+    // are offered beside it.
+    void bundledImagesAreOffered()
     {
         QVERIFY(store()->bundledBackgrounds().size() >= 3);
         QSignalSpy answered(store()->service(), &CoreService::backgroundEffectAnswered);
@@ -216,12 +228,6 @@ private slots:
         if (answered.first().at(1).toString() == kNotInThisBuild)
             QSKIP("this build's AR core has no background effects yet");
         QCOMPARE(answered.first().at(1).toString(), QString());
-        const QString settingsFile = g_dir->filePath("config/Glint/Glint Camera/settings.json");
-        QVERIFY(XWindowDriver::waitFor(
-            [&] {
-                return XWindowDriver::readFile(settingsFile).contains(QFileInfo(asked.imagePath).fileName());
-            },
-            8000));
         QVERIFY(selected("backgroundImage"));
         QVERIFY(item("bundledBackground1")->isVisible());
         answered.clear();
