@@ -67,7 +67,7 @@ Rectangle {
             Layout.fillWidth: true
             spacing: 6
             Text {
-                Layout.fillWidth: true
+                Layout.rightMargin: Style.spacing
                 text: qsTr("Background")
                 color: Style.text
                 font.pixelSize: Style.fontNormal
@@ -96,6 +96,7 @@ Rectangle {
                         imageDialog.open()
                 }
             }
+            Item { Layout.fillWidth: true }
         }
 
         RowLayout {
@@ -103,11 +104,11 @@ Rectangle {
             visible: panel.mode === VCam.BackgroundMode.Blur
             spacing: 6
             Text {
+                Layout.rightMargin: Style.spacing
                 text: qsTr("Strength")
                 color: Style.textMuted
                 font.pixelSize: Style.fontSmall
             }
-            Item { Layout.fillWidth: true }
             Chip {
                 objectName: "blurLight"
                 text: qsTr("Light")
@@ -120,6 +121,7 @@ Rectangle {
                 selected: panel.strength === VCam.BlurStrength.Strong
                 onClicked: panel.choose(VCam.BackgroundMode.Blur, VCam.BlurStrength.Strong, coreStore.backgroundImagePath)
             }
+            Item { Layout.fillWidth: true }
         }
 
         Flow {

@@ -4,7 +4,8 @@ import QtQuick.Layouts 1.15
 import Style 1.0
 import "../components"
 
-// The camera picture beside the background control and the lens panel.
+// The camera picture, with the background control under it, beside the lens
+// panel.
 Item {
     id: page
     objectName: "mainPage"
@@ -48,19 +49,13 @@ Item {
                 Layout.fillWidth: true
                 Layout.fillHeight: true
             }
-        }
-
-        ColumnLayout {
-            Layout.preferredWidth: 340
-            Layout.maximumWidth: 340
-            Layout.fillHeight: true
-            spacing: Style.spacing
 
             BackgroundPanel { Layout.fillWidth: true }
-            LensPanel {
-                Layout.fillWidth: true
-                Layout.fillHeight: true
-            }
+        }
+
+        LensPanel {
+            Layout.preferredWidth: 340
+            Layout.fillHeight: true
         }
     }
 }
