@@ -119,6 +119,8 @@ private slots:
                     [&] { modes << first.store->backgroundMode(); });
             first.provider.setBackgroundEffect(BackgroundMode::Blur, BlurStrength::Strong,
                                                "/pictures/beach.jpg");
+            first.provider.setBackgroundEffect(BackgroundMode::Blur, BlurStrength::Strong,
+                                               "/pictures/beach.jpg"); // a second click
             QTRY_COMPARE(first.asked.size(), 1);
             QCOMPARE(modes.first(), BackgroundMode::Blur);
             QCOMPARE(first.lastAsked(),

@@ -235,7 +235,9 @@ void CoreStore::process(std::shared_ptr<Bureau::Action> action)
         refreshVirtualCamera();
         break;
     case ActionType::SetBackgroundEffect:
-        if (!payload.canConvert<BackgroundSetting>())
+        // The effect in use asked for again (a second click) changes nothing.
+        if (!payload.canConvert<BackgroundSetting>() ||
+            (payload.value<BackgroundSetting>() == m_background && m_backgroundError.isEmpty()))
             break;
         setBackground(payload.value<BackgroundSetting>());
         emit m_service->setBackgroundEffect(m_background);
