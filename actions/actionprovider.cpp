@@ -1,5 +1,6 @@
 #include "actionprovider.h"
 
+#include "backgroundsetting.h"
 #include "externalevent.h"
 #include "gestureevent.h"
 #include "globalshortcut.h"
@@ -215,6 +216,13 @@ void ActionProvider::setCacheLimit(int value)
 {
     dispatch(ActionType::SetCacheLimit, value);
 }
+void ActionProvider::setBackgroundEffect(BackgroundMode mode, BlurStrength blurStrength,
+                                         const QString &imagePath)
+{
+    dispatch(ActionType::SetBackgroundEffect,
+             QVariant::fromValue(BackgroundSetting{mode, blurStrength, imagePath}));
+}
+
 void ActionProvider::setMirrorPreview(bool value)
 {
     dispatch(ActionType::SetMirrorPreview, value);

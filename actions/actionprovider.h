@@ -87,6 +87,10 @@ public:
     Q_INVOKABLE void skipUpdate(const QString &version);
     // Operations of this build beyond the common vocabulary.
     Q_INVOKABLE void setUsageStatisticsEnabled(bool value);
+    // The effect behind the person: the strength counts for Blur, the image
+    // (a file path) for Image.
+    Q_INVOKABLE void setBackgroundEffect(VCam::BackgroundMode mode, VCam::BlurStrength blurStrength,
+                                         const QString &imagePath);
 
     // The same as the invokable form, for services that hold byte strings.
     void externalEvent(const std::string &type, const std::string &data);

@@ -71,6 +71,7 @@ enum class ActionType : qint32 {
     NotifyStreamStateUpdated = 59,
     SetUsageStatisticsEnabled = 60,
     SetUpVirtualCamera = 61,
+    SetBackgroundEffect = 62,
 };
 Q_ENUM_NS(ActionType)
 
@@ -106,6 +107,13 @@ Q_ENUM_NS(TwitchAuthState)
 
 enum class TwitchExtensionStatus : qint32 { NotInstalled = 0, NotActivated = 1, Activated = 2 };
 Q_ENUM_NS(TwitchExtensionStatus)
+
+// What is done to the picture behind the person: nothing, a blur, or an image.
+enum class BackgroundMode : qint32 { Off = 0, Blur = 1, Image = 2 };
+Q_ENUM_NS(BackgroundMode)
+
+enum class BlurStrength : qint32 { Light = 0, Strong = 1 };
+Q_ENUM_NS(BlurStrength)
 
 enum class GestureType : qint32 { None = 0, Tap = 1, TouchBegin = 2, TouchChange = 3, TouchEnd = 4 };
 Q_ENUM_NS(GestureType)

@@ -1,6 +1,7 @@
 #include "metatypes.h"
 
 #include "actiontypes.h"
+#include "backgroundsetting.h"
 #include "externalevent.h"
 #include "gestureevent.h"
 #include "globalshortcut.h"
@@ -39,6 +40,7 @@ void registerMetaTypes()
     registerPayload<StreamState>("VCam::StreamState");
     registerPayload<LensInfo>("VCam::LensInfo");
     registerPayload<LensCommand>("VCam::LensCommand");
+    registerPayload<BackgroundSetting>("VCam::BackgroundSetting");
     qRegisterMetaType<ImageSequenceInfo>("VCam::ImageSequenceInfo");
     qRegisterMetaType<LensInfo>("LensInfo");
     qRegisterMetaType<ImageSequenceInfo>("ImageSequenceInfo");
@@ -53,6 +55,8 @@ void registerMetaTypes()
     qRegisterMetaType<TwitchAuthState>("VCam::TwitchAuthState");
     qRegisterMetaType<TwitchExtensionStatus>("VCam::TwitchExtensionStatus");
     qRegisterMetaType<GestureType>("VCam::GestureType");
+    qRegisterMetaType<BackgroundMode>("VCam::BackgroundMode");
+    qRegisterMetaType<BlurStrength>("VCam::BlurStrength");
     qRegisterMetaType<LensActionContext>("VCam::ActionContext::LensActionContext");
     qRegisterMetaType<LensActionContext>("ActionContext::LensActionContext");
 }

@@ -8,10 +8,10 @@ Column {
     spacing: 8
     width: 460
 
-    ListModel { id: model }
+    ListModel { id: popupModel }
 
     function show(text, kind) {
-        model.append({ "text": text, "kind": kind })
+        popupModel.append({ "text": text, "kind": kind })
     }
 
     Connections {
@@ -22,7 +22,7 @@ Column {
     }
 
     Repeater {
-        model: model
+        model: popupModel
         delegate: Rectangle {
             objectName: "popup_" + kind
             width: messages.width
@@ -50,11 +50,11 @@ Column {
             Timer {
                 interval: 4000
                 running: true
-                onTriggered: model.remove(index)
+                onTriggered: popupModel.remove(index)
             }
             MouseArea {
                 anchors.fill: parent
-                onClicked: model.remove(index)
+                onClicked: popupModel.remove(index)
             }
         }
     }

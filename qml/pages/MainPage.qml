@@ -4,7 +4,8 @@ import QtQuick.Layouts 1.15
 import Style 1.0
 import "../components"
 
-// The camera picture beside the lens panel.
+// The camera picture, with the background control under it, beside the lens
+// panel.
 Item {
     id: page
     objectName: "mainPage"
@@ -48,6 +49,8 @@ Item {
                 Layout.fillWidth: true
                 Layout.fillHeight: true
             }
+
+            BackgroundPanel { Layout.fillWidth: true }
         }
 
         LensPanel {

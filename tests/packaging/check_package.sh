@@ -58,7 +58,8 @@ helper="$root/usr/libexec/glint-camera/glint-camera-setup"
 [ -x "$helper" ] || fail "missing the set-up helper"
 ldd "$helper" | grep -q 'not found' && fail "helper libraries do not resolve"
 
-for item in glint-demo.mp4 PrecachedAssets.bundle WebResources.bundle lenses bundled-lenses/index.json bundled-lenses/sunglasses.zip; do
+for item in glint-demo.mp4 PrecachedAssets.bundle WebResources.bundle lenses bundled-lenses/index.json bundled-lenses/sunglasses.zip \
+    backgrounds/soft-gradient.jpg; do
     [ -e "$root/usr/share/glint-camera/$item" ] || fail "missing /usr/share/glint-camera/$item"
 done
 for size in 16 22 24 32 48 64 128 256; do

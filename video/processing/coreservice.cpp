@@ -12,6 +12,7 @@ CoreService::CoreService(CoreServiceWorker::VirtualCamFactory virtualCamFactory,
     qRegisterMetaType<VCam::LensId>("VCam::LensId");
     qRegisterMetaType<VCam::GestureEvent>("VCam::GestureEvent");
     qRegisterMetaType<VCam::ExternalEvent>("VCam::ExternalEvent");
+    qRegisterMetaType<VCam::BackgroundSetting>("VCam::BackgroundSetting");
     connect(this, &CoreService::workerReady, this, &CoreService::started, Qt::QueuedConnection);
     start(QThread::InheritPriority);
 }
@@ -46,6 +47,7 @@ void CoreService::connectWorker(CoreServiceWorker *worker)
     connect(this, &CoreService::setOverlay, worker, &CoreServiceWorker::setOverlay);
     connect(this, &CoreService::setOverlayMirrored, worker, &CoreServiceWorker::setOverlayMirrored);
     connect(this, &CoreService::setChromakeyEnabled, worker, &CoreServiceWorker::setChromakeyEnabled);
+    connect(this, &CoreService::setBackgroundEffect, worker, &CoreServiceWorker::setBackgroundEffect);
     connect(this, &CoreService::processGesture, worker, &CoreServiceWorker::processGesture);
     connect(this, &CoreService::proccessExternalEvent, worker, &CoreServiceWorker::proccessExternalEvent);
 
@@ -58,6 +60,8 @@ void CoreService::connectWorker(CoreServiceWorker *worker)
     connect(worker, &CoreServiceWorker::lensLoadError, this, &CoreService::lensLoadError);
     connect(worker, &CoreServiceWorker::supportedExternalEventsChanged, this,
             &CoreService::supportedExternalEventsChanged);
+    connect(worker, &CoreServiceWorker::backgroundEffectAnswered, this,
+            &CoreService::backgroundEffectAnswered);
     connect(worker, &CoreServiceWorker::showHintRequested, this, &CoreService::showHintRequested);
     connect(worker, &CoreServiceWorker::hideHintRequested, this, &CoreService::hideHintRequested);
 }

@@ -34,6 +34,7 @@ signals:
     void setOverlay(const QImage &image);
     void setOverlayMirrored(bool mirrored);
     void setChromakeyEnabled(bool enabled);
+    void setBackgroundEffect(const VCam::BackgroundSetting &setting);
     void processGesture(const VCam::GestureEvent &event);
     void proccessExternalEvent(const VCam::ExternalEvent &event);
 
@@ -42,6 +43,7 @@ signals:
     void lensLoaded();
     void lensLoadError(const QString &error);
     void supportedExternalEventsChanged(const QStringList &supportedExternalTriggers);
+    void backgroundEffectAnswered(const VCam::BackgroundSetting &setting, const QString &error);
     void showHintRequested(const QString &hintId);
     void hideHintRequested();
     void processingStarted();

@@ -1,5 +1,7 @@
 #include "coreserviceworker.h"
 
+#include "backgroundassets.h"
+#include "backgroundimagecheck.h"
 #include "compasstrackerdelegate.h"
 #include "devicemotiontrackerdelegate.h"
 #include "gesturehandler.h"
@@ -17,6 +19,7 @@
 #include <QCoreApplication>
 #include <QPainter>
 #include <limits>
+#include <orb/backgroundeffect.h>
 #include <orb/complexeffect.h>
 #include <orb/coremanager.h>
 #include <orb/effectsmanager.h>
@@ -50,6 +53,27 @@ const Orb::CameraInfo &cameraInfo(const QSize &firstFrameSize)
 void releaseImage(void *info)
 {
     delete static_cast<std::shared_ptr<Orb::ImageBase> *>(info);
+}
+
+Orb::BackgroundEffect toOrb(const BackgroundSetting &setting)
+{
+    Orb::BackgroundEffect effect;
+    switch (setting.mode) {
+    case BackgroundMode::Off:
+        effect.mode = Orb::BackgroundEffect::Mode::Off;
+        break;
+    case BackgroundMode::Blur:
+        effect.mode = Orb::BackgroundEffect::Mode::Blur;
+        break;
+    case BackgroundMode::Image:
+        effect.mode = Orb::BackgroundEffect::Mode::Image;
+        effect.imagePath = setting.imagePath.toStdString();
+        break;
+    }
+    effect.blurStrength = setting.blurStrength == BlurStrength::Strong
+                              ? Orb::BackgroundEffect::BlurStrength::Strong
+                              : Orb::BackgroundEffect::BlurStrength::Light;
+    return effect;
 }
 
 QStringList toStringList(const std::vector<std::string> &list)
@@ -108,6 +132,9 @@ void CoreServiceWorker::ensureCore()
         std::make_shared<RemoteAssetsDelegate>(m_core, RemoteAssetsDelegate::defaultBundlePath());
     m_gestures = std::make_unique<GestureHandler>(m_core);
     installDelegates();
+    m_core->setSegmentationModelPath(BackgroundAssets::segmentationModelPath().toStdString());
+    if (m_background.mode != BackgroundMode::Off)
+        emit backgroundEffectAnswered(m_background, applyBackgroundEffect());
 }
 
 void CoreServiceWorker::installDelegates()
@@ -293,6 +320,36 @@ void CoreServiceWorker::setOverlayMirrored(bool mirrored)
     m_overlayMirrored = mirrored;
     if (!m_overlay.isNull())
         m_overlay = m_overlay.mirrored(true, false);
+}
+
+void CoreServiceWorker::setBackgroundEffect(const BackgroundSetting &setting)
+{
+    m_background = setting;
+    if (!m_core) {
+        ensureCore(); // applies it and answers
+        return;
+    }
+    emit backgroundEffectAnswered(setting, applyBackgroundEffect());
+}
+
+// The image is looked at here, before the core decodes it, so that a bad or
+// huge file from the settings is refused without decoding it.
+QString CoreServiceWorker::applyBackgroundEffect()
+{
+    QString error;
+    if (m_background.mode == BackgroundMode::Image)
+        error = BackgroundImageCheck::problemWith(m_background.imagePath);
+    if (error.isEmpty()) {
+        if (m_core->setBackgroundEffect(toOrb(m_background)))
+            return {};
+        error = QString::fromStdString(m_core->getLastError());
+        if (error.isEmpty())
+            error = tr("The background effect could not be started.");
+    }
+    qCWarning(lcProcessing).noquote() << "Background effect not applied:" << error;
+    m_background = BackgroundSetting{BackgroundMode::Off, m_background.blurStrength, m_background.imagePath};
+    m_core->setBackgroundEffect(Orb::BackgroundEffect{});
+    return error;
 }
 
 void CoreServiceWorker::setChromakeyEnabled(bool)

@@ -3,6 +3,7 @@
 #include <QImage>
 #include <QObject>
 #include <QStringList>
+#include <backgroundsetting.h>
 #include <externalevent.h>
 #include <functional>
 #include <gestureevent.h>
@@ -67,6 +68,8 @@ public slots:
     void setOverlay(const QImage &image);
     void setOverlayMirrored(bool mirrored);
     void setChromakeyEnabled(bool enabled);
+    // Answers with backgroundEffectAnswered; a failed effect is left off.
+    void setBackgroundEffect(const VCam::BackgroundSetting &setting);
     void processGesture(const VCam::GestureEvent &event);
     void proccessExternalEvent(const VCam::ExternalEvent &event);
     void onFrameReady(const QImage &frame, double timestamp = 0.0);
@@ -81,6 +84,8 @@ signals:
     void lensLoaded();
     void lensLoadError(const QString &error);
     void supportedExternalEventsChanged(const QStringList &supportedExternalTriggers);
+    // The engine's answer to a background effect: an empty error when it runs.
+    void backgroundEffectAnswered(const VCam::BackgroundSetting &setting, const QString &error);
 
 private:
     void ensureCore();
@@ -88,6 +93,7 @@ private:
     QImage runLens(const QImage &frame, double timestamp);
     void restartTracking();
     QImage composeOutput(QImage result);
+    QString applyBackgroundEffect();
 
     WebcamStreamGrabber *m_grabber = nullptr;
     std::shared_ptr<Orb::CoreManager> m_core;
@@ -111,6 +117,8 @@ private:
     QImage m_overlay;
     bool m_overlayMirrored = false;
     QSize m_lastFrameSize{1280, 720};
+    // The effect asked for, applied again whenever the core is made anew.
+    BackgroundSetting m_background;
 };
 
 } // namespace VCam

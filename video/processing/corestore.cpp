@@ -1,5 +1,6 @@
 #include "corestore.h"
 
+#include "backgroundassets.h"
 #include "cameralist.h"
 #include "coreservice.h"
 #include "videologging.h"
@@ -22,12 +23,64 @@ const char *const CoreStore::kEmulatedTrigger = "trigger1";
 
 namespace {
 const char *const kCameraKey = "camera";
+// "background": {"mode": "off" | "blur" | "image", "blurStrength": "light" |
+// "strong", "imagePath": a file path}
+const char *const kBackgroundKey = "background";
+const char *const kModeKey = "mode";
+const char *const kBlurStrengthKey = "blurStrength";
+const char *const kImagePathKey = "imagePath";
+// Longer than any real path; a longer one in the file is ignored.
+constexpr size_t kMaxImagePathBytes = 4096;
+
+const char *modeName(BackgroundMode mode)
+{
+    switch (mode) {
+    case BackgroundMode::Blur:
+        return "blur";
+    case BackgroundMode::Image:
+        return "image";
+    case BackgroundMode::Off:
+        break;
+    }
+    return "off";
 }
+
+std::string stringMember(const nlohmann::json &object, const char *key)
+{
+    const auto it = object.find(key);
+    return it != object.end() && it->is_string() ? it->get<std::string>() : std::string();
+}
+
+// Anything unknown or malformed reads as "off" / "light" / no image.
+BackgroundSetting backgroundFromJson(const nlohmann::json &object)
+{
+    BackgroundSetting setting;
+    if (!object.is_object())
+        return setting;
+    const std::string mode = stringMember(object, kModeKey);
+    setting.mode = mode == "blur"    ? BackgroundMode::Blur
+                   : mode == "image" ? BackgroundMode::Image
+                                     : BackgroundMode::Off;
+    setting.blurStrength =
+        stringMember(object, kBlurStrengthKey) == "strong" ? BlurStrength::Strong : BlurStrength::Light;
+    const std::string path = stringMember(object, kImagePathKey);
+    if (path.size() <= kMaxImagePathBytes)
+        setting.imagePath = QString::fromStdString(path);
+    return setting;
+}
+
+nlohmann::json backgroundToJson(const BackgroundSetting &setting)
+{
+    return {{kModeKey, modeName(setting.mode)},
+            {kBlurStrengthKey, setting.blurStrength == BlurStrength::Strong ? "strong" : "light"},
+            {kImagePathKey, setting.imagePath.toStdString()}};
+}
+} // namespace
 
 CoreStore::CoreStore(std::shared_ptr<Bureau::Dispatcher> dispatcher, CoreService *service, QObject *parent)
     : Store(parent), m_dispatcher(std::move(dispatcher)), m_service(service),
       m_cameraSetup(new VirtualCamSetupHelper(QCoreApplication::applicationDirPath(), this)),
-      m_cameraCheck(new QTimer(this))
+      m_cameraCheck(new QTimer(this)), m_bundledBackgrounds(BackgroundAssets::bundledImages())
 {
     // Installing the driver package or loading the module by hand is
     // noticed without a restart.
@@ -51,6 +104,7 @@ CoreStore::CoreStore(std::shared_ptr<Bureau::Dispatcher> dispatcher, CoreService
     connect(m_service, &CoreService::hideHintRequested, this,
             [this] { dispatch(int(ActionType::HideLensHint)); });
     connect(m_service, &CoreService::streamStateChanged, this, &CoreStore::onStreamStateChanged);
+    connect(m_service, &CoreService::backgroundEffectAnswered, this, &CoreStore::onBackgroundEffectAnswered);
     connect(m_service, &CoreService::started, this, [this] {
         m_serviceReady = true;
         if (m_startRequested) {
@@ -98,7 +152,7 @@ void CoreStore::stop()
 nlohmann::json CoreStore::saveSettings() const
 {
     const QString camera = m_currentWebcamName.isEmpty() ? m_savedWebcamName : m_currentWebcamName;
-    return {{kCameraKey, camera.toStdString()}};
+    return {{kCameraKey, camera.toStdString()}, {kBackgroundKey, backgroundToJson(m_background)}};
 }
 
 void CoreStore::refreshVirtualCamera()
@@ -162,6 +216,8 @@ void CoreStore::loadSettings(const nlohmann::json &section)
 {
     if (section.is_object() && section.contains(kCameraKey) && section[kCameraKey].is_string())
         m_savedWebcamName = QString::fromStdString(section[kCameraKey].get<std::string>());
+    if (section.is_object() && section.contains(kBackgroundKey))
+        setBackground(backgroundFromJson(section[kBackgroundKey]));
 }
 
 void CoreStore::process(std::shared_ptr<Bureau::Action> action)
@@ -174,7 +230,17 @@ void CoreStore::process(std::shared_ptr<Bureau::Action> action)
             emit processingStateChanged();
         }
         chooseWebcam(m_savedWebcamName);
+        if (m_background.mode != BackgroundMode::Off)
+            emit m_service->setBackgroundEffect(m_background);
         refreshVirtualCamera();
+        break;
+    case ActionType::SetBackgroundEffect:
+        // The effect in use asked for again (a second click) changes nothing.
+        if (!payload.canConvert<BackgroundSetting>() ||
+            (payload.value<BackgroundSetting>() == m_background && m_backgroundError.isEmpty()))
+            break;
+        setBackground(payload.value<BackgroundSetting>());
+        emit m_service->setBackgroundEffect(m_background);
         break;
     case ActionType::SetUpVirtualCamera:
         setUpVirtualCamera();
@@ -302,6 +368,38 @@ void CoreStore::onLensLoadError(const QString &error)
     dispatch(int(ActionType::ShowPopupMessage),
              QVariant::fromValue(
                  PopupMessage{tr("This lens could not be loaded. %1").arg(error), MessageType::Warning}));
+}
+
+void CoreStore::setBackground(const BackgroundSetting &setting)
+{
+    if (setting == m_background && m_backgroundError.isEmpty())
+        return;
+    m_background = setting;
+    m_backgroundError.clear();
+    emit backgroundChanged();
+}
+
+// An answer to an effect that has since been replaced is of no interest:
+// the newer one is on its way to the engine.
+void CoreStore::onBackgroundEffectAnswered(const BackgroundSetting &setting, const QString &error)
+{
+    if (setting != m_background)
+        return;
+    if (error.isEmpty()) {
+        qCInfo(lcCoreStore) << "Background effect applied:" << setting;
+        return;
+    }
+    qCWarning(lcCoreStore).noquote() << "Background effect could not be applied:" << error;
+    // An image that failed is not offered again (the reason names it).
+    if (m_background.mode == BackgroundMode::Image)
+        m_background.imagePath.clear();
+    m_background.mode = BackgroundMode::Off;
+    m_backgroundError = error;
+    emit backgroundChanged();
+    dispatch(int(ActionType::ShowPopupMessage),
+             QVariant::fromValue(
+                 PopupMessage{tr("The background effect is off: it could not be applied. %1").arg(error),
+                              MessageType::Warning}));
 }
 
 void CoreStore::onSupportedExternalEventsChanged(const QStringList &triggers)

@@ -3,6 +3,7 @@
 #include <QImage>
 #include <QStringList>
 #include <QTimer>
+#include <backgroundsetting.h>
 #include <deque>
 #include <functional>
 #include <lensid.h>
@@ -37,6 +38,14 @@ class CoreStore : public Store
     // (v4l2loopback-dkms is not installed), "sinkMissing" or "settingUp".
     Q_PROPERTY(QString virtualCameraState READ virtualCameraState NOTIFY virtualCameraStateChanged)
     Q_PROPERTY(QString virtualCameraError READ virtualCameraError NOTIFY virtualCameraStateChanged)
+    // The background effect in use: Off also when the chosen one failed, and
+    // then backgroundError says why (empty while the effect runs).
+    Q_PROPERTY(VCam::BackgroundMode backgroundMode READ backgroundMode NOTIFY backgroundChanged)
+    Q_PROPERTY(VCam::BlurStrength backgroundBlurStrength READ backgroundBlurStrength NOTIFY backgroundChanged)
+    Q_PROPERTY(QString backgroundImagePath READ backgroundImagePath NOTIFY backgroundChanged)
+    Q_PROPERTY(QString backgroundError READ backgroundError NOTIFY backgroundChanged)
+    // The background images that come with the program (file paths).
+    Q_PROPERTY(QStringList bundledBackgrounds READ bundledBackgrounds CONSTANT)
 public:
     enum ProcessingState { Started = 0, Stopped = 1 };
     Q_ENUM(ProcessingState)
@@ -68,6 +77,11 @@ public:
     QString virtualCameraState() const { return m_virtualCameraState; }
     QString virtualCameraError() const { return m_virtualCameraError; }
     CoreService *service() const { return m_service; }
+    BackgroundMode backgroundMode() const { return m_background.mode; }
+    BlurStrength backgroundBlurStrength() const { return m_background.blurStrength; }
+    QString backgroundImagePath() const { return m_background.imagePath; }
+    QString backgroundError() const { return m_backgroundError; }
+    QStringList bundledBackgrounds() const { return m_bundledBackgrounds; }
 
     nlohmann::json saveSettings() const override;
     void loadSettings(const nlohmann::json &section) override;
@@ -89,6 +103,7 @@ signals:
     void mainLensHintChanged();
     void currentLensIdChanged();
     void virtualCameraStateChanged();
+    void backgroundChanged();
     void lensLoadFailed(const QString &error);
     // The engine's answer for a lens handed to it: an empty error when the
     // lens is loaded and running.
@@ -98,6 +113,7 @@ private slots:
     void onLensLoadError(const QString &error);
     void onSupportedExternalEventsChanged(const QStringList &triggers);
     void onStreamStateChanged(bool running);
+    void onBackgroundEffectAnswered(const VCam::BackgroundSetting &setting, const QString &error);
 
 private:
     void dispatch(int type, QVariant payload = {});
@@ -109,6 +125,7 @@ private:
     void setUpVirtualCamera();
     void onVirtualCameraSetUp(bool ready, const QString &error);
     void setVirtualCameraState(const QString &state, const QString &error);
+    void setBackground(const BackgroundSetting &setting);
 
     std::shared_ptr<Bureau::Dispatcher> m_dispatcher;
     CoreService *m_service;
@@ -132,6 +149,9 @@ private:
     QTimer *m_cameraCheck;
     QString m_virtualCameraState = QStringLiteral("ready");
     QString m_virtualCameraError;
+    BackgroundSetting m_background;
+    QString m_backgroundError;
+    QStringList m_bundledBackgrounds;
 };
 
 } // namespace VCam

@@ -1,0 +1,249 @@
+// The Background control as the user meets it: the real application on the
+// X display of the test run, showing the demo camera, with the effect chosen
+// by clicking the control. The window's picture is taken from the X server.
+#include <QDir>
+#include <QQmlApplicationEngine>
+#include <QQmlContext>
+#include <QQuickItem>
+#include <QQuickWindow>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QtTest>
+#include <application.h>
+#include <coreservice.h>
+#include <corestore.h>
+#include <dispatcher.h>
+#include <inprocessapplication.h>
+#include <previewoutput.h>
+#include <xwindowdriver.h>
+
+using namespace VCam;
+
+namespace {
+
+QTemporaryDir *g_dir = nullptr;
+const QString kArtifacts = QStringLiteral(GLINT_ARTIFACTS_DIR);
+// What the core says while it is built without its background effects.
+const QString kNotInThisBuild = QStringLiteral("Background effects are not available in this build");
+
+// Fine detail of a region given in fractions of the picture: the mean
+// absolute Laplacian of the luminance (stripes and edges give tens, a
+// blurred region a few units).
+double detail(const QImage &image, double left, double top, double width, double height)
+{
+    const QImage grey = image.convertToFormat(QImage::Format_Grayscale8);
+    const QRect area = QRect(int(grey.width() * left), int(grey.height() * top), int(grey.width() * width),
+                             int(grey.height() * height))
+                           .intersected(grey.rect().adjusted(1, 1, -1, -1));
+    double sum = 0;
+    for (int y = area.top(); y <= area.bottom(); ++y) {
+        const uchar *row = grey.constScanLine(y), *up = grey.constScanLine(y - 1),
+                    *down = grey.constScanLine(y + 1);
+        for (int x = area.left(); x <= area.right(); ++x)
+            sum += std::abs(4 * row[x] - row[x - 1] - row[x + 1] - up[x] - down[x]);
+    }
+    return area.isEmpty() ? -1 : sum / (area.width() * area.height());
+}
+
+void prepareEnvironment()
+{
+    g_dir = new QTemporaryDir;
+    for (const char *folder : {"config/Glint/Glint Camera", "data", "runtime"})
+        QDir().mkpath(g_dir->filePath(folder));
+    QFile::setPermissions(g_dir->filePath("runtime"),
+                          QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+    // No introduction over the page, and the picture as the camera sees it
+    // (the flag on the left).
+    QFile settings(g_dir->filePath("config/Glint/Glint Camera/settings.json"));
+    settings.open(QIODevice::WriteOnly);
+    settings.write(R"({"settings": {"show_onboarding": false, "mirror_preview": false}})");
+    settings.close();
+    qputenv("GLINT_BACKEND_URL", "http://127.0.0.1:9/vc/v1");
+    qputenv("XDG_CONFIG_HOME", g_dir->filePath("config").toUtf8());
+    qputenv("XDG_DATA_HOME", g_dir->filePath("data").toUtf8());
+    qputenv("XDG_RUNTIME_DIR", g_dir->filePath("runtime").toUtf8());
+    qunsetenv("GLINT_SEGMENTATION_MODEL");
+    qunsetenv("GLINT_BACKGROUNDS");
+}
+
+} // namespace
+
+class TestBackgroundControl : public QObject
+{
+    Q_OBJECT
+public:
+    explicit TestBackgroundControl(Application *app) : m_app(app) {}
+
+private:
+    // An item of the window, searched in the visual tree (delegates made by
+    // a Repeater are not QObject children of the page).
+    static QQuickItem *findItem(QQuickItem *root, const QString &name)
+    {
+        if (root->objectName() == name)
+            return root;
+        for (QQuickItem *child : root->childItems())
+            if (QQuickItem *found = findItem(child, name))
+                return found;
+        return nullptr;
+    }
+    QQuickItem *item(const QString &name) const
+    {
+        auto *window = qobject_cast<QQuickWindow *>(m_app->engine()->rootObjects().value(0));
+        return window ? findItem(window->contentItem(), name) : nullptr;
+    }
+    CoreStore *store() const
+    {
+        return qobject_cast<CoreStore *>(
+            m_app->engine()->rootContext()->contextProperty("coreStore").value<QObject *>());
+    }
+    void click(const QString &name)
+    {
+        QQuickItem *button = item(name);
+        QVERIFY2(button && button->isVisible(), qPrintable(name));
+        const QPointF centre = button->mapToScene(QPointF(button->width() / 2, button->height() / 2));
+        QTest::mouseClick(button->window(), Qt::LeftButton, Qt::NoModifier, centre.toPoint());
+    }
+    bool selected(const QString &name) const
+    {
+        QQuickItem *chip = item(name);
+        return chip && chip->property("selected").toBool();
+    }
+    QString errorText() const
+    {
+        QQuickItem *text = item("backgroundError");
+        return text && text->isVisible() ? text->property("text").toString() : QString();
+    }
+    // The camera picture as the X server shows it.
+    QImage previewShot(const QString &name)
+    {
+        auto *output = m_app->engine()->rootObjects().value(0)->findChild<PreviewOutput *>();
+        if (!output)
+            return {};
+        QDir().mkpath(kArtifacts);
+        const QString file = kArtifacts + "/background-" + name + ".png";
+        const QImage window = XWindowDriver::grab(QString::number(output->window()->winId()), file);
+        const QRectF area = output->mapRectToScene(QRectF(0, 0, output->width(), output->height()));
+        return window.copy(area.toAlignedRect());
+    }
+    // Fine detail of the flag (left edge) and of the face (middle), summed
+    // over a few pictures so the demo clip's slow pan averages out.
+    QPair<double, double> flagAndFace(const QString &name)
+    {
+        double flag = 0, face = 0;
+        for (int i = 0; i < 4; ++i) {
+            const QImage shot = previewShot(name + QString::number(i));
+            flag += detail(shot, 0.02, 0.15, 0.10, 0.45);
+            face += detail(shot, 0.40, 0.30, 0.14, 0.25);
+            QTest::qWait(400);
+        }
+        return {flag, face};
+    }
+    // Frames still reach the preview.
+    bool framesFlow() const
+    {
+        QSignalSpy frames(store(), &CoreStore::frameReady);
+        return frames.wait(10000) && frames.wait(5000);
+    }
+
+    Application *m_app;
+
+private slots:
+    void initTestCase()
+    {
+        if (qEnvironmentVariableIsEmpty("DISPLAY"))
+            QSKIP("needs an X display (the test command runs the suite under xvfb-run)");
+        QVERIFY(store());
+        QVERIFY(XWindowDriver::waitFor([this] { return item("backgroundPanel") != nullptr; }, 20000));
+        QVERIFY(framesFlow());
+        QVERIFY(selected("backgroundOff"));
+        QVERIFY(!selected("backgroundBlur"));
+    }
+
+    // Clicking Blur asks for it; the engine either runs it (the flag behind
+    // the person loses its detail, the face keeps it) or says why not, and
+    // then the control shows Off and the reason, and the camera goes on.
+    void choosingBlurBlursTheBackground()
+    {
+        const auto before = flagAndFace("off");
+        QList<BackgroundMode> modes;
+        QObject listening; // ends the connection with this function
+        connect(store(), &CoreStore::backgroundChanged, &listening,
+                [&] { modes << store()->backgroundMode(); });
+        QSignalSpy answered(store()->service(), &CoreService::backgroundEffectAnswered);
+        click("backgroundBlur");
+        QVERIFY(answered.wait(20000));
+        QCOMPARE(modes.value(0), BackgroundMode::Blur);
+        const QString error = answered.first().at(1).toString();
+        if (!error.isEmpty()) {
+            QTRY_COMPARE(errorText(), error);
+            QVERIFY(selected("backgroundOff"));
+            QTRY_VERIFY(item("popup_warning") != nullptr);
+            QVERIFY(framesFlow());
+            // Until the core has the effect; remove this skip once it does.
+            if (error == kNotInThisBuild)
+                QSKIP("this build's AR core has no background effects yet");
+            QFAIL(qPrintable(error));
+        }
+        QVERIFY(selected("backgroundBlur"));
+        QVERIFY(item("blurStrong")->isVisible());
+        click("blurStrong");
+        QTRY_COMPARE(store()->backgroundBlurStrength(), BlurStrength::Strong);
+        QTest::qWait(1000); // the mask settles
+        const auto after = flagAndFace("blur");
+        QVERIFY2(after.first < before.first * 0.6,
+                 qPrintable(QString("flag detail %1 -> %2").arg(before.first).arg(after.first)));
+        QVERIFY2(after.second > before.second * 0.6,
+                 qPrintable(QString("face detail %1 -> %2").arg(before.second).arg(after.second)));
+        click("backgroundOff");
+        QTRY_VERIFY(selected("backgroundOff"));
+    }
+
+    // An image that is gone by the time it is used: the reason in the
+    // control and as a warning, Off selected, frames still coming.
+    void missingImageIsShownAndTheCameraGoesOn()
+    {
+        QSignalSpy answered(store()->service(), &CoreService::backgroundEffectAnswered);
+        m_app->dispatcher()->dispatch(new Bureau::Action(
+            int(ActionType::SetBackgroundEffect),
+            QVariant::fromValue(BackgroundSetting{BackgroundMode::Image, BlurStrength::Light,
+                                                  g_dir->filePath("moved-away.jpg")})));
+        QVERIFY(answered.wait(20000));
+        QTRY_VERIFY(errorText().contains("moved-away.jpg"));
+        QVERIFY(errorText().contains("does not exist"));
+        QVERIFY(selected("backgroundOff"));
+        QVERIFY(framesFlow());
+    }
+
+    // "Image" puts the first bundled picture behind the person; the others
+    // are offered beside it.
+    void bundledImagesAreOffered()
+    {
+        QVERIFY(store()->bundledBackgrounds().size() >= 3);
+        QSignalSpy answered(store()->service(), &CoreService::backgroundEffectAnswered);
+        click("backgroundImage");
+        QVERIFY(answered.wait(20000));
+        const BackgroundSetting asked = answered.first().at(0).value<BackgroundSetting>();
+        QCOMPARE(asked.mode, BackgroundMode::Image);
+        QCOMPARE(asked.imagePath, store()->bundledBackgrounds().first());
+        if (answered.first().at(1).toString() == kNotInThisBuild)
+            QSKIP("this build's AR core has no background effects yet");
+        QCOMPARE(answered.first().at(1).toString(), QString());
+        QVERIFY(selected("backgroundImage"));
+        QVERIFY(item("bundledBackground1")->isVisible());
+        answered.clear();
+        click("bundledBackground1");
+        QVERIFY(answered.wait(20000));
+        QCOMPARE(answered.first().at(0).value<BackgroundSetting>().imagePath,
+                 store()->bundledBackgrounds().at(1));
+        QCOMPARE(answered.first().at(1).toString(), QString());
+    }
+};
+
+int main(int argc, char **argv)
+{
+    prepareEnvironment();
+    const int result = runInApplication<TestBackgroundControl>(argc, argv);
+    delete g_dir;
+    return result;
+}
+#include "tst_backgroundcontrol.moc"
