@@ -2,20 +2,11 @@
 #include <QtTest>
 #include <actiontypes.h>
 #include <logmiddleware.h>
+#include <messagecapture.h>
 #include <metatypes.h>
 #include <popupmessage.h>
 
 using namespace VCam;
-
-namespace {
-
-QStringList g_messages;
-void collect(QtMsgType, const QMessageLogContext &, const QString &message)
-{
-    g_messages << message;
-}
-
-} // namespace
 
 class TestLogMiddleware : public QObject
 {
@@ -27,8 +18,7 @@ private slots:
     void frameRateActionsAreSkippedOthersLogged()
     {
         LogMiddleware middleware({int(ActionType::UpdateFrame), int(ActionType::GestureEvent)});
-        g_messages.clear();
-        const auto previous = qInstallMessageHandler(collect);
+        MessageCapture log(nullptr, {});
         auto frame = std::make_shared<Bureau::Action>(int(ActionType::UpdateFrame),
                                                       QImage(4, 4, QImage::Format_RGB888));
         QCOMPARE(middleware.process(frame), frame);
@@ -37,11 +27,11 @@ private slots:
         middleware.process(
             std::make_shared<Bureau::Action>(int(ActionType::ShowPopupMessage),
                                              QVariant::fromValue(PopupMessage{"Saved", MessageType::Info})));
-        qInstallMessageHandler(previous);
-        QCOMPARE(g_messages.size(), 3);
-        QVERIFY(g_messages[0].startsWith("SetMirrorPreview") && g_messages[0].contains("true"));
-        QCOMPARE(g_messages[1], QString("OpenMainPage"));
-        QVERIFY2(g_messages[2].contains("Saved"), qPrintable(g_messages[2]));
+        const QStringList messages = log.messages();
+        QCOMPARE(messages.size(), 3);
+        QVERIFY(messages[0].startsWith("SetMirrorPreview") && messages[0].contains("true"));
+        QCOMPARE(messages[1], QString("OpenMainPage"));
+        QVERIFY2(messages[2].contains("Saved"), qPrintable(messages[2]));
     }
 };
 

@@ -133,7 +133,6 @@ private slots:
             QByteArray::fromStdString(unlockAnswer("gamma", m_gammaSignature, "h").dump());
         const QByteArray otherIdSignature = QByteArray::fromStdString(
             unlockAnswer("gamma", TestLenses::sign(m_alpha, m_server.keyPath()), "h").dump());
-        const QByteArray notDer = QByteArray::fromStdString(unlockAnswer("gamma", "AAAA", "h").dump());
 
         QTest::newRow("link refused")
             << QByteArray("{}") << 404 << m_gammaZip << 200 << "Failed to receive lens archive link: *";
@@ -147,8 +146,6 @@ private slots:
             << link << 200 << QByteArray("PK\x03\x04 nothing") << 200 << "Failed to extract lens archive";
         QTest::newRow("another lens's signature") << otherIdSignature << 200 << m_gammaZip << 200
                                                   << "Checksum doesn't match for lens archive: gamma";
-        QTest::newRow("signature not DER")
-            << notDer << 200 << m_gammaZip << 200 << "Checksum doesn't match for lens archive: gamma";
         const auto linkTo = [&](const std::string &url) {
             json answer = unlockAnswer("gamma", m_gammaSignature, "h");
             answer["lens_url"] = url;

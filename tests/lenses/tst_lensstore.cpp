@@ -1,8 +1,8 @@
 #include "baselensmodel.h"
 #include "favoriteslensmodel.h"
 #include "httpfixture.h"
-#include "lensserverprocess.h"
 #include "lensinfostorage.h"
+#include "lensserverprocess.h"
 #include "lensstore.h"
 #include "networklensprovider.h"
 #include "networkmanager.h"
@@ -213,10 +213,6 @@ private slots:
             QCOMPARE(rig.store->catalogueError(), QString());
             QCOMPARE(rig.recorder->ofType(ActionType::NotifyFavoriteLensesCounted).value(0)->payload.toInt(),
                      0);
-
-            rig.send(ActionType::SetSearchFilter, QStringLiteral("party"));
-            QTRY_VERIFY(rig.store->searchLensModel()->rowCount() > 0);
-            QCOMPARE(rig.store->searchLensModel()->lensIdAt(0), QString("party-hat"));
 
             QSignalSpy hints(rig.store.get(), &LensStore::showHintRequested);
             rig.select("party-hat");

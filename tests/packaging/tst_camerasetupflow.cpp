@@ -12,22 +12,12 @@
 #include <QtTest>
 #include <application.h>
 #include <inprocessapplication.h>
+#include <messagecapture.h>
 #include <xwindowdriver.h>
 
 namespace {
 
 QTemporaryDir *g_dir = nullptr;
-QtMessageHandler g_previousHandler = nullptr;
-QAtomicInt g_outputTried = 0;
-
-// The processing thread tries the output (and, with the driver there, the
-// set-up) once as processing starts; the steps below wait for that first.
-void watchMessages(QtMsgType type, const QMessageLogContext &context, const QString &text)
-{
-    if (text.contains(QLatin1String("Camera is not installed")))
-        g_outputTried = 1;
-    g_previousHandler(type, context, text);
-}
 
 QString path(const QString &name)
 {
@@ -131,17 +121,12 @@ private slots:
     {
         if (QFile::exists("/sys/module/v4l2loopback"))
             QSKIP("v4l2loopback is loaded on this machine: the missing driver cannot be shown");
-        // After QTest's own handler, which prints the messages.
-        g_previousHandler = qInstallMessageHandler(watchMessages);
+        // After QTest's own handler, which prints the messages. The
+        // processing thread tries the output (and, with the driver there,
+        // the set-up) once as processing starts; the steps below wait for it.
+        MessageCapture log(nullptr, {});
         QVERIFY(XWindowDriver::waitFor([this] { return shown("virtualCameraNotice"); }, 20000));
-        QVERIFY(XWindowDriver::waitFor([] { return g_outputTried.loadAcquire() == 1; }, 20000));
-    }
-
-    void cleanupTestCase()
-    {
-        if (g_previousHandler)
-            qInstallMessageHandler(g_previousHandler);
-        g_previousHandler = nullptr;
+        QVERIFY(XWindowDriver::waitFor([&] { return log.count("Camera is not installed") > 0; }, 20000));
     }
 
     void withoutTheDriverNamesThePackage()

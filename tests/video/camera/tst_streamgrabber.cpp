@@ -8,20 +8,12 @@
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QtTest>
+#include <messagecapture.h>
 
 using namespace VCam;
 using State = BaseStreamGrabber::State;
 
 namespace {
-
-int g_reopenFailures = 0;
-QtMessageHandler g_previousHandler = nullptr;
-
-void countReopenFailures(QtMsgType type, const QMessageLogContext &context, const QString &message)
-{
-    g_reopenFailures += message.contains("could not be reopened") ? 1 : 0;
-    g_previousHandler(type, context, message);
-}
 
 // Counts pictures without keeping them: a kept image would hold back the next.
 struct FrameCounter
@@ -150,14 +142,12 @@ void TestStreamGrabber::reopensAfterFailedReadAndStopsWhenGone()
 
     // Gone for good: the open file plays to its end, the reopen fails.
     QVERIFY(QFile::remove(path));
-    g_reopenFailures = 0;
-    g_previousHandler = qInstallMessageHandler(countReopenFailures);
+    MessageCapture log(nullptr, {});
     QTRY_COMPARE(grabber.state(), BaseStreamGrabber::StopState);
     QVERIFY(!grabber.isTimerActive() && !grabber.isOpened());
     const int framesAtStop = frames.count;
     QTest::qWait(200); // no ticks and no more messages once stopped
-    qInstallMessageHandler(g_previousHandler);
-    QCOMPARE(g_reopenFailures, 1);
+    QCOMPARE(log.count("could not be reopened"), 1);
     QCOMPARE(frames.count, framesAtStop);
 }
 

@@ -14,19 +14,13 @@
 #include <QtTest>
 #include <chrono>
 #include <future>
+#include <messagecapture.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 using VCam::VirtualCamService;
 
 namespace {
-
-QStringList capturedLog;
-
-void captureLog(QtMsgType, const QMessageLogContext &, const QString &message)
-{
-    capturedLog << message;
-}
 
 // Keeps writing until a write goes through, reading the frame from the sink
 // while the write is under way (the sink's output pipe is far smaller than a
@@ -212,12 +206,10 @@ private slots:
             QFile file(directory());
             QVERIFY(file.open(QIODevice::WriteOnly));
         }
-        capturedLog.clear();
-        const auto previous = qInstallMessageHandler(captureLog);
         VirtualCamService service(L"/nowhere");
-        const bool started = VCam::VirtualCamOutputHelper::startOutput(service);
-        qInstallMessageHandler(previous);
-        QVERIFY(!started);
+        MessageCapture log(nullptr, {});
+        QVERIFY(!VCam::VirtualCamOutputHelper::startOutput(service));
+        const QStringList capturedLog = log.messages();
         QVERIFY2(capturedLog.size() == 2 && capturedLog[0].startsWith("Virtual camera off:") &&
                      capturedLog[0].contains(directory()) && capturedLog[1] == "Camera not started",
                  qPrintable(capturedLog.join('\n')));
