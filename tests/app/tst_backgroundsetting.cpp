@@ -104,11 +104,6 @@ private slots:
         QVERIFY(dir.isValid());
     }
 
-    // The last processing thread's system thread is still releasing its
-    // thread-local data after QThread::wait() returns; exiting under it has
-    // corrupted the heap now and then.
-    void cleanupTestCase() { QTest::qWait(300); }
-
     void choiceReachesTheEngineAndComesBackAtTheNextStart()
     {
         json savedCore;

@@ -27,14 +27,15 @@ CoreService::~CoreService()
 void CoreService::run()
 {
     auto *worker = new CoreServiceWorker(m_virtualCamFactory);
-    connect(this, &QThread::finished, worker, &QObject::deleteLater);
     connectWorker(worker);
     m_worker = worker;
     emit workerReady();
     exec();
-    // The worker is deleted on this thread as it finishes (deleteLater above),
-    // so its GL context and camera are released where they were made.
+    // The worker is deleted here, before the thread reports that it has
+    // finished: its GL context, camera and helper threads are released on the
+    // thread that made them, and nothing of it outlives a wait() on this one.
     m_worker = nullptr;
+    delete worker;
 }
 
 void CoreService::connectWorker(CoreServiceWorker *worker)
