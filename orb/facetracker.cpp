@@ -346,8 +346,9 @@ bool FaceTracker::Impl::fitLandmarks(TrackedFace &t, const cv::Rect2f &box, bool
 
 void FaceTracker::Impl::planFits()
 {
-    for (TrackedFace &t : tracked) {
-        const bool ownFrame = (frameIndex + t.face.id) % 2 == 0;
+    for (size_t i = 0; i < tracked.size(); ++i) {
+        TrackedFace &t = tracked[i];
+        const bool ownFrame = (size_t(frameIndex) + i) % 2 == 0;
         t.fitNow = t.fresh || ownFrame || frameIndex - t.fitFrame > 1 || !isSteady(t);
     }
 }
