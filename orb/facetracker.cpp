@@ -8,6 +8,7 @@
 #include "landmarkmodel.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <dlib/image_processing/shape_predictor.h>
 #include <dlib/opencv/cv_image.h>
@@ -356,20 +357,19 @@ void FaceTracker::Impl::planFits()
 void FaceTracker::Impl::fitAll(const std::vector<TrackedFace *> &faces, std::vector<char> &fitted)
 {
     fitted.assign(faces.size(), 0);
-    auto fitEvery = [&](size_t first) {
-        for (size_t i = first; i < faces.size(); i += 2)
+    // The fits only read the gray frame and the model and each writes its
+    // own face. Both threads take the next face not yet taken, so when the
+    // helper gets no core this thread fits them all without waiting.
+    std::atomic<size_t> next{0};
+    auto fitNext = [&] {
+        for (size_t i = next++; i < faces.size(); i = next++)
             fitted[i] = fitLandmarks(*faces[i], faces[i]->box, !faces[i]->fresh);
     };
-    if (faces.size() < 2) {
-        fitEvery(0);
-        fitEvery(1);
-        return;
-    }
-    // The fits only read the gray frame and the model and each writes its
-    // own face: every second face goes to the helper.
-    helper.start([&] { fitEvery(1); });
-    fitEvery(0);
-    helper.wait();
+    if (faces.size() > 1)
+        helper.start(fitNext);
+    fitNext();
+    if (faces.size() > 1)
+        helper.wait();
 }
 
 void FaceTracker::Impl::trackAll(bool freshOnly)

@@ -27,6 +27,11 @@ void HelperThread::start(std::function<void()> task)
 void HelperThread::wait()
 {
     std::unique_lock<std::mutex> lock(m_mutex);
+    if (m_busy && !m_running) {
+        m_task = nullptr;
+        m_busy = false;
+        return;
+    }
     m_done.wait(lock, [this] { return !m_busy; });
 }
 
@@ -34,13 +39,15 @@ void HelperThread::loop()
 {
     std::unique_lock<std::mutex> lock(m_mutex);
     while (true) {
-        m_wake.wait(lock, [this] { return m_busy || m_quit; });
+        m_wake.wait(lock, [this] { return (m_busy && !m_running) || m_quit; });
         if (m_quit)
             return;
         std::function<void()> task = std::move(m_task);
+        m_running = true;
         lock.unlock();
         task();
         lock.lock();
+        m_running = false;
         m_busy = false;
         m_done.notify_all();
     }

@@ -7,10 +7,12 @@
 
 namespace Orb {
 
-// A second thread for work of the current frame that can be split in two: the
-// caller hands one half over with start(), does the other half itself and
-// then waits for the helper. Where no core is free the two halves simply take
-// turns, at the cost of a thread switch.
+// A second thread for work of the current frame that can be shared: the
+// caller hands a task over with start() and works on the same pool of work
+// itself, then calls wait(). When no core is free the helper may not begin
+// before the caller has finished everything; wait() then drops the task
+// instead of waiting for the helper to be scheduled, so tasks must take
+// their work from a pool the caller empties too.
 class HelperThread
 {
 public:
@@ -22,7 +24,8 @@ public:
     // Runs a task on the helper thread. Only one task at a time: call wait()
     // before the next start().
     void start(std::function<void()> task);
-    // Returns once the task given last has finished.
+    // Returns once the task given last has finished, or at once, dropping
+    // it, when the helper has not begun it.
     void wait();
 
 private:
@@ -32,7 +35,8 @@ private:
     std::condition_variable m_wake;
     std::condition_variable m_done;
     std::function<void()> m_task;
-    bool m_busy = false;
+    bool m_busy = false;    // a task was given and is not done
+    bool m_running = false; // the helper has begun it
     bool m_quit = false;
     std::thread m_thread;
 };
