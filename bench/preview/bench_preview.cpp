@@ -101,14 +101,14 @@ int previewRates(int seconds)
         for (const QString backend : {"auto", "software", "opengl"}) {
             for (const QString lens : {"", "sunglasses"}) {
                 const Pair p = runOnce(QString::fromUtf8(clip.path), backend, lens, seconds);
-                const char *lensName = lens.isEmpty() ? "none" : qPrintable(lens);
+                const QByteArray lensName = lens.isEmpty() ? QByteArray("none") : lens.toUtf8();
                 if (!p.app.ok) {
                     std::printf("%-6s %-9s %-11s  no frames shown\n", clip.name, qPrintable(backend),
-                                lensName);
+                                lensName.constData());
                     continue;
                 }
                 std::printf("%-6s %-9s %-11s %10.1f %8.1f %9.0f %12.0f %8.2f\n", clip.name,
-                            qPrintable(backend), lensName, p.app.paintedFps, p.app.swapsPerSecond,
+                            qPrintable(backend), lensName.constData(), p.app.paintedFps, p.app.swapsPerSecond,
                             p.app.cpuPercent, p.player.cpuPercent,
                             p.app.cpuPercent / std::max(1.0, p.player.cpuPercent));
                 std::fflush(stdout);
