@@ -1,6 +1,7 @@
 #include "application.h"
 
 #include "keyhelper.h"
+#include "processuptime.h"
 #include "resizehelper.h"
 #include "settings.h"
 #include "settingssavemiddleware.h"
@@ -21,6 +22,7 @@
 #include <analyticsmiddleware.h>
 #include <analyticsservice.h>
 #include <applicationstore.h>
+#include <atomic>
 #include <busyindicator.h>
 #include <coreservice.h>
 #include <corestore.h>
@@ -28,8 +30,8 @@
 #include <externaleventsstore.h>
 #include <favoriteslensmodel.h>
 #include <glintdeployment.h>
-#include <keychaincomponent.h>
 #include <keyboardshortcutmanager.h>
+#include <keychaincomponent.h>
 #include <lenscommand.h>
 #include <lensinfostorage.h>
 #include <lensstore.h>
@@ -37,16 +39,16 @@
 #include <metatypes.h>
 #include <networklensprovider.h>
 #include <networkmanager.h>
-#include <popupmessage.h>
 #include <paintedratemeter.h>
+#include <popupmessage.h>
 #include <previewoutput.h>
 #include <qmlnetworkaccessmanagerfactory.h>
 #include <qquicknonblockingpresscatcher.h>
 #include <recentslensproxymodel.h>
+#include <scenegraphbackend.h>
 #include <twitchservice.h>
 #include <twitchstore.h>
 #include <updateservice.h>
-#include <scenegraphbackend.h>
 
 Q_LOGGING_CATEGORY(lcApp, "glint.app")
 
@@ -54,7 +56,6 @@ namespace VCam {
 
 Application::Application(int &argc, char **argv) : QApplication(argc, argv)
 {
-    m_sinceStart.start();
     // Shutdown is ours: the last window's closing starts it, and the event
     // loop ends only when every store has stopped.
     setQuitOnLastWindowClosed(false);
@@ -337,23 +338,27 @@ void Application::onPreviewOutputLoaded()
         auto *meter = new PaintedRateMeter(preview->window());
         connect(preview, &PreviewOutput::framePrepared, meter, &PaintedRateMeter::onContentChanged);
     }
-    // The first frame counts as shown once the window has put it on screen.
+    // The first frame counts as shown once the window has swapped in a
+    // picture the preview painted, counted from the creation of the process.
     connect(preview, &PreviewOutput::framePrepared, this, [this, preview] {
         if (m_firstFrameShown || !preview->window())
             return;
         m_firstFrameShown = true;
-        auto *once = new QObject(this);
-        connect(
-            preview->window(), &QQuickWindow::frameSwapped, once,
-            [this, once] {
-                if (once->signalsBlocked())
-                    return; // a second swap queued before this one ran
-                once->blockSignals(true);
-                qCInfo(lcApp).noquote()
-                    << QStringLiteral("First frame shown %1 ms after start").arg(m_sinceStart.elapsed());
-                once->deleteLater();
+        auto shown = std::make_shared<std::atomic_bool>(false);
+        auto swapped = std::make_shared<QMetaObject::Connection>();
+        // Swaps are signalled on the render thread, where there is one.
+        *swapped = connect(
+            preview->window(), &QQuickWindow::frameSwapped, this,
+            [this, preview, shown, swapped] {
+                if (!preview->hasPaintedFrame() || shown->exchange(true))
+                    return;
+                const qint64 ms = ProcessUptime::milliseconds();
+                QMetaObject::invokeMethod(this, [ms, swapped] {
+                    disconnect(*swapped);
+                    qCInfo(lcApp).noquote() << QStringLiteral("First frame shown %1 ms after start").arg(ms);
+                });
             },
-            Qt::QueuedConnection);
+            Qt::DirectConnection);
     });
 }
 

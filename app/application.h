@@ -1,7 +1,6 @@
 #pragma once
 
 #include <QApplication>
-#include <QElapsedTimer>
 #include <QPointer>
 #include <QQmlApplicationEngine>
 #include <map>
@@ -98,7 +97,6 @@ private:
     bool m_closing = false;
     bool m_firstFrameShown = false;
     bool m_firstFrameConnected = false;
-    QElapsedTimer m_sinceStart;
 };
 
 } // namespace VCam

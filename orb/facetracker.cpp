@@ -3,10 +3,12 @@
 #include "backgroundfacedetector.h"
 #include "expressionanalyzer.h"
 #include "facedetector.h"
+#include "helperthread.h"
 #include "imagebase.h"
 #include "landmarkmodel.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <dlib/image_processing/shape_predictor.h>
 #include <dlib/opencv/cv_image.h>
@@ -20,6 +22,14 @@ constexpr int kSearchInterval = 30;   // frames between searches for more faces
 constexpr int kAllowedMisses = 2;     // failed checks in a row before a face is dropped
 constexpr int kDetectionWidth = 640;  // searches run at this width
 constexpr float kRegionMargin = 0.4f; // gray pixels kept around each face, per box width
+// A steady face (one that moves, turns and scales slowly) is fitted every
+// other frame, half of the faces on even frames and half on odd ones; in
+// between its landmarks move on by its last movement. Per frame, relative to
+// the eye distance:
+constexpr float kSteadyShift = 0.05f; // at most this movement
+constexpr float kSteadyScale = 0.02f; // at most this change of the eye distance
+constexpr float kSteadyRoll = 0.02f;  // at most this turn, in radians
+constexpr float kStillShift = 0.01f;  // below this the movement is fitting noise
 
 using Job = BackgroundFaceDetector::Job;
 using Result = BackgroundFaceDetector::Result;
@@ -36,8 +46,18 @@ struct TrackedFace
     // fit would let the landmarks creep on a still face.
     cv::Rect2f box;
     int misses = 0;
+    // Movement per frame between the last two fits.
+    Point velocity{0, 0};
+    float eyeRate = 0.0f, rollRate = 0.0f;
+    // The last fit: its frame, landmarks' centre, eye distance and tilt.
+    int fitFrame = -1;
+    bool movementKnown = false; // the last two fits were at most two frames apart
+    Point fitCentre{0, 0};
+    float fitEyes = 0.0f, fitRoll = 0.0f;
+    bool fitNow = true; // this frame fits the landmarks rather than predicting them
     bool fresh = true;  // found by a detection, landmarks not fitted yet
     bool stale = false; // that detection saw an earlier frame
+    bool lost = false;  // the landmarks could not be fitted
 };
 
 cv::Rect2f landmarkBounds(const Face &face)
@@ -82,6 +102,43 @@ bool overlaps(const cv::Rect2f &a, const cv::Rect2f &b)
     const float inter = (a & b).area();
     return inter > 0.3f * std::min(a.area(), b.area());
 }
+
+Point centreOf(const Face &face)
+{
+    Point c{0, 0};
+    for (const auto &p : face.landmarks)
+        c.x += p.x, c.y += p.y;
+    return {c.x / Face::kLandmarkCount, c.y / Face::kLandmarkCount};
+}
+
+// Whether a face moved, scaled and turned little enough between its last two
+// fits for its landmarks to be predicted for a frame.
+bool isSteady(const TrackedFace &t)
+{
+    const float eyes = t.fitEyes;
+    return t.movementKnown && eyes >= 1.0f && std::hypot(t.velocity.x, t.velocity.y) < kSteadyShift * eyes &&
+           std::abs(t.eyeRate) < kSteadyScale * eyes && std::abs(t.rollRate) < kSteadyRoll;
+}
+
+// Records a fit and the face's movement per frame since the fit before.
+void noteFit(TrackedFace &t, int frameIndex)
+{
+    const Point centre = centreOf(t.face);
+    const float eyes = t.face.eyeDistance(), roll = rollOf(t.face);
+    t.movementKnown = t.fitFrame >= 0 && frameIndex - t.fitFrame <= 2;
+    if (t.fitFrame >= 0 && frameIndex > t.fitFrame) {
+        const float frames = float(frameIndex - t.fitFrame);
+        t.velocity = {(centre.x - t.fitCentre.x) / frames, (centre.y - t.fitCentre.y) / frames};
+        if (std::hypot(t.velocity.x, t.velocity.y) < kStillShift * eyes)
+            t.velocity = {0, 0};
+        t.eyeRate = (eyes - t.fitEyes) / frames;
+        t.rollRate = (roll - t.fitRoll) / frames;
+    }
+    t.fitFrame = frameIndex;
+    t.fitCentre = centre;
+    t.fitEyes = eyes;
+    t.fitRoll = roll;
+}
 } // namespace
 
 // Each frame fits the landmarks of every tracked face in a box derived from
@@ -94,6 +151,7 @@ struct FaceTracker::Impl
     std::shared_ptr<const dlib::shape_predictor> model;
     std::unique_ptr<BackgroundFaceDetector> background;
     FaceDetector detector; // places faces found on earlier frames on this one
+    HelperThread helper;   // fits half of the faces when there are several
     std::vector<TrackedFace> tracked;
     std::vector<Face> faces;
     cv::Mat gray;
@@ -108,12 +166,14 @@ struct FaceTracker::Impl
     bool restartPending = true; // limits count from the next frame's time
     TrackingRequestInfo limits;
 
+    void planFits();
     void toGray(const ImageBase &frame, const cv::Rect &region);
     void toGrayAroundFaces(const ImageBase &frame);
     void takeResult(Detection detection);
     void apply(const Result &result, int jobFrame);
     void submitJob(const ImageBase &frame, double now, Detection detection);
     bool fitLandmarks(TrackedFace &t, const cv::Rect2f &box, bool smooth);
+    void fitAll(const std::vector<TrackedFace *> &faces, std::vector<char> &fitted);
     void trackAll(bool freshOnly = false);
 };
 
@@ -154,7 +214,7 @@ void FaceTracker::Impl::toGrayAroundFaces(const ImageBase &frame)
         const cv::Rect region = cv::Rect(cv::Point(int(t.box.x - m), int(t.box.y - m)),
                                          cv::Point(int(t.box.br().x + m) + 1, int(t.box.br().y + m) + 1)) &
                                 whole;
-        if (!wholeGray && region.area() > 0)
+        if (t.fitNow && !wholeGray && region.area() > 0)
             toGray(frame, region);
     }
 }
@@ -285,12 +345,47 @@ bool FaceTracker::Impl::fitLandmarks(TrackedFace &t, const cv::Rect2f &box, bool
     return true;
 }
 
+void FaceTracker::Impl::planFits()
+{
+    for (size_t i = 0; i < tracked.size(); ++i) {
+        TrackedFace &t = tracked[i];
+        const bool ownFrame = (size_t(frameIndex) + i) % 2 == 0;
+        t.fitNow = t.fresh || ownFrame || frameIndex - t.fitFrame > 1 || !isSteady(t);
+    }
+}
+
+void FaceTracker::Impl::fitAll(const std::vector<TrackedFace *> &faces, std::vector<char> &fitted)
+{
+    fitted.assign(faces.size(), 0);
+    // The fits only read the gray frame and the model and each writes its
+    // own face. Both threads take the next face not yet taken, so when the
+    // helper gets no core this thread fits them all without waiting.
+    std::atomic<size_t> next{0};
+    auto fitNext = [&] {
+        for (size_t i = next++; i < faces.size(); i = next++)
+            fitted[i] = fitLandmarks(*faces[i], faces[i]->box, !faces[i]->fresh);
+    };
+    if (faces.size() > 1)
+        helper.start(fitNext);
+    fitNext();
+    if (faces.size() > 1)
+        helper.wait();
+}
+
 void FaceTracker::Impl::trackAll(bool freshOnly)
 {
     const cv::Rect2f frameRect(0, 0, static_cast<float>(gray.cols), static_cast<float>(gray.rows));
+    std::vector<TrackedFace *> toFit;
     for (auto it = tracked.begin(); it != tracked.end();) {
         TrackedFace &t = *it;
         if (freshOnly && !t.fresh) {
+            ++it;
+            continue;
+        }
+        if (!t.fitNow && !t.fresh) {
+            // A steady face between two fits: it moves on as it moved.
+            for (Point &p : t.face.landmarks)
+                p.x += t.velocity.x, p.y += t.velocity.y;
             ++it;
             continue;
         }
@@ -303,16 +398,31 @@ void FaceTracker::Impl::trackAll(bool freshOnly)
             t.stale = false;
         }
         const bool keep = (t.box & frameRect).area() > 0.3f * t.box.area() && t.box.width > 24.0f;
-        if (keep && fitLandmarks(t, t.box, !t.fresh)) {
-            if (t.fresh)
-                t.relativeBox = relativeTo(t.box, landmarkBounds(t.face));
-            t.fresh = false;
-            t.face.expressions = t.expressions.update(t.face);
+        if (keep) {
+            toFit.push_back(&t);
             ++it;
         } else {
             it = tracked.erase(it);
         }
     }
+    std::vector<char> fitted;
+    fitAll(toFit, fitted);
+    for (size_t i = 0; i < toFit.size(); ++i) {
+        TrackedFace &t = *toFit[i];
+        if (!fitted[i]) {
+            t.lost = true;
+            continue;
+        }
+        if (t.fresh) {
+            t.relativeBox = relativeTo(t.box, landmarkBounds(t.face));
+            t.fitFrame = -1; // a new track: no movement known yet
+        }
+        t.fresh = false;
+        noteFit(t, frameIndex);
+        t.face.expressions = t.expressions.update(t.face);
+    }
+    tracked.erase(std::remove_if(tracked.begin(), tracked.end(), [](const TrackedFace &t) { return t.lost; }),
+                  tracked.end());
     // Two tracks that converged on one face: keep the older one.
     for (size_t i = 0; i < tracked.size(); ++i) {
         for (size_t j = i + 1; j < tracked.size();) {
@@ -365,6 +475,7 @@ const std::vector<Face> &FaceTracker::process(const ImageBase &frame, double tim
         d->gray.create(frame.height(), frame.width(), CV_8UC1);
     d->wholeGray = false;
     d->takeResult(detection);
+    d->planFits();
     d->toGrayAroundFaces(frame);
     d->trackAll();
     d->submitJob(frame, timeSeconds, detection);

@@ -4,21 +4,21 @@
 // Usage: orb_bench [frames] [lens ids...]
 #include <algorithm>
 #include <chrono>
-#include <orb/complexeffect.h>
-#include <orb/coremanager.h>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <functional>
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+#include <orb/complexeffect.h>
+#include <orb/coremanager.h>
 #include <orb/effectsmanager.h>
 #include <orb/externaleventsystem.h>
 #include <orb/facetracker.h>
-#include <functional>
 #include <orb/landmarkmodel.h>
-#include <opencv2/imgcodecs.hpp>
-#include <opencv2/imgproc.hpp>
 #include <orb/scene.h>
-#include <string>
 #include <orb/texturereader.h>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -36,6 +36,19 @@ std::vector<uint8_t> portraitFrame(int &width, int &height)
     cv::cvtColor(canvas, rgba, cv::COLOR_BGR2RGBA);
     width = rgba.cols;
     height = rgba.rows;
+    return std::vector<uint8_t>(rgba.data, rgba.data + rgba.total() * 4);
+}
+
+// Four tiles of 640x360, each with the portrait's face at the size the
+// four-face clip shows it.
+std::vector<uint8_t> fourFacesFrame()
+{
+    cv::Mat portrait = cv::imread(kData + "/testdata/astronaut.png", cv::IMREAD_COLOR), scaled, rgba;
+    cv::resize(portrait, scaled, cv::Size(640, 640), 0, 0, cv::INTER_AREA);
+    cv::Mat canvas(720, 1280, CV_8UC3);
+    for (int tile = 0; tile < 4; ++tile)
+        scaled(cv::Rect(0, 0, 640, 360)).copyTo(canvas(cv::Rect(tile % 2 * 640, tile / 2 * 360, 640, 360)));
+    cv::cvtColor(canvas, rgba, cv::COLOR_BGR2RGBA);
     return std::vector<uint8_t>(rgba.data, rgba.data + rgba.total() * 4);
 }
 
@@ -123,6 +136,15 @@ int main(int argc, char **argv)
                                  frames, [&](int i) { tracker.process(image, i / 30.0, false); },
                                  [&] { return !tracker.faces().empty(); }));
     std::printf("                 (%zu face tracked)\n", tracker.faces().size());
+    std::vector<uint8_t> four = fourFacesFrame();
+    Orb::ImageBase fourImage(four.data(), width, height, width * 4, Orb::ColorSpace::RGBA,
+                             Orb::ImageBase::doNothingDeallocator);
+    Orb::FaceTracker fourTracker;
+    fourTracker.initialize(Orb::LandmarkModel::path(), error);
+    report("tracking 4 faces", measure(
+                                   frames, [&](int i) { fourTracker.process(fourImage, i / 30.0, false); },
+                                   [&] { return fourTracker.faces().size() == 4; }));
+    std::printf("                 (%zu faces tracked)\n", fourTracker.faces().size());
 
     for (const auto &id : lenses) {
         if (!core.useComplexEffect(

@@ -7,24 +7,21 @@
 // of the whole process per frame (the software renderer's and the face
 // search's threads included) and of the processing thread alone, how long after the lens was chosen the first
 // face was seen, and from then on the share of frames in which the lens saw
-// a face ("kept") and all of the clip's faces ("all"). Then the
-// program's time from start to its first frame on screen (needs an X display,
-// e.g. under xvfb-run).
+// a face ("kept") and all of the clip's faces ("all").
 //
 //   bench_processing [--frames N] [--deterministic] [--clip demo|moving|four] [--lens name|none]...
 //
 // --deterministic uses the lockstep face search of tests (results do not
 // depend on the machine's speed); without it the figures are the user's.
-#include <QCoreApplication>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QEventLoop>
-#include <QFile>
 #include <QGuiApplication>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QThread>
 #include <algorithm>
+#include <benchsupport.h>
 #include <coreserviceworker.h>
 #include <cstdio>
 #include <ctime>
@@ -70,14 +67,6 @@ struct Figures
     int frames = 0, sinceFirstFace = 0, withFace = 0, withAllFaces = 0, written = 0;
     double firstFaceMs = -1;
 };
-
-double percentile(std::vector<double> values, double p)
-{
-    if (values.empty())
-        return 0;
-    std::sort(values.begin(), values.end());
-    return values[std::min(values.size() - 1, size_t(p * values.size()))];
-}
 
 QString lensPath(const QString &lens)
 {
@@ -142,11 +131,11 @@ Figures runOnProcessingThread(const Clip &clip, const QString &lens, int frames,
     }
     figures.frames = frames;
     figures.fps = frames * 1000.0 / total.elapsed();
-    figures.medianMs = percentile(wall, 0.5);
-    figures.p99Ms = percentile(wall, 0.99);
-    figures.medianCpuMs = percentile(cpu, 0.5);
-    figures.threadMedianMs = percentile(threadCpu, 0.5);
-    figures.threadP99Ms = percentile(threadCpu, 0.99);
+    figures.medianMs = Bench::percentile(wall, 0.5);
+    figures.p99Ms = Bench::percentile(wall, 0.99);
+    figures.medianCpuMs = Bench::percentile(cpu, 0.5);
+    figures.threadMedianMs = Bench::percentile(threadCpu, 0.5);
+    figures.threadP99Ms = Bench::percentile(threadCpu, 0.99);
     figures.cpuPercent = 100.0 * (processCpuMs() - cpuTotalStart) / std::max<qint64>(1, total.elapsed());
     figures.written = output->written() - writtenBefore;
     worker.stopProcessing();
@@ -166,50 +155,6 @@ Figures run(const Clip &clip, const QString &lens, int frames, bool deterministi
     thread->wait();
     delete thread;
     return figures;
-}
-
-void timeToFirstFrame()
-{
-#ifdef GLINT_APP_BINARY
-    if (qEnvironmentVariableIsEmpty("DISPLAY")) {
-        std::printf("start-up to first frame: skipped (no X display)\n");
-        return;
-    }
-    QTemporaryDir config;
-    QDir().mkpath(config.path() + "/Glint/Glint Camera");
-    QFile settings(config.path() + "/Glint/Glint Camera/settings.json");
-    settings.open(QIODevice::WriteOnly);
-    settings.write(R"({"settings": {"show_onboarding": false}})");
-    settings.close();
-    QProcess app;
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert("XDG_CONFIG_HOME", config.path());
-    env.insert("QT_QPA_PLATFORM", "xcb");
-    env.insert("GLINT_DEMO_CLIP", GLINT_DEMO_CLIP_PATH);
-    app.setProcessEnvironment(env);
-    app.setProcessChannelMode(QProcess::MergedChannels);
-    QElapsedTimer clock;
-    clock.start();
-    app.start(GLINT_APP_BINARY, {"--lens", GLINT_LENSES_DIR "/sunglasses"});
-    QByteArray output;
-    while (clock.elapsed() < 30000 && !output.contains("First frame shown")) {
-        app.waitForReadyRead(100);
-        output += app.readAll();
-    }
-    const qint64 outside = clock.elapsed();
-    const int at = output.indexOf("First frame shown");
-    std::printf("start-up to first frame: %s (%lld ms measured from outside)\n",
-                at < 0 ? "not reached" : output.mid(at, output.indexOf('\n', at) - at).constData(),
-                static_cast<long long>(outside));
-    app.terminate();
-    app.waitForFinished(10000);
-#endif
-}
-
-QByteArray loadAverage()
-{
-    QFile file(QStringLiteral("/proc/loadavg"));
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("unknown\n");
 }
 
 QStringList sampleLenses()
@@ -270,7 +215,7 @@ int main(int argc, char **argv)
     std::printf(
         "clip -> processing thread -> sink, %d frames of 1280x720 paced at the clip rate, %s face search\n",
         frames, deterministic ? "lockstep" : "background (as in the application)");
-    std::printf("load average at start: %s", loadAverage().constData());
+    std::printf("load average at start: %s\n", Bench::loadAverage().constData());
     std::printf("%-7s %-11s %6s %7s %7s %7s %7s %7s %6s %7s %7s %7s %7s\n", "clip", "lens", "fps", "med ms",
                 "p99 ms", "thr med", "thr p99", "cpu ms", "cpu %", "1st ms", "kept %", "all %", "to sink");
     for (const Clip &clip : clips) {
@@ -284,9 +229,8 @@ int main(int argc, char **argv)
             std::fflush(stdout);
         }
     }
-    std::printf("load average at end: %s", loadAverage().constData());
+    std::printf("load average at end: %s\n", Bench::loadAverage().constData());
     sink.terminate();
     sink.waitForFinished(3000);
-    timeToFirstFrame();
     return 0;
 }

@@ -97,6 +97,30 @@ TEST_F(FaceTracking, SensorNoiseDoesNotMakeLandmarksJitter)
     EXPECT_LT(worst, 0.35f) << "eye centres move between frames of a still face";
 }
 
+TEST_F(FaceTracking, SlowlyDriftingFacesKeepTheirLandmarksOnEveryFrame)
+{
+    // Two faces drifting slowly apart: steady faces are fitted every other
+    // frame and moved on in between, so every frame is checked, not just
+    // the fitted ones.
+    const cv::Mat portrait = TestFrames::load("astronaut.png");
+    auto frameAt = [&](int step) {
+        cv::Mat two = TestFrames::place(portrait, 20 - 2 * step, 60, 1.2);
+        TestFrames::place(portrait, 640 + 2 * step, 60, 1.2)(cv::Rect(640, 0, 640, 720))
+            .copyTo(two(cv::Rect(640, 0, 640, 720)));
+        return two;
+    };
+    ASSERT_EQ(run(frameAt(0), 3).size(), 2u);
+    for (int step = 1; step <= 40; ++step) {
+        const auto &faces = run(frameAt(step));
+        ASSERT_EQ(faces.size(), 2u) << "step " << step;
+        for (const Face &face : faces) {
+            const float x = face.leftEye().x < 640 ? 20 - 2 * step : 640 + 2 * step;
+            expectNear(face.leftEye(), {x + kLeftEye.x * 1.2f, 60 + kLeftEye.y * 1.2f}, 3.3f, "left eye");
+            expectNear(face.mouthCenter(), {x + kMouth.x * 1.2f, 60 + kMouth.y * 1.2f}, 3.3f, "mouth");
+        }
+    }
+}
+
 TEST_F(FaceTracking, CatIsNoHumanFace)
 {
     EXPECT_TRUE(run(TestFrames::place(TestFrames::load("chelsea.png"), 200, 50, 1.8), 10).empty());

@@ -94,6 +94,7 @@ void PreviewOutput::paint(QPainter *painter)
         // Prepared at the item's size this is a plain copy; right after a
         // resize it is stretched until the next frame.
         painter->drawImage(area, m_prepared);
+        m_paintedFrame = true;
         return;
     }
     if (m_image.isNull())
@@ -105,6 +106,7 @@ void PreviewOutput::paint(QPainter *painter)
         painter->translate(-area.width() / 2.0, -area.height() / 2.0);
     }
     painter->drawImage(area, m_image);
+    m_paintedFrame = true;
 }
 
 } // namespace VCam

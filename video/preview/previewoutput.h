@@ -2,6 +2,7 @@
 
 #include <QImage>
 #include <QQuickPaintedItem>
+#include <atomic>
 
 class QThread;
 
@@ -27,6 +28,8 @@ public:
     void setFlip(bool flip);
     float whRatio() const { return m_whRatio; }
     QImage image() const { return m_image; }
+    // Whether a camera frame has been painted; safe from any thread.
+    bool hasPaintedFrame() const { return m_paintedFrame.load(); }
 
     void paint(QPainter *painter) override;
 
@@ -57,6 +60,7 @@ private:
     bool m_waiting = false; // a newer frame than the one in preparation
     bool m_flip = false;
     float m_whRatio = 16.0f / 9.0f;
+    std::atomic_bool m_paintedFrame{false}; // set where the item is painted
     QThread *m_thread = nullptr;
     PreviewFramePreparer *m_preparer = nullptr;
 };
