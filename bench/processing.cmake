@@ -8,6 +8,7 @@ if(TARGET video AND TARGET orb AND TARGET glint-camera-sink AND TARGET virtualca
     GLINT_LENSES_DIR="${CMAKE_SOURCE_DIR}/data/lenses"
     GLINT_DEMO_CLIP_PATH="${GLINT_DEMO_CLIP_OUTPUT}"
     GLINT_MOVING_CLIP_PATH="${GLINT_MOVING_CLIP_OUTPUT}"
-    GLINT_FOUR_FACES_CLIP_PATH="${GLINT_FOUR_FACES_CLIP_OUTPUT}")
-  add_dependencies(bench_processing glint_test_clips glint-camera-sink)
+    GLINT_FOUR_FACES_CLIP_PATH="${GLINT_FOUR_FACES_CLIP_OUTPUT}"
+    GLINT_BACKGROUNDS_DIR="${GLINT_BACKGROUNDS_OUTPUT}")
+  add_dependencies(bench_processing glint_test_clips glint-camera-sink glint_backgrounds glint_segmentation_model)
 endif()

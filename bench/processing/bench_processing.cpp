@@ -10,6 +10,7 @@
 // a face ("kept") and all of the clip's faces ("all").
 //
 //   bench_processing [--frames N] [--deterministic] [--clip demo|moving|four] [--lens name|none]...
+//                    [--background off|blur|strong-blur|image]
 //
 // --deterministic uses the lockstep face search of tests (results do not
 // depend on the machine's speed); without it the figures are the user's.
@@ -75,7 +76,7 @@ QString lensPath(const QString &lens)
 
 // Runs on the processing thread, like the application's worker.
 Figures runOnProcessingThread(const Clip &clip, const QString &lens, int frames, bool deterministic,
-                              QObject *preview)
+                              const BackgroundSetting &background, QObject *preview)
 {
     auto output = std::make_shared<WriterOnlyOutput>();
     CoreServiceWorker worker([output] { return output; });
@@ -85,6 +86,12 @@ Figures runOnProcessingThread(const Clip &clip, const QString &lens, int frames,
     worker.startProcessing();
     while (!output->isConnected())
         QThread::msleep(5);
+    QString backgroundError;
+    QObject::connect(&worker, &CoreServiceWorker::backgroundEffectAnswered,
+                     [&](const BackgroundSetting &, const QString &error) { backgroundError = error; });
+    worker.setBackgroundEffect(background);
+    if (!backgroundError.isEmpty())
+        qFatal("background effect: %s", qPrintable(backgroundError));
     qputenv("GLINT_DEMO_CLIP", clip.path);
     DemoFrameStream camera;
     camera.setAspectRatio(CoreServiceWorker::kFrameAspectRatio);
@@ -142,13 +149,14 @@ Figures runOnProcessingThread(const Clip &clip, const QString &lens, int frames,
     return figures;
 }
 
-Figures run(const Clip &clip, const QString &lens, int frames, bool deterministic)
+Figures run(const Clip &clip, const QString &lens, int frames, bool deterministic,
+            const BackgroundSetting &background)
 {
     QObject preview; // stands for the preview item on the main thread
     Figures figures;
     QEventLoop loop;
     QThread *thread = QThread::create(
-        [&] { figures = runOnProcessingThread(clip, lens, frames, deterministic, &preview); });
+        [&] { figures = runOnProcessingThread(clip, lens, frames, deterministic, background, &preview); });
     QObject::connect(thread, &QThread::finished, &loop, &QEventLoop::quit);
     thread->start();
     loop.exec();
@@ -177,6 +185,8 @@ int main(int argc, char **argv)
     bool deterministic = false;
     std::vector<Clip> clips;
     QStringList lenses;
+    BackgroundSetting background;
+    QString backgroundName = QStringLiteral("off");
     const QStringList args = app.arguments();
     for (int i = 1; i < args.size(); ++i) {
         const QString &arg = args[i];
@@ -189,12 +199,20 @@ int main(int argc, char **argv)
             for (const Clip &clip : allClips)
                 if (value == clip.name)
                     clips.push_back(clip);
-        } else if (arg == "--lens" && ++i)
+        } else if (arg == "--lens" && ++i) {
             lenses << (value == "none" ? QString() : value);
-        else {
+        } else if (arg == "--background" && ++i) {
+            backgroundName = value;
+            background.mode = value == "image" ? BackgroundMode::Image
+                              : value == "off" ? BackgroundMode::Off
+                                               : BackgroundMode::Blur;
+            background.blurStrength = value == "strong-blur" ? BlurStrength::Strong : BlurStrength::Light;
+            if (background.mode == BackgroundMode::Image)
+                background.imagePath = QStringLiteral(GLINT_BACKGROUNDS_DIR "/soft-gradient.jpg");
+        } else {
             std::fprintf(stderr,
                          "usage: %s [--frames N] [--deterministic] [--clip demo|moving|four] "
-                         "[--lens name|none]...\n",
+                         "[--lens name|none]... [--background off|blur|strong-blur|image]\n",
                          argv[0]);
             return 2;
         }
@@ -213,14 +231,16 @@ int main(int argc, char **argv)
     sink.waitForStarted();
 
     std::printf(
-        "clip -> processing thread -> sink, %d frames of 1280x720 paced at the clip rate, %s face search\n",
-        frames, deterministic ? "lockstep" : "background (as in the application)");
+        "clip -> processing thread -> sink, %d frames of 1280x720 paced at the clip rate, %s face search, "
+        "background effect %s\n",
+        frames, deterministic ? "lockstep" : "background (as in the application)",
+        qPrintable(backgroundName));
     std::printf("load average at start: %s\n", Bench::loadAverage().constData());
     std::printf("%-7s %-11s %6s %7s %7s %7s %7s %7s %6s %7s %7s %7s %7s\n", "clip", "lens", "fps", "med ms",
                 "p99 ms", "thr med", "thr p99", "cpu ms", "cpu %", "1st ms", "kept %", "all %", "to sink");
     for (const Clip &clip : clips) {
         for (const QString &lens : lenses) {
-            const Figures f = run(clip, lens, frames, deterministic);
+            const Figures f = run(clip, lens, frames, deterministic, background);
             const double since = std::max(1, f.sinceFirstFace) / 100.0;
             std::printf("%-7s %-11s %6.1f %7.2f %7.2f %7.2f %7.2f %7.2f %6.0f %7.0f %7.1f %7.1f %7d\n",
                         clip.name, lens.isEmpty() ? "none" : qPrintable(lens), f.fps, f.medianMs, f.p99Ms,
