@@ -22,6 +22,10 @@ namespace {
 constexpr std::uintmax_t kMaxBackgroundImageBytes = 64ull * 1024 * 1024;
 // ... and so are pictures that would decode to more pixels than this.
 constexpr long long kMaxBackgroundPixels = 50'000'000;
+// The network runs on every second frame; in between, the newest
+// coefficients are applied to the frame's own luma, so edges still follow the
+// picture. This halves the network's share of the processor at camera rate.
+constexpr int kFramesPerMask = 2;
 } // namespace
 
 BackgroundStage::BackgroundStage() = default;
@@ -132,10 +136,18 @@ bool BackgroundStage::updateMask(const ImageBase &image, bool synchronous)
     const int type = image.colorSpace() == ColorSpace::Gray  ? CV_8UC1
                      : image.colorSpace() == ColorSpace::RGB ? CV_8UC3
                                                              : CV_8UC4;
+    PersonSegmenter::Result result;
+    if (m_segmenter->takeResult(result)) {
+        m_coefficients = result.coefficients;
+        m_coefficientsChanged = true;
+    }
+    const bool maskDue = synchronous || !m_haveMask || ++m_framesSinceMask >= kFramesPerMask;
+    if (!maskDue)
+        return true;
+    m_framesSinceMask = 0;
     const cv::Mat view(image.height(), image.width(), type, const_cast<uint8_t *>(image.data()),
                        image.bytesPerLine());
     cv::Mat small = PersonSegmenter::shrink(view, image.colorSpace() != ColorSpace::BGRA);
-    PersonSegmenter::Result result;
     if (synchronous || !m_haveMask) {
         // The first mask (and every mask in synchronous mode) belongs to its
         // own frame; after that the mask of a frame is used on the next one.
@@ -143,10 +155,6 @@ bool BackgroundStage::updateMask(const ImageBase &image, bool synchronous)
         m_coefficients = result.coefficients;
         m_coefficientsChanged = m_haveMask = true;
         return true;
-    }
-    if (m_segmenter->takeResult(result)) {
-        m_coefficients = result.coefficients;
-        m_coefficientsChanged = true;
     }
     m_segmenter->submit(std::move(small));
     return true;

@@ -58,6 +58,7 @@ private:
     std::string m_modelPath;
     std::unique_ptr<SegmentationWorker> m_segmenter;
     bool m_haveMask = false;
+    int m_framesSinceMask = 0;
     cv::Mat m_coefficients; // the newest guided-filter coefficients
     bool m_coefficientsChanged = false;
     BackgroundEffect m_effect;

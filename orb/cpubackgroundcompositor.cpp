@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstring>
 #include <opencv2/imgproc.hpp>
 
 namespace Orb {
@@ -23,22 +24,28 @@ const uint8_t *edgeTable()
 }
 } // namespace
 
+// The mask is evaluated at half size and scaled up: the guided-filter
+// coefficients are smooth, so the half-size luma carries the edges, at a
+// quarter of the arithmetic.
 const cv::Mat &CpuBackgroundCompositor::computeMask(const cv::Mat &rgba)
 {
     CV_Assert(rgba.type() == CV_8UC4 && !m_coefficients.empty());
-    cv::resize(m_coefficients, m_scaled, rgba.size(), 0, 0, cv::INTER_LINEAR);
+    const cv::Size half((rgba.cols + 1) / 2, (rgba.rows + 1) / 2);
     cv::cvtColor(rgba, m_gray, cv::COLOR_RGBA2GRAY);
-    m_mask.create(rgba.size(), CV_8U);
+    cv::resize(m_gray, m_halfGray, half, 0, 0, cv::INTER_AREA);
+    cv::resize(m_coefficients, m_scaled, half, 0, 0, cv::INTER_LINEAR);
+    m_halfMask.create(half, CV_8U);
     const uint8_t *edge = edgeTable();
-    for (int y = 0; y < rgba.rows; ++y) {
+    for (int y = 0; y < half.height; ++y) {
         const cv::Vec2f *ab = m_scaled.ptr<cv::Vec2f>(y);
-        const uint8_t *g = m_gray.ptr(y);
-        uint8_t *m = m_mask.ptr(y);
-        for (int x = 0; x < rgba.cols; ++x) {
+        const uint8_t *g = m_halfGray.ptr(y);
+        uint8_t *m = m_halfMask.ptr(y);
+        for (int x = 0; x < half.width; ++x) {
             const float v = std::clamp(ab[x][0] * g[x] * (1.0f / 255.0f) + ab[x][1], 0.0f, 1.0f);
             m[x] = edge[static_cast<int>(v * 255.0f + 0.5f)];
         }
     }
+    cv::resize(m_halfMask, m_mask, rgba.size(), 0, 0, cv::INTER_LINEAR);
     return m_mask;
 }
 
@@ -79,19 +86,31 @@ void CpuBackgroundCompositor::replace(cv::Mat &rgba, const cv::Mat &background)
     blend(rgba, background);
 }
 
+// Most pixels are wholly person or wholly background; only the thin edge
+// between them is mixed. (v + 128) * 257 >> 16 is v / 255 rounded for every
+// v the products can reach.
 void CpuBackgroundCompositor::blend(cv::Mat &rgba, const cv::Mat &background) const
 {
+    constexpr uint32_t kOpaque = 0xff000000u; // alpha, the fourth byte in memory
     for (int y = 0; y < rgba.rows; ++y) {
         uint8_t *f = rgba.ptr(y);
         const uint8_t *b = background.ptr(y);
         const uint8_t *m = m_mask.ptr(y);
         for (int x = 0; x < rgba.cols; ++x) {
-            const int a = m[x];
+            const uint32_t a = m[x];
             if (a == 255)
                 continue;
-            for (int k = 0; k < 3; ++k)
-                f[x * 4 + k] =
-                    static_cast<uint8_t>((f[x * 4 + k] * a + b[x * 4 + k] * (255 - a) + 127) / 255);
+            if (a == 0) {
+                uint32_t pixel;
+                std::memcpy(&pixel, b + x * 4, 4);
+                pixel |= kOpaque;
+                std::memcpy(f + x * 4, &pixel, 4);
+                continue;
+            }
+            for (int k = 0; k < 3; ++k) {
+                const uint32_t v = f[x * 4 + k] * a + b[x * 4 + k] * (255u - a) + 128u;
+                f[x * 4 + k] = static_cast<uint8_t>((v * 257u) >> 16);
+            }
             f[x * 4 + 3] = 255;
         }
     }
