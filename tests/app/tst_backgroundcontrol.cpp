@@ -10,6 +10,7 @@
 #include <QTemporaryDir>
 #include <QtTest>
 #include <application.h>
+#include <applicationhome.h>
 #include <coreservice.h>
 #include <corestore.h>
 #include <dispatcher.h>
@@ -46,21 +47,9 @@ double detail(const QImage &image, double left, double top, double width, double
 
 void prepareEnvironment()
 {
-    g_dir = new QTemporaryDir;
-    for (const char *folder : {"config/Glint/Glint Camera", "data", "runtime"})
-        QDir().mkpath(g_dir->filePath(folder));
-    QFile::setPermissions(g_dir->filePath("runtime"),
-                          QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
     // No introduction over the page, and the picture as the camera sees it
     // (the flag on the left).
-    QFile settings(g_dir->filePath("config/Glint/Glint Camera/settings.json"));
-    settings.open(QIODevice::WriteOnly);
-    settings.write(R"({"settings": {"show_onboarding": false, "mirror_preview": false}})");
-    settings.close();
-    qputenv("GLINT_BACKEND_URL", "http://127.0.0.1:9/vc/v1");
-    qputenv("XDG_CONFIG_HOME", g_dir->filePath("config").toUtf8());
-    qputenv("XDG_DATA_HOME", g_dir->filePath("data").toUtf8());
-    qputenv("XDG_RUNTIME_DIR", g_dir->filePath("runtime").toUtf8());
+    g_dir = prepareApplicationHome(R"({"settings": {"show_onboarding": false, "mirror_preview": false}})");
     qunsetenv("GLINT_SEGMENTATION_MODEL");
     qunsetenv("GLINT_BACKGROUNDS");
 }
@@ -74,21 +63,10 @@ public:
     explicit TestBackgroundControl(Application *app) : m_app(app) {}
 
 private:
-    // An item of the window, searched in the visual tree (delegates made by
-    // a Repeater are not QObject children of the page).
-    static QQuickItem *findItem(QQuickItem *root, const QString &name)
-    {
-        if (root->objectName() == name)
-            return root;
-        for (QQuickItem *child : root->childItems())
-            if (QQuickItem *found = findItem(child, name))
-                return found;
-        return nullptr;
-    }
     QQuickItem *item(const QString &name) const
     {
         auto *window = qobject_cast<QQuickWindow *>(m_app->engine()->rootObjects().value(0));
-        return window ? findItem(window->contentItem(), name) : nullptr;
+        return window ? findQuickItem(window->contentItem(), name) : nullptr;
     }
     CoreStore *store() const
     {

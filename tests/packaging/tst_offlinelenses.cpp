@@ -12,6 +12,7 @@
 #include <QTemporaryDir>
 #include <QtTest>
 #include <application.h>
+#include <applicationhome.h>
 #include <inprocessapplication.h>
 #include <xwindowdriver.h>
 
@@ -21,34 +22,8 @@ QTemporaryDir *g_dir = nullptr;
 
 void prepareEnvironment()
 {
-    g_dir = new QTemporaryDir;
-    for (const char *folder : {"config/Glint/Glint Camera", "data", "runtime"})
-        QDir().mkpath(g_dir->filePath(folder));
-    QFile::setPermissions(g_dir->filePath("runtime"),
-                          QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
-    QFile settings(g_dir->filePath("config/Glint/Glint Camera/settings.json"));
-    settings.open(QIODevice::WriteOnly);
-    settings.write(R"({"settings": {"show_onboarding": false}})");
-    settings.close();
-    qputenv("GLINT_BACKEND_URL", "http://127.0.0.1:9/vc/v1");
-    qputenv("XDG_CONFIG_HOME", g_dir->filePath("config").toUtf8());
-    qputenv("XDG_DATA_HOME", g_dir->filePath("data").toUtf8());
-    qputenv("XDG_RUNTIME_DIR", g_dir->filePath("runtime").toUtf8());
+    g_dir = prepareApplicationHome(R"({"settings": {"show_onboarding": false}})");
     qunsetenv("GLINT_BUNDLED_LENSES");
-}
-
-// View delegates are visual children only, so the search walks the items.
-QQuickItem *findItem(QQuickItem *root, const QString &name)
-{
-    if (!root)
-        return nullptr;
-    if (root->objectName() == name)
-        return root;
-    for (QQuickItem *child : root->childItems()) {
-        if (QQuickItem *found = findItem(child, name))
-            return found;
-    }
-    return nullptr;
 }
 
 } // namespace
@@ -64,7 +39,7 @@ private:
     {
         const auto roots = m_app->engine()->rootObjects();
         auto *window = roots.isEmpty() ? nullptr : qobject_cast<QQuickWindow *>(roots.first());
-        return window ? findItem(window->contentItem(), name) : nullptr;
+        return window ? findQuickItem(window->contentItem(), name) : nullptr;
     }
     bool shown(const QString &name) const
     {

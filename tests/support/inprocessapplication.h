@@ -5,6 +5,7 @@
 // window stops the stores and the processing thread). Fails when the
 // shutdown does not finish within 15 s.
 #include <QGuiApplication>
+#include <QQuickItem>
 #include <QTest>
 #include <QTimer>
 #include <QWindow>
@@ -28,4 +29,18 @@ template <typename Test> int runInApplication(int argc, char **argv)
         return 1;
     }
     return result;
+}
+
+// An item of a window by its objectName, searched in the visual tree:
+// delegates made by views and repeaters are not QObject children of the page.
+inline QQuickItem *findQuickItem(QQuickItem *root, const QString &name)
+{
+    if (!root)
+        return nullptr;
+    if (root->objectName() == name)
+        return root;
+    for (QQuickItem *child : root->childItems())
+        if (QQuickItem *found = findQuickItem(child, name))
+            return found;
+    return nullptr;
 }
