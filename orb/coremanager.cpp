@@ -16,6 +16,7 @@
 #include "texture.h"
 
 #include <chrono>
+#include <future>
 #include <stdexcept>
 
 namespace Orb {
@@ -141,8 +142,22 @@ TextureWithTransform CoreManager::processFrameToTexture(const ImageBase &image, 
     m_faces.clear();
     Mosaica::SceneRenderer *maskReader =
         effect && effect->renderer().usesSegmentation() ? &effect->renderer() : nullptr;
+    const bool tracks = effect && d->tracker.isInitialized();
+    const FaceTracker::Detection detection = synchronousDetection       ? FaceTracker::Detection::Inline
+                                             : config.lockstepDetection ? FaceTracker::Detection::Lockstep
+                                                                        : FaceTracker::Detection::Background;
+    // The background effect works on the frame's colours and the tracker on
+    // its grey picture, independently: with both to do they run side by side.
+    std::future<void> tracking;
+    if (tracks && (d->background.isActive() || maskReader))
+        tracking =
+            std::async(std::launch::async, [&] { m_faces = d->tracker.process(image, now, detection); });
     const Texture source =
         d->background.process(image, d->camera, synchronousDetection, maskReader, m_lastError);
+    if (tracking.valid())
+        tracking.get();
+    else if (tracks)
+        m_faces = d->tracker.process(image, now, detection);
     if (!effect) {
         Texture out = source;
         if (output != image.getSize()) {
@@ -158,11 +173,6 @@ TextureWithTransform CoreManager::processFrameToTexture(const ImageBase &image, 
         }
         return TextureWithTransform(out, d->cameraInfo.transform);
     }
-    if (d->tracker.isInitialized())
-        m_faces = d->tracker.process(image, now,
-                                     synchronousDetection       ? FaceTracker::Detection::Inline
-                                     : config.lockstepDetection ? FaceTracker::Detection::Lockstep
-                                                                : FaceTracker::Detection::Background);
     if (effect->startTime < 0.0)
         effect->startTime = now;
     auto scene = effect->getScene();
