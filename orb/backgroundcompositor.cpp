@@ -103,6 +103,14 @@ void gaussian(float sigma, float weights[5])
         weights[i] /= sum;
 }
 
+// Binds a texture to a unit and names the unit to the program's sampler.
+void bindSampler(ShaderProgram &program, const char *sampler, int unit, GLuint texture)
+{
+    glActiveTexture(GL_TEXTURE0 + unit);
+    glBindTexture(GL_TEXTURE_2D, texture);
+    program.setInt(sampler, unit);
+}
+
 void ensure(RenderTarget &target, int width, int height)
 {
     if (!target.ensure(std::max(1, width), std::max(1, height)))
@@ -163,12 +171,8 @@ Texture BackgroundCompositor::renderMask(const Texture &camera, Size size)
     ensure(m_maskTarget, size.width, size.height);
     m_maskTarget.bind();
     m_mask.use();
-    glActiveTexture(GL_TEXTURE1);
-    glBindTexture(GL_TEXTURE_2D, m_coefficients);
-    m_mask.setInt("u_coefficients", 1);
-    glActiveTexture(GL_TEXTURE0);
-    glBindTexture(GL_TEXTURE_2D, camera.id());
-    m_mask.setInt("u_camera", 0);
+    bindSampler(m_mask, "u_coefficients", 1, m_coefficients);
+    bindSampler(m_mask, "u_camera", 0, camera.id());
     drawFullScreen();
     return m_maskTarget.texture();
 }
@@ -184,12 +188,8 @@ Texture BackgroundCompositor::blur(const Texture &camera, BackgroundEffect::Blur
 
     m_small[0].bind();
     m_down.use();
-    glActiveTexture(GL_TEXTURE1);
-    glBindTexture(GL_TEXTURE_2D, m_coefficients);
-    m_down.setInt("u_coefficients", 1);
-    glActiveTexture(GL_TEXTURE0);
-    glBindTexture(GL_TEXTURE_2D, camera.id());
-    m_down.setInt("u_camera", 0);
+    bindSampler(m_down, "u_coefficients", 1, m_coefficients);
+    bindSampler(m_down, "u_camera", 0, camera.id());
     m_down.setVec2("u_step", 0.25f / width, 0.25f / height);
     drawFullScreen();
 
@@ -221,15 +221,9 @@ Texture BackgroundCompositor::composite(const Texture &camera, const Texture &ba
     ensure(m_output, camera.width(), camera.height());
     m_output.bind();
     m_composite.use();
-    glActiveTexture(GL_TEXTURE2);
-    glBindTexture(GL_TEXTURE_2D, m_coefficients);
-    m_composite.setInt("u_coefficients", 2);
-    glActiveTexture(GL_TEXTURE1);
-    glBindTexture(GL_TEXTURE_2D, background.id());
-    m_composite.setInt("u_background", 1);
-    glActiveTexture(GL_TEXTURE0);
-    glBindTexture(GL_TEXTURE_2D, camera.id());
-    m_composite.setInt("u_camera", 0);
+    bindSampler(m_composite, "u_coefficients", 2, m_coefficients);
+    bindSampler(m_composite, "u_background", 1, background.id());
+    bindSampler(m_composite, "u_camera", 0, camera.id());
     m_composite.setFloat("u_weighted", weighted ? 1.0f : 0.0f);
     drawFullScreen();
     return m_output.texture();
