@@ -16,6 +16,7 @@
 #include "texture.h"
 
 #include <chrono>
+#include <opencv2/core/utility.hpp>
 #include <future>
 #include <stdexcept>
 
@@ -102,6 +103,11 @@ CoreManager::CoreManager(void *shareContext, bool drawTrackingDebug,
                          std::shared_ptr<ExperimentProvider> experimentProvider)
     : d(std::make_unique<Impl>()), m_effects(std::make_shared<EffectsManager>())
 {
+    // The core runs its own threads side by side (frame, face fits,
+    // segmentation). OpenCV's pool on top of them gains nothing on a small
+    // machine and doubles what the network costs in spinning, so every
+    // OpenCV call runs on the thread that makes it.
+    cv::setNumThreads(1);
     d->shareContext = shareContext;
     d->drawTrackingDebug = drawTrackingDebug;
     d->detectorFactory = std::move(faceFeatureDetectorFactory);
