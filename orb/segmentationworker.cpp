@@ -1,5 +1,7 @@
 #include "segmentationworker.h"
 
+#include "threadpriority.h"
+
 namespace Orb {
 
 SegmentationWorker::SegmentationWorker() : m_thread([this] { loop(); }) {}
@@ -74,6 +76,9 @@ std::string SegmentationWorker::takeError()
 
 void SegmentationWorker::loop()
 {
+    // The mask of a frame is needed only by a later one: the frame being
+    // drawn goes first when the cores are busy.
+    ThreadPriority::lowerCurrentThread();
     std::unique_lock<std::mutex> lock(m_mutex);
     for (;;) {
         m_wake.wait(lock, [this] { return m_quit || !m_pending.empty(); });
