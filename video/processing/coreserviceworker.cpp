@@ -43,11 +43,10 @@ Orb::TrackingRequestInfo unlimitedTracking()
 }
 
 // The camera as the core library sees it, described once from the first frame.
-const Orb::CameraInfo &cameraInfo(const QSize &firstFrameSize)
+Orb::CameraInfo cameraInfo(const QSize &frameSize)
 {
-    static const Orb::CameraInfo info(0, Orb::Size{firstFrameSize.width(), firstFrameSize.height()}, 24.45f,
-                                      -1.0f, Orb::RectTransform());
-    return info;
+    return Orb::CameraInfo(0, Orb::Size{frameSize.width(), frameSize.height()}, 24.45f, -1.0f,
+                           Orb::RectTransform());
 }
 
 void releaseImage(void *info)
@@ -195,7 +194,8 @@ int CoreServiceWorker::trackedFaceCount() const
 void CoreServiceWorker::onFrameReady(const QImage &frame, double timestamp)
 {
     QImage result;
-    if (m_failCount < kMaxFailCount) {
+    // With no lens and no background effect the frame goes out as it came.
+    if (m_core && !m_core->leavesFramesUnchanged() && m_failCount < kMaxFailCount) {
         try {
             result = runLens(frame, timestamp);
             m_failCount = 0;
