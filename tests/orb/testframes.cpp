@@ -2,11 +2,11 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 #include <stdexcept>
-#include <unistd.h>
 
 std::string TestFrames::dataPath(const std::string &relative)
 {
@@ -55,11 +55,6 @@ cv::Mat TestFrames::toMat(const Orb::ImageBase &rgba)
         .clone();
 }
 
-cv::Scalar TestFrames::mean(const cv::Mat &rgba, const cv::Rect &region)
-{
-    return cv::mean(rgba(region));
-}
-
 Orb::Face TestFrames::portraitFace()
 {
     // Landmarks the tracker found on astronaut.png at its own size, recorded
@@ -98,9 +93,7 @@ TestFrames::TempLens::TempLens(const std::string &manifest)
 
 TestFrames::TempLens::~TempLens()
 {
-    std::string command = "rm -rf '" + folder + "'";
-    if (std::system(command.c_str()) != 0)
-        return;
+    std::filesystem::remove_all(folder);
 }
 
 void TestFrames::TempLens::write(const std::string &name, const std::string &text) const

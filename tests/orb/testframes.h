@@ -9,7 +9,7 @@
 #include <vector>
 
 // Test pictures: the portrait and the cat from data/testdata placed into
-// 1280x720 frames, and helpers to compare regions of rendered output.
+// 1280x720 frames, conversions to and from the core's images, sample lenses.
 class TestFrames
 {
 public:
@@ -21,8 +21,6 @@ public:
     // An RGBA image owning a copy of a BGR picture.
     static std::shared_ptr<Orb::ImageBase> toImage(const cv::Mat &bgr);
     static cv::Mat toMat(const Orb::ImageBase &rgba);
-    // Mean RGBA of a region of an RGBA picture.
-    static cv::Scalar mean(const cv::Mat &rgba, const cv::Rect &region);
     // A face whose landmarks are those the tracker finds on the portrait.
     static Orb::Face portraitFace();
     // A temporary lens folder, removed by the destructor.

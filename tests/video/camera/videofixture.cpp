@@ -1,34 +1,10 @@
 #include "videofixture.h"
 
-#include <QDataStream>
 #include <QDir>
-#include <QFile>
 #include <QProcess>
 #include <QtTest>
 
 namespace VideoFixture {
-
-// Writes a quarter-turn into the track header's display matrix, the way
-// phones mark rotated recordings (a 0 1 / -1 0 matrix for 90 degrees).
-bool setDisplayMatrix(const QString &path, int degrees)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::ReadWrite))
-        return false;
-    const QByteArray data = file.readAll();
-    const int box = data.indexOf("tkhd");
-    if (box < 0 || (degrees != 90 && degrees != 270))
-        return false;
-    const int payload = box + 4;
-    const int matrix = payload + (data.at(payload) == 1 ? 52 : 40);
-    const qint32 turn = degrees == 90 ? 0x10000 : -0x10000;
-    const qint32 entries[] = {0, turn, 0, -turn, 0};
-    QDataStream out(&file);
-    file.seek(matrix);
-    for (qint32 entry : entries)
-        out << entry; // big-endian, as MP4 stores it
-    return out.status() == QDataStream::Ok;
-}
 
 QString make(const QString &dir, const QString &name, const Spec &spec)
 {
@@ -41,16 +17,10 @@ QString make(const QString &dir, const QString &name, const Spec &spec)
     QStringList args{"-hide_banner", "-loglevel", "error", "-y",        "-f",
                      "lavfi",        "-i",        source,  "-frames:v", QString::number(spec.frames),
                      "-c:v",         spec.codec};
-    if (spec.codec == QLatin1String("rawvideo"))
-        args << "-pix_fmt"
-             << "yuyv422";
-    else
-        args << "-q:v"
-             << "3";
-    const bool mp4 = name.endsWith(".mp4");
-    if (!spec.rotate.isEmpty() && !mp4)
-        args << "-metadata:s:v:0"
-             << "ROTATE=" + spec.rotate; // Matroska keeps tags as written
+    args << (spec.codec == QLatin1String("rawvideo") ? QStringList{"-pix_fmt", "yuyv422"}
+                                                     : QStringList{"-q:v", "3"});
+    if (!spec.rotate.isEmpty()) // Matroska keeps tags as written
+        args << QStringList{"-metadata:s:v:0", "ROTATE=" + spec.rotate};
     args << path;
 
     QProcess ffmpeg;
@@ -61,39 +31,28 @@ QString make(const QString &dir, const QString &name, const Spec &spec)
         qWarning() << "ffmpeg failed:" << ffmpeg.readAllStandardError();
         return {};
     }
-    if (mp4 && !spec.rotate.isEmpty() && !setDisplayMatrix(path, spec.rotate.toInt()))
-        return {};
     return path;
 }
 
-bool isRed(QRgb pixel)
-{
-    return qRed(pixel) > 180 && qGreen(pixel) < 80 && qBlue(pixel) < 80;
-}
-
-bool isBlue(QRgb pixel)
-{
-    return qBlue(pixel) > 180 && qRed(pixel) < 80 && qGreen(pixel) < 80;
-}
-
+// The pixel 40 pixels in from a corner.
 static QRgb cornerPixel(const QImage &image, Corner corner)
 {
-    const int inset = 40;
     const bool right = corner == Corner::TopRight || corner == Corner::BottomRight;
     const bool bottom = corner == Corner::BottomLeft || corner == Corner::BottomRight;
-    return image.pixel(right ? image.width() - inset : inset, bottom ? image.height() - inset : inset);
+    return image.pixel(right ? image.width() - 40 : 40, bottom ? image.height() - 40 : 40);
 }
 
 bool markedCorner(const QImage &image, Corner *corner)
 {
     int marked = 0;
     for (Corner c : {Corner::TopLeft, Corner::TopRight, Corner::BottomLeft, Corner::BottomRight}) {
-        const QRgb pixel = cornerPixel(image, c);
-        if (isRed(pixel)) {
+        const QColor pixel(cornerPixel(image, c));
+        const bool red = pixel.red() > 180 && pixel.green() < 80 && pixel.blue() < 80;
+        if (red) {
             *corner = c;
             ++marked;
-        } else if (!isBlue(pixel)) {
-            return false;
+        } else if (pixel.blue() < 180 || pixel.red() > 80 || pixel.green() > 80) {
+            return false; // neither the red mark nor the blue ground
         }
     }
     return marked == 1;

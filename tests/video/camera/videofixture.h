@@ -23,8 +23,6 @@ struct Spec
 QString make(const QString &dir, const QString &name, const Spec &spec);
 
 enum class Corner { TopLeft, TopRight, BottomLeft, BottomRight };
-bool isRed(QRgb pixel);
-bool isBlue(QRgb pixel);
 // The single corner that carries the red mark; fails when not exactly one.
 bool markedCorner(const QImage &image, Corner *corner);
 

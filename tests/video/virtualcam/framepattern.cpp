@@ -26,14 +26,4 @@ int64_t indexOf(const QByteArray &frame)
     return make(index) == frame ? int64_t(index) : -1;
 }
 
-uint64_t checksum(const QByteArray &data, uint64_t seed)
-{
-    uint64_t hash = seed;
-    for (const char c : data) {
-        hash ^= uint8_t(c);
-        hash *= 1099511628211ull;
-    }
-    return hash;
-}
-
 } // namespace FramePattern

@@ -14,7 +14,6 @@ constexpr int kFrameBytes = 1280 * 720 * 3;
 QByteArray make(uint32_t index);
 // The index a received frame claims, or -1 when its content does not match it.
 int64_t indexOf(const QByteArray &frame);
-uint64_t checksum(const QByteArray &data, uint64_t seed = 1469598103934665603ull);
 
 // The frame as a buffer the writer reads from and does not free.
 inline VCam::VirtualCamBuffer borrow(const QByteArray &frame)

@@ -2,7 +2,9 @@
 
 #include "framepattern.h"
 
+#include <QElapsedTimer>
 #include <QFileInfo>
+#include <QTest>
 
 SinkProcess::SinkProcess(const QString &directory) : m_directory(directory) {}
 
@@ -25,7 +27,7 @@ bool SinkProcess::start()
     m_process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
     m_process.start(program(), {"--dir", m_directory, "--output", "-", "--format", "rgb"});
     return m_process.waitForStarted(5000) &&
-           waitUntil([this] { return QFileInfo::exists(m_directory + "/GlintVirtualCamEvent"); });
+           QTest::qWaitFor([this] { return QFileInfo::exists(m_directory + "/GlintVirtualCamEvent"); });
 }
 
 QByteArray SinkProcess::readFrame(int timeoutMs)
@@ -43,13 +45,6 @@ QByteArray SinkProcess::readFrame(int timeoutMs)
     const QByteArray frame = m_buffer.left(FramePattern::kFrameBytes);
     m_buffer.remove(0, FramePattern::kFrameBytes);
     return frame;
-}
-
-qint64 SinkProcess::pendingBytes(int timeoutMs)
-{
-    m_process.waitForReadyRead(timeoutMs);
-    m_buffer += m_process.readAll();
-    return m_buffer.size();
 }
 
 void SinkProcess::kill()

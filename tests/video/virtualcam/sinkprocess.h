@@ -16,8 +16,6 @@ public:
     bool start();
     // The next whole frame, or an empty array after timeoutMs.
     QByteArray readFrame(int timeoutMs = 5000);
-    // Bytes of output that arrive within timeoutMs (for checking that nothing more came).
-    qint64 pendingBytes(int timeoutMs);
     void kill();
     qint64 pid() const { return m_process.processId(); }
 
@@ -26,21 +24,3 @@ private:
     QProcess m_process;
     QByteArray m_buffer;
 };
-
-// Waits until condition() holds, up to timeoutMs, processing nothing else.
-template <typename Condition> bool waitUntil(Condition condition, int timeoutMs = 5000);
-
-#include <QElapsedTimer>
-#include <QThread>
-
-template <typename Condition> bool waitUntil(Condition condition, int timeoutMs)
-{
-    QElapsedTimer timer;
-    timer.start();
-    while (!condition()) {
-        if (timer.elapsed() > timeoutMs)
-            return false;
-        QThread::msleep(2);
-    }
-    return true;
-}

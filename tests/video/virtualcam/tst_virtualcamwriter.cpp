@@ -9,10 +9,8 @@
 #include <QtTest>
 #include <atomic>
 #include <csignal>
-#include <cstdlib>
 #include <mutex>
 #include <thread>
-#include <vector>
 
 using VCam::VirtualCamStreamWriter;
 
@@ -24,19 +22,30 @@ bool writeIndexed(VirtualCamStreamWriter &writer, uint32_t index)
     return writer.write(FramePattern::borrow(frame), frame.size());
 }
 
-// Writes frames with rising indices on a thread of its own until stopped,
-// counting the writes that succeeded and failed.
+// Writes frames with rising indices on a thread of its own until stopped or
+// `limit` frames were tried, at most one per `interval`, keeping the indices
+// of the writes that succeeded, the number of calls and the longest call.
 class Producer
 {
 public:
-    explicit Producer(VirtualCamStreamWriter &writer)
-        : m_thread([this, &writer] {
-              for (uint32_t index = 0; !m_stop; ++index) {
-                  if (writeIndexed(writer, index))
-                      ++written;
-                  else
+    explicit Producer(VirtualCamStreamWriter &writer, uint32_t limit = UINT32_MAX,
+                      std::chrono::microseconds interval = {})
+        : m_thread([=, &writer] {
+              auto next = std::chrono::steady_clock::now();
+              for (uint32_t index = 0; !m_stop && index < limit; ++index) {
+                  QElapsedTimer took;
+                  took.start();
+                  const bool ok = writeIndexed(writer, index);
+                  longestUs = std::max<int64_t>(longestUs, took.nsecsElapsed() / 1000);
+                  ++calls;
+                  if (!ok)
                       ++failed;
+                  std::lock_guard<std::mutex> lock(m_mutex);
+                  if (ok)
+                      m_written.push_back(index);
+                  std::this_thread::sleep_until(next += interval);
               }
+              done = true;
           })
     {}
     ~Producer()
@@ -44,10 +53,18 @@ public:
         m_stop = true;
         m_thread.join();
     }
-    std::atomic<int> written{0};
-    std::atomic<int> failed{0};
+    std::vector<int64_t> written()
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        return m_written;
+    }
+    std::atomic<int> failed{0}, calls{0};
+    std::atomic<int64_t> longestUs{0};
+    std::atomic<bool> done{false};
 
 private:
+    std::mutex m_mutex;
+    std::vector<int64_t> m_written;
     std::atomic<bool> m_stop{false};
     std::thread m_thread;
 };
@@ -84,44 +101,29 @@ private slots:
 
         SinkProcess sink(directory());
         QVERIFY(sink.start());
-        QVERIFY(waitUntil([&] { return writer.isConnected(); }));
+        QTRY_VERIFY(writer.isConnected());
 
         // The reader here is slow (the test checks every byte of every frame)
         // and may pause longer than the writer waits; a frame given up is
         // reported as not written. Every frame reported written arrives
         // whole and in order, and nothing else arrives.
         constexpr int kFrames = 300;
-        std::mutex mutex;
-        std::vector<int64_t> written;
-        std::atomic<bool> done{false};
-        std::thread producer([&] {
-            for (uint32_t i = 0; i < kFrames; ++i) {
-                if (writeIndexed(writer, i)) {
-                    std::lock_guard<std::mutex> lock(mutex);
-                    written.push_back(i);
-                }
-            }
-            done = true;
-        });
+        Producer producer(writer, kFrames);
         std::vector<int64_t> received;
         for (;;) {
-            const bool finished = done;
-            {
-                std::lock_guard<std::mutex> lock(mutex);
-                if (finished && received.size() == written.size())
-                    break;
-            }
+            const bool finished = producer.done;
+            if (finished && received.size() == producer.written().size())
+                break;
             const QByteArray frame = sink.readFrame(finished ? 1000 : 10000);
             if (frame.isEmpty())
                 break;
             received.push_back(FramePattern::indexOf(frame));
         }
-        producer.join();
-        QCOMPARE(received, written);
-        QVERIFY2(written.size() >= kFrames / 2, qPrintable(QString("%1 of %2 frames written, %3 timeouts")
-                                                               .arg(written.size())
-                                                               .arg(kFrames)
-                                                               .arg(writer.timeouts())));
+        QCOMPARE(received, producer.written());
+        QVERIFY2(received.size() >= kFrames / 2, qPrintable(QString("%1 of %2 frames written, %3 timeouts")
+                                                                .arg(received.size())
+                                                                .arg(kFrames)
+                                                                .arg(writer.timeouts())));
     }
 
     void readerKilledMidStreamIsSurvivedAndReplaced()
@@ -129,20 +131,20 @@ private slots:
         VirtualCamStreamWriter writer;
         auto first = std::make_unique<SinkProcess>(directory());
         QVERIFY(first->start());
-        QVERIFY(waitUntil([&] { return writer.isConnected(); }));
+        QTRY_VERIFY(writer.isConnected());
         Producer producer(writer);
         for (int i = 0; i < 3; ++i)
             QVERIFY(FramePattern::indexOf(first->readFrame()) >= 0);
         // The producer is blocked inside a frame when the reader dies.
         first->kill();
-        QVERIFY(waitUntil([&] { return producer.failed > 0 && !writer.isConnected(); }));
-        const int writtenBefore = producer.written;
+        QTRY_VERIFY(producer.failed > 0 && !writer.isConnected());
+        const size_t writtenBefore = producer.written().size();
         QTest::qWait(100);
-        QCOMPARE(producer.written.load(), writtenBefore);
+        QCOMPARE(producer.written().size(), writtenBefore);
 
         SinkProcess second(directory());
         QVERIFY(second.start());
-        QVERIFY(waitUntil([&] { return writer.isConnected(); }));
+        QTRY_VERIFY(writer.isConnected());
         const int64_t start = FramePattern::indexOf(second.readFrame());
         QVERIFY2(start >= 0, "the new reader's first frame must be whole");
         for (int64_t next = start + 1; next < start + 5; ++next)
@@ -157,32 +159,10 @@ private slots:
         VirtualCamStreamWriter writer;
         SinkProcess sink(directory());
         QVERIFY(sink.start());
-        QVERIFY(waitUntil([&] { return writer.isConnected(); }));
+        QTRY_VERIFY(writer.isConnected());
 
-        constexpr auto kInterval = std::chrono::microseconds(1000000 / 30);
-        std::atomic<bool> stop{false};
-        std::atomic<int> calls{0};
-        std::atomic<int64_t> longestUs{0};
-        std::thread producer([&] {
-            auto next = std::chrono::steady_clock::now();
-            for (uint32_t index = 0; !stop; ++index) {
-                const auto start = std::chrono::steady_clock::now();
-                writeIndexed(writer, index);
-                const int64_t took = std::chrono::duration_cast<std::chrono::microseconds>(
-                                         std::chrono::steady_clock::now() - start)
-                                         .count();
-                longestUs = std::max<int64_t>(longestUs, took);
-                ++calls;
-                next += kInterval;
-                std::this_thread::sleep_until(next);
-            }
-        });
-        const auto stopProducer = qScopeGuard([&] {
-            stop = true;
-            ::kill(pid_t(sink.pid()), SIGCONT);
-            producer.join();
-        });
-
+        const auto resume = qScopeGuard([&] { ::kill(pid_t(sink.pid()), SIGCONT); });
+        Producer producer(writer, UINT32_MAX, std::chrono::microseconds(1000000 / 30));
         int64_t last = -1;
         for (int i = 0; i < 10; ++i) {
             const int64_t index = FramePattern::indexOf(sink.readFrame());
@@ -191,12 +171,13 @@ private slots:
         }
         QVERIFY(::kill(pid_t(sink.pid()), SIGSTOP) == 0);
         QTest::qSleep(300); // what was under way when the reader stopped
-        const int callsBefore = calls;
-        longestUs = 0;
+        const int callsBefore = producer.calls;
+        producer.longestUs = 0;
         QTest::qSleep(1500);
-        const int callsDuring = calls - callsBefore;
+        const int callsDuring = producer.calls - callsBefore;
         QVERIFY2(callsDuring >= 40, qPrintable(QString("%1 frames in 1.5 s").arg(callsDuring)));
-        QVERIFY2(longestUs < 300000, qPrintable(QString("a write took %1 us").arg(longestUs.load())));
+        QVERIFY2(producer.longestUs < 300000,
+                 qPrintable(QString("a write took %1 us").arg(producer.longestUs)));
         QVERIFY(writer.timeouts() >= 1);
         QVERIFY(!writer.isConnected());
 
