@@ -133,8 +133,9 @@ struct SceneRenderer::Impl
     std::string folder;
     std::vector<EffectRuntime> effects;
     // Passes that read an input of the target's size use index 1 (texel
-    // reads), the others index 0 (filtered reads).
-    ShaderProgram copy[2], lut[2], composite[2];
+    // reads), the others index 0 (filtered reads). A copy to the same size
+    // is a blit; the copy pass only scales.
+    ShaderProgram copy, lut[2], composite[2];
     ShaderProgram sticker;
     RenderTarget full[2];
     Texture transparent; // stands in for images that are not (yet) there
@@ -265,8 +266,13 @@ void SceneRenderer::Impl::ensureFullTarget(Size output)
         return;
     Texture source = current;
     RenderTarget &target = freeTarget(output);
+    if (source.size() == output) {
+        target.copyFrom(source);
+        current = target.texture();
+        return;
+    }
     target.bind();
-    ShaderProgram &program = copy[source.size() == output ? 1 : 0];
+    ShaderProgram &program = copy;
     program.use();
     glActiveTexture(GL_TEXTURE0);
     glBindTexture(GL_TEXTURE_2D, source.id());
@@ -446,12 +452,13 @@ bool SceneRenderer::load(const Scene &scene, std::string &error)
     if (!d->compile(d->sticker, ShaderLibrary::stickerVertex(), ShaderLibrary::stickerFragment(), "sticker",
                     error))
         return false;
+    if (!d->compile(d->copy, vertex, ShaderLibrary::copyFragment(), "copy", error))
+        return false;
     for (int direct = 0; direct < 2; ++direct) {
         auto variant = [direct](const std::string &source) {
             return direct ? ShaderLibrary::directRead(source) : source;
         };
-        if (!d->compile(d->copy[direct], vertex, variant(ShaderLibrary::copyFragment()), "copy", error) ||
-            !d->compile(d->lut[direct], vertex, variant(ShaderLibrary::lutFragment()), "lut", error) ||
+        if (!d->compile(d->lut[direct], vertex, variant(ShaderLibrary::lutFragment()), "lut", error) ||
             !d->compile(d->composite[direct], vertex, variant(ShaderLibrary::compositeFragment()),
                         "composite", error))
             return false;
