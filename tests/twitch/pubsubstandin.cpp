@@ -14,13 +14,29 @@ QString compact(const QJsonObject &object)
     return QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact));
 }
 
+bool listensTo(QWebSocket *socket, const QString &topic)
+{
+    return socket->property("topics").toStringList().contains(topic);
+}
+
 } // namespace
 
 PubSubStandIn::PubSubStandIn(TwitchStandIn *twitch, QObject *parent)
-    : QObject(parent), m_twitch(twitch),
-      m_server(QStringLiteral("pubsub stand-in"), QWebSocketServer::NonSecureMode)
+    : QObject(parent), m_twitch(twitch), m_server(QStringLiteral("pubsub"), QWebSocketServer::NonSecureMode)
 {
-    connect(&m_server, &QWebSocketServer::newConnection, this, &PubSubStandIn::onConnection);
+    connect(&m_server, &QWebSocketServer::newConnection, this, [this] {
+        while (QWebSocket *socket = m_server.nextPendingConnection()) {
+            ++m_connections;
+            socket->setParent(this);
+            m_sockets.append(socket);
+            connect(socket, &QWebSocket::textMessageReceived, this,
+                    [this, socket](const QString &text) { onText(socket, text); });
+            connect(socket, &QWebSocket::disconnected, this, [this, socket] {
+                m_sockets.removeOne(socket);
+                socket->deleteLater();
+            });
+        }
+    });
 }
 
 PubSubStandIn::~PubSubStandIn()
@@ -31,54 +47,19 @@ PubSubStandIn::~PubSubStandIn()
     }
 }
 
-bool PubSubStandIn::start()
-{
-    return m_server.listen(QHostAddress::LocalHost);
-}
-
-QString PubSubStandIn::url() const
-{
-    return QStringLiteral("ws://127.0.0.1:%1").arg(m_server.serverPort());
-}
-
-int PubSubStandIn::openSockets() const
-{
-    return m_sockets.size();
-}
-
 int PubSubStandIn::listeners(const QString &topic) const
 {
-    int count = 0;
-    for (QWebSocket *socket : m_sockets)
-        count += socket->property("topics").toStringList().contains(topic) ? 1 : 0;
-    return count;
-}
-
-void PubSubStandIn::onConnection()
-{
-    while (QWebSocket *socket = m_server.nextPendingConnection()) {
-        ++m_connections;
-        socket->setParent(this);
-        m_sockets.append(socket);
-        connect(socket, &QWebSocket::textMessageReceived, this,
-                [this, socket](const QString &text) { onText(socket, text); });
-        connect(socket, &QWebSocket::disconnected, this, [this, socket] {
-            m_sockets.removeOne(socket);
-            socket->deleteLater();
-        });
-    }
+    return int(std::count_if(m_sockets.begin(), m_sockets.end(),
+                             [&](QWebSocket *s) { return listensTo(s, topic); }));
 }
 
 void PubSubStandIn::onText(QWebSocket *socket, const QString &text)
 {
     const QJsonObject request = QJsonDocument::fromJson(text.toUtf8()).object();
     const QString type = request.value(QLatin1String("type")).toString();
-    if (type == QLatin1String("PING")) {
-        ++m_pings;
-        if (!m_pongsPaused)
-            socket->sendTextMessage(QStringLiteral("{\"type\":\"PONG\"}"));
-        return;
-    }
+    m_pings += type == QLatin1String("PING");
+    if (type == QLatin1String("PING") && !m_pongsPaused)
+        socket->sendTextMessage(QStringLiteral("{\"type\":\"PONG\"}"));
     if (type != QLatin1String("LISTEN"))
         return;
     ++m_listens;
@@ -91,10 +72,10 @@ void PubSubStandIn::onText(QWebSocket *socket, const QString &text)
         m_twitch->isAccessTokenValid(data.value(QLatin1String("auth_token")).toString().toStdString());
     if (valid)
         socket->setProperty("topics", m_lastTopics);
-    const QString nonce = m_foreignNonces ? QStringLiteral("someone0else0s0nonce") : m_lastNonce;
-    socket->sendTextMessage(compact({{"type", "RESPONSE"},
-                                     {"nonce", nonce},
-                                     {"error", valid ? QString() : QStringLiteral("ERR_BADAUTH")}}));
+    socket->sendTextMessage(
+        compact({{"type", "RESPONSE"},
+                 {"nonce", m_foreignNonces ? QStringLiteral("someone0else0s0nonce") : m_lastNonce},
+                 {"error", valid ? QString() : QStringLiteral("ERR_BADAUTH")}}));
     if (m_closeAfterMs > 0)
         QTimer::singleShot(m_closeAfterMs, socket, [socket] { socket->close(); });
 }
@@ -103,11 +84,11 @@ int PubSubStandIn::publish(const QString &topic, const QJsonObject &message)
 {
     int count = 0;
     for (QWebSocket *socket : qAsConst(m_sockets)) {
-        if (!socket->property("topics").toStringList().contains(topic))
+        if (!listensTo(socket, topic))
             continue;
-        const QJsonObject data{{"topic", topic}, {"message", compact(message)}};
-        socket->sendTextMessage(compact({{"type", "MESSAGE"}, {"data", data}}));
         ++count;
+        socket->sendTextMessage(compact(
+            {{"type", "MESSAGE"}, {"data", QJsonObject{{"topic", topic}, {"message", compact(message)}}}}));
     }
     return count;
 }

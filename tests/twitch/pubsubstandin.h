@@ -19,8 +19,8 @@ public:
     explicit PubSubStandIn(TwitchStandIn *twitch, QObject *parent = nullptr);
     ~PubSubStandIn() override;
 
-    bool start();
-    QString url() const;
+    bool start() { return m_server.listen(QHostAddress::LocalHost); }
+    QString url() const { return QStringLiteral("ws://127.0.0.1:%1").arg(m_server.serverPort()); }
 
     void setPongsPaused(bool paused) { m_pongsPaused = paused; }
     // RESPONSEs carry a nonce that is not the request's.
@@ -31,7 +31,7 @@ public:
     int connections() const { return m_connections; }
     int listens() const { return m_listens; }
     int pings() const { return m_pings; }
-    int openSockets() const;
+    int openSockets() const { return m_sockets.size(); }
     // Connections whose LISTEN for topic was accepted.
     int listeners(const QString &topic) const;
     QStringList lastTopics() const { return m_lastTopics; }
@@ -42,7 +42,6 @@ public:
     void sendRaw(const QString &text);
 
 private:
-    void onConnection();
     void onText(QWebSocket *socket, const QString &text);
 
     TwitchStandIn *m_twitch;

