@@ -128,14 +128,6 @@ QJsonObject EventSubStandIn::subscription(const QString &tier) const
             {"is_gift", false}};
 }
 
-void EventSubStandIn::revoke(const QString &type, const QString &status)
-{
-    for (QWebSocket *socket : qAsConst(m_sockets))
-        if (subscribed(socket, type))
-            send(socket, QStringLiteral("revocation"),
-                 {{"subscription", QJsonObject{{"type", type}, {"status", status}, {"version", "1"}}}}, type);
-}
-
 void EventSubStandIn::sendRaw(const QString &text)
 {
     for (QWebSocket *socket : qAsConst(m_sockets))

@@ -42,7 +42,6 @@ public:
     {
         return notify(QStringLiteral("channel.subscribe"), subscription(tier));
     }
-    void revoke(const QString &type, const QString &status);
     void sendRaw(const QString &text);
     // Ends every session (close code 4000).
     void closeAll();

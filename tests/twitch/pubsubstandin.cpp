@@ -4,7 +4,6 @@
 
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QTimer>
 #include <QWebSocket>
 
 namespace {
@@ -76,8 +75,6 @@ void PubSubStandIn::onText(QWebSocket *socket, const QString &text)
         compact({{"type", "RESPONSE"},
                  {"nonce", m_foreignNonces ? QStringLiteral("someone0else0s0nonce") : m_lastNonce},
                  {"error", valid ? QString() : QStringLiteral("ERR_BADAUTH")}}));
-    if (m_closeAfterMs > 0)
-        QTimer::singleShot(m_closeAfterMs, socket, [socket] { socket->close(); });
 }
 
 int PubSubStandIn::publish(const QString &topic, const QJsonObject &message)

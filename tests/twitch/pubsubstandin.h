@@ -25,8 +25,6 @@ public:
     void setPongsPaused(bool paused) { m_pongsPaused = paused; }
     // RESPONSEs carry a nonce that is not the request's.
     void setForeignNonces(bool foreign) { m_foreignNonces = foreign; }
-    // Drops each connection this long after its LISTEN; 0 keeps them.
-    void setCloseAfterListenMs(int ms) { m_closeAfterMs = ms; }
 
     int connections() const { return m_connections; }
     int listens() const { return m_listens; }
@@ -49,7 +47,6 @@ private:
     QList<QWebSocket *> m_sockets;
     bool m_pongsPaused = false;
     bool m_foreignNonces = false;
-    int m_closeAfterMs = 0;
     int m_connections = 0;
     int m_listens = 0;
     int m_pings = 0;

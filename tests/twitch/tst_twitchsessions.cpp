@@ -1,6 +1,6 @@
 // The EventSub and PubSub clients against the stand-in's WebSocket servers
 // and Helix: sessions and subscriptions, event kinds, session moves, nonce
-// checks, keepalive and ping loss, revocation and servers that misbehave.
+// checks, keepalive and ping loss, and servers that misbehave.
 #include "eventsubstandin.h"
 #include "pubsubstandin.h"
 #include "twitchstandin.h"
@@ -109,7 +109,7 @@ private slots:
         qputenv("GLINT_TWITCH_HELIX_URL", m_twitch.helixUrl().toUtf8());
     }
 
-    void eventSubMapsEventsAndRevocations()
+    void eventSubMapsEvents()
     {
         EventSub s(m_twitch);
         QVERIFY(s.subscribed());
@@ -134,11 +134,6 @@ private slots:
         QCOMPARE(s.bitsEvent(0).bitsUsed, 5);
         QCOMPARE(s.bitsEvent(0).userName, QString());
 
-        QSignalSpy revoked(s.helper.get(), &TwitchEventSubHelper::subscriptionRevoked);
-        s.server.revoke(QStringLiteral("channel.cheer"), QStringLiteral("authorization_revoked"));
-        QTRY_COMPARE(revoked.size(), 1);
-        QCOMPARE(revoked.first(), (QVariantList{"channel.cheer", "authorization_revoked"}));
-        QVERIFY(!s.helper->activeSubscriptions().contains(QStringLiteral("channel.cheer")));
         QCOMPARE(s.server.connections(), 1);
     }
 
@@ -299,30 +294,19 @@ private slots:
         QTRY_COMPARE(s.subscriptions.size(), 1);
     }
 
-    // Servers that drop every connection soon after it starts get a calm
+    // A server that drops every session soon after it starts gets a calm
     // reconnect, not a storm.
-    void closingServersAreNotHammered()
+    void closingServerIsNotHammered()
     {
-        std::clock_t start = std::clock();
-        {
-            EventSub s(m_twitch, [](EventSubStandIn &server) { server.setCloseAfterWelcomeMs(300); });
-            QTest::qWait(8000);
-            // Delays of 1, 2 and 4 seconds after the drops at about 0.3, 1.6
-            // and 3.9 seconds: four connections, five at most on a slow machine.
-            QVERIFY2(s.server.connections() >= 3 && s.server.connections() <= 5,
-                     qPrintable(QString::number(s.server.connections())));
-            QVERIFY2(cpuSecondsSince(start) < 2.0, qPrintable(QString::number(cpuSecondsSince(start))));
-            QVERIFY(s.helper->reconnectDelay() >= 8000);
-        }
-        start = std::clock();
-        PubSub s(m_twitch, [](PubSubStandIn &server) { server.setCloseAfterListenMs(1000); });
-        QTest::qWait(4500);
-        // A reconnect a few milliseconds after each drop: one connection per
-        // second the server allows.
-        QVERIFY2(s.server.connections() >= 3 && s.server.connections() <= 6,
+        const std::clock_t start = std::clock();
+        EventSub s(m_twitch, [](EventSubStandIn &server) { server.setCloseAfterWelcomeMs(300); });
+        QTest::qWait(8000);
+        // Delays of 1, 2 and 4 seconds after the drops at about 0.3, 1.6 and
+        // 3.9 seconds: four connections, five at most on a slow machine.
+        QVERIFY2(s.server.connections() >= 3 && s.server.connections() <= 5,
                  qPrintable(QString::number(s.server.connections())));
-        QVERIFY2(cpuSecondsSince(start) < 1.5, qPrintable(QString::number(cpuSecondsSince(start))));
-        QCOMPARE(s.helper->reconnectDelay(), 2); // each LISTEN started it over
+        QVERIFY2(cpuSecondsSince(start) < 2.0, qPrintable(QString::number(cpuSecondsSince(start))));
+        QVERIFY(s.helper->reconnectDelay() >= 8000);
     }
 };
 

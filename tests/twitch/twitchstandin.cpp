@@ -67,7 +67,7 @@ std::string TwitchStandIn::newSecret(size_t length)
 std::pair<std::string, std::string> TwitchStandIn::issueLocked()
 {
     const std::string access = newSecret(30), refresh = newSecret(50);
-    m_accessTokens[access] = true;
+    m_validTokens.insert(access);
     m_refresh[refresh] = access;
     return {access, refresh};
 }
@@ -87,14 +87,13 @@ void TwitchStandIn::forgetRefreshTokens()
 void TwitchStandIn::invalidateAccessToken(const std::string &token)
 {
     std::lock_guard lock(m_mutex);
-    m_accessTokens[token] = false;
+    m_validTokens.erase(token);
 }
 
 bool TwitchStandIn::isAccessTokenValid(const std::string &token) const
 {
     std::lock_guard lock(m_mutex);
-    const auto it = m_accessTokens.find(token);
-    return it != m_accessTokens.end() && it->second;
+    return m_validTokens.count(token) > 0;
 }
 
 void TwitchStandIn::moveSession(const std::string &from, const std::string &to)
@@ -148,7 +147,7 @@ void TwitchStandIn::authRoutes()
             const auto old = m_refresh.find(req.get_param_value("refresh_token"));
             if (old == m_refresh.end())
                 return sendError(res, 400, "Invalid refresh token");
-            m_accessTokens[old->second] = false;
+            m_validTokens.erase(old->second);
             m_refresh.erase(old);
             ++m_refreshes;
         } else {
@@ -164,12 +163,11 @@ void TwitchStandIn::authRoutes()
         if (req.get_param_value("client_id") != kClientId)
             return sendError(res, 404, "client does not exist");
         std::lock_guard lock(m_mutex);
-        const auto it = m_accessTokens.find(req.get_param_value("token"));
-        if (it == m_accessTokens.end() || !it->second)
+        const std::string token = req.get_param_value("token");
+        if (!m_validTokens.erase(token))
             return sendError(res, 400, "Invalid token");
-        it->second = false;
         for (auto refresh = m_refresh.begin(); refresh != m_refresh.end();)
-            refresh = refresh->second == it->first ? m_refresh.erase(refresh) : std::next(refresh);
+            refresh = refresh->second == token ? m_refresh.erase(refresh) : std::next(refresh);
         ++m_revocations;
     });
 
@@ -228,13 +226,8 @@ void TwitchStandIn::helixRoutes()
         sendJson(res, 200, {{"data", data}});
     });
 
-    helix("/helix/streams", [this](const Request &req, Response &res) {
-        json data = json::array();
-        if (m_viewers >= 0 && req.get_param_value("user_login") == m_user.login)
-            data.push_back({{"user_id", m_user.id}, {"user_login", m_user.login}, {"type", "live"}});
-        if (!data.empty())
-            data[0]["viewer_count"] = m_viewers.load();
-        sendJson(res, 200, {{"data", data}, {"pagination", json::object()}});
+    helix("/helix/streams", [](const Request &, Response &res) {
+        sendJson(res, 200, json::parse(R"({"data": [], "pagination": {}})"));
     });
 
     helix("/helix/eventsub/subscriptions", [this](const Request &req, Response &res) {

@@ -19,9 +19,9 @@ struct Response;
 // A small Twitch on a free loopback port that keeps to the real protocol for
 // what we call: the OAuth authorize redirect, the token endpoint (code and
 // refresh grants with the client secret), revoke, validate and Helix (users,
-// extensions, streams, EventSub subscriptions). Codes are single-use and
-// bound to their redirect; a refresh rotates both tokens; revoking
-// invalidates them. Runs on a thread of its own so that the lens server can
+// extensions, streams (offline), EventSub subscriptions). Codes are
+// single-use and bound to their redirect; a refresh rotates both tokens;
+// revoking invalidates them. Runs on a thread of its own so that the lens server can
 // call it while the test waits.
 class TwitchStandIn
 {
@@ -54,7 +54,6 @@ public:
     void forgetRefreshTokens();
     enum class Extension { None, Installed, Active };
     void setExtension(Extension state) { m_extension = state; }
-    void setStream(bool live, int viewers) { m_viewers = live ? viewers : -1; }
     const User &user() const { return m_user; }
 
     // EventSub sessions, kept for the WebSocket side: subscriptions are made
@@ -85,13 +84,12 @@ private:
     int m_port = 0;
     User m_user;
     mutable std::mutex m_mutex;
-    std::map<std::string, std::string> m_codes;              // code -> redirect uri
-    std::map<std::string, bool> m_accessTokens;              // token -> valid
+    std::map<std::string, std::string> m_codes; // code -> redirect uri
+    std::set<std::string> m_validTokens;
     std::map<std::string, std::string> m_refresh;            // refresh token -> access token
     std::map<std::string, std::set<std::string>> m_sessions; // session -> subscription types
     unsigned m_counter = 0;
     std::atomic<bool> m_refuses{false};
     std::atomic<Extension> m_extension{Extension::Active};
-    std::atomic<int> m_viewers{-1};
     std::atomic<int> m_exchanges{0}, m_refreshes{0}, m_revocations{0}, m_subscriptionRequests{0};
 };
