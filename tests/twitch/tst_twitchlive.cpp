@@ -3,9 +3,8 @@
 // Helix and its EventSub and PubSub servers. Subscriptions switch the lens
 // the lens store applies and switch back; bits and subscriptions without a
 // lens reach the running lens as external events.
-#include "eventsubstandin.h"
 #include "lensserverprocess.h"
-#include "pubsubstandin.h"
+#include "liveeventsstandin.h"
 #include "twitchprogram.h"
 #include "twitchstandin.h"
 
@@ -75,8 +74,7 @@ class TwitchLiveTest : public QObject
 {
     Q_OBJECT
     TwitchStandIn m_twitch;
-    EventSubStandIn m_eventSub{&m_twitch};
-    PubSubStandIn m_pubSub{&m_twitch};
+    LiveEventsStandIn m_live{&m_twitch};
     LensServerProcess m_lensServer;
     QTemporaryDir m_cache;
 
@@ -106,11 +104,11 @@ private slots:
         // No credential store: the login lives in memory for the test.
         qputenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent/bus");
         qputenv("GLINT_TWITCH_CLIENT_ID", TwitchStandIn::kClientId);
-        QVERIFY(m_twitch.start() && m_eventSub.start() && m_pubSub.start() && m_lensServer.isReady());
+        QVERIFY(m_twitch.start() && m_live.start() && m_lensServer.isReady());
         qputenv("GLINT_TWITCH_OAUTH_URL", m_twitch.oauthUrl().toUtf8());
         qputenv("GLINT_TWITCH_HELIX_URL", m_twitch.helixUrl().toUtf8());
-        qputenv("GLINT_TWITCH_EVENTSUB_URL", m_eventSub.url().toUtf8());
-        qputenv("GLINT_TWITCH_PUBSUB_URL", m_pubSub.url().toUtf8());
+        qputenv("GLINT_TWITCH_EVENTSUB_URL", m_live.eventSubUrl().toUtf8());
+        qputenv("GLINT_TWITCH_PUBSUB_URL", m_live.pubSubUrl().toUtf8());
         QStringList folders;
         for (const char *name :
              {"big-eyes", "confetti", "film-noir", "fireworks", "heart-eyes", "sunglasses"})
@@ -146,11 +144,11 @@ private slots:
         if (plan.isEmpty()) {
             rig->send(ActionType::EmulateSubscribeEvent);
         } else if (!pubsub) {
-            QVERIFY(rig->subscribed() && m_eventSub.subscribe(plan));
+            QVERIFY(rig->subscribed() && m_live.subscribe(plan));
         } else {
-            QTRY_COMPARE(m_pubSub.listeners(topic), 1);
+            QTRY_COMPARE(m_live.listeners(topic), 1);
             QCOMPARE(
-                m_pubSub.publish(topic, {{"user_name", "cool_user"}, {"sub_plan", plan}, {"context", "sub"}}),
+                m_live.publish(topic, {{"user_name", "cool_user"}, {"sub_plan", plan}, {"context", "sub"}}),
                 1);
         }
         QTRY_COMPARE(rig->current(), lens);
@@ -168,16 +166,16 @@ private slots:
         auto rig = linkedRig();
         QVERIFY(rig && rig->subscribed());
         rig->send(ActionType::setTwitchSubscriptionReactionForResubscribeEnabled, false);
-        QJsonObject resub = m_eventSub.subscription(QStringLiteral("2000"));
+        QJsonObject resub = m_live.subscription(QStringLiteral("2000"));
         resub.insert("cumulative_months", 12);
         const int lensActions = rig->sent(ActionType::SetActiveLensId).size();
-        QVERIFY(m_eventSub.notify(QStringLiteral("channel.subscription.message"), resub));
+        QVERIFY(m_live.notify(QStringLiteral("channel.subscription.message"), resub));
         QTest::qWait(1000);
         // Nothing was dispatched for it: no lens, no external event.
         QCOMPARE(rig->sent(ActionType::SetActiveLensId).size(), lensActions);
         QVERIFY(rig->externalEvents().isEmpty());
         rig->send(ActionType::setTwitchSubscriptionReactionForResubscribeEnabled, true);
-        QVERIFY(m_eventSub.notify(QStringLiteral("channel.subscription.message"), resub));
+        QVERIFY(m_live.notify(QStringLiteral("channel.subscription.message"), resub));
         QTRY_COMPARE(rig->current(), kTierLenses[2]);
         QTRY_COMPARE_WITH_TIMEOUT(rig->current(), kMainLens, 3000);
     }
@@ -186,7 +184,7 @@ private slots:
     {
         auto rig = linkedRig();
         QVERIFY(rig && rig->subscribed());
-        QVERIFY(m_eventSub.subscribe(QStringLiteral("1000")));
+        QVERIFY(m_live.subscribe(QStringLiteral("1000")));
         QTRY_COMPARE(rig->current(), kTierLenses[1]);
         rig->lens(ActionType::SetActiveLensId, QStringLiteral("big-eyes"));
         QTRY_COMPARE(rig->current(), QStringLiteral("big-eyes"));
@@ -200,10 +198,10 @@ private slots:
     {
         auto rig = linkedRig();
         QVERIFY(rig && rig->subscribed());
-        QVERIFY(m_eventSub.notify(QStringLiteral("channel.cheer"),
-                                  {{"user_login", "cool_user"}, {"message", "Cheer300"}, {"bits", 300}}));
+        QVERIFY(m_live.notify(QStringLiteral("channel.cheer"),
+                              {{"user_login", "cool_user"}, {"message", "Cheer300"}, {"bits", 300}}));
         rig->lens(ActionType::SetSecondaryLens, QString(), int(LensRole::Tier3));
-        QVERIFY(m_eventSub.subscribe(QStringLiteral("3000")));
+        QVERIFY(m_live.subscribe(QStringLiteral("3000")));
         QTRY_COMPARE(rig->externalEvents().size(), 2);
         QCOMPARE(rig->current(), kMainLens);
         const QJsonObject donation = QJsonDocument::fromJson(rig->externalEvents().at(0).data).object();
@@ -217,7 +215,7 @@ private slots:
         QCOMPARE(subscription.value("extra").toObject().value("sub_plan").toString(), QStringLiteral("3000"));
         // With the reaction off even an assigned tier goes to the lens.
         rig->send(ActionType::setTwitchSubscriptionReactionEnabled, false);
-        QVERIFY(m_eventSub.subscribe(QStringLiteral("1000")));
+        QVERIFY(m_live.subscribe(QStringLiteral("1000")));
         QTRY_COMPARE(rig->externalEvents().size(), 3);
         QCOMPARE(rig->current(), kMainLens);
     }
@@ -230,10 +228,10 @@ private slots:
         QVERIFY(rig && rig->subscribed());
         const int refreshes = m_twitch.refreshes();
         m_twitch.invalidateAccessToken(rig->network.accessToken().toStdString());
-        m_eventSub.closeAll();
+        m_live.closeAll();
         QTRY_COMPARE_WITH_TIMEOUT(m_twitch.refreshes(), refreshes + 1, 10000);
         QTRY_COMPARE_WITH_TIMEOUT(rig->service->eventSub()->activeSubscriptions().size(), 3, 10000);
-        QVERIFY(rig->store->authorized() && m_eventSub.subscribe(QStringLiteral("2000")));
+        QVERIFY(rig->store->authorized() && m_live.subscribe(QStringLiteral("2000")));
         QTRY_COMPARE(rig->current(), kTierLenses[2]);
         QCOMPARE(m_twitch.refreshes(), refreshes + 1);
     }

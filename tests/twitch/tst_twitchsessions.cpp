@@ -1,8 +1,7 @@
 // The EventSub and PubSub clients against the stand-in's WebSocket servers
 // and Helix: sessions and subscriptions, event kinds, session moves, nonce
 // checks, keepalive and ping loss, and servers that misbehave.
-#include "eventsubstandin.h"
-#include "pubsubstandin.h"
+#include "liveeventsstandin.h"
 #include "twitchstandin.h"
 
 #include <QJsonDocument>
@@ -28,9 +27,9 @@ QJsonObject object(const QString &json)
 
 // A stand-in server, configured before it starts, and the program's client
 // on it with a token of the stand-in.
-template <typename Server, typename Helper> struct Session
+template <typename Helper> struct Session
 {
-    Session(TwitchStandIn &twitch, const std::function<void(Server &)> &configure = {},
+    Session(TwitchStandIn &twitch, const std::function<void(LiveEventsStandIn &)> &configure = {},
             bool validToken = true)
         : server(&twitch), network(QStringLiteral("http://127.0.0.1:9/vc/v1"), [] { return QString(); }),
           helper(makeHelper()), subscriptions(helper.get(), &Helper::subscriptionReceived),
@@ -41,13 +40,14 @@ template <typename Server, typename Helper> struct Session
         server.start();
         const QString token = validToken ? QString::fromStdString(twitch.issueTokens().first) : "not0a0token";
         network.setAccessToken(token);
-        helper->setUrl(QUrl(server.url()));
+        helper->setUrl(QUrl(isEventSub ? server.eventSubUrl() : server.pubSubUrl()));
         helper->setAccessToken(token);
         helper->setTwitchUserID(QString::fromStdString(twitch.user().id));
     }
+    static constexpr bool isEventSub = std::is_same_v<Helper, TwitchEventSubHelper>;
     std::unique_ptr<Helper> makeHelper()
     {
-        if constexpr (std::is_same_v<Helper, TwitchEventSubHelper>)
+        if constexpr (isEventSub)
             return std::make_unique<Helper>(&network);
         else
             return std::make_unique<Helper>();
@@ -65,15 +65,15 @@ template <typename Server, typename Helper> struct Session
     }
     BitsEvent bitsEvent(int i) const { return bits.at(i).first().template value<BitsEvent>(); }
 
-    Server server;
+    LiveEventsStandIn server;
     NetworkManager network;
     std::unique_ptr<Helper> helper;
     QSignalSpy subscriptions;
     QSignalSpy bits;
     TwitchStandIn &twitch;
 };
-using EventSub = Session<EventSubStandIn, TwitchEventSubHelper>;
-using PubSub = Session<PubSubStandIn, TwitchSubscriptionHelper>;
+using EventSub = Session<TwitchEventSubHelper>;
+using PubSub = Session<TwitchSubscriptionHelper>;
 
 QJsonObject pubSubSubscription(const QString &plan, const QString &context = QStringLiteral("sub"))
 {
@@ -196,7 +196,7 @@ private slots:
             s.server.requestReconnect();
             QTRY_VERIFY(s.helper->sessionId() != before);
             QCOMPARE(s.helper->sessionId(), s.server.lastSessionId());
-            QTRY_COMPARE(s.server.liveSessions(), 1); // the old socket was closed
+            QTRY_COMPARE(s.server.openSockets(), 1); // the old socket was closed
             QCOMPARE(s.server.connections(), move + 1);
             QCOMPARE(m_twitch.subscriptionRequests(), requests);
             QCOMPARE(s.helper->activeSubscriptions(), kAllTypes);
@@ -207,7 +207,7 @@ private slots:
 
     void eventSubMissedKeepaliveReconnects()
     {
-        EventSub s(m_twitch, [](EventSubStandIn &server) { server.setKeepaliveSeconds(1); });
+        EventSub s(m_twitch, [](LiveEventsStandIn &server) { server.setKeepaliveSeconds(1); });
         QVERIFY(s.subscribed());
         const QString before = s.helper->sessionId();
         // Keepalives keep a quiet session alive, and their absence ends it.
@@ -269,7 +269,7 @@ private slots:
 
     void pubSubForeignNoncesCloseAfterThreeRetries()
     {
-        PubSub s(m_twitch, [](PubSubStandIn &server) { server.setForeignNonces(true); });
+        PubSub s(m_twitch, [](LiveEventsStandIn &server) { server.setForeignNonces(true); });
         // The first LISTEN and three more, then the socket is closed for good.
         QTRY_COMPARE(s.server.listens(), 4);
         QTRY_COMPARE(s.server.openSockets(), 0);
@@ -299,7 +299,7 @@ private slots:
     void closingServerIsNotHammered()
     {
         const std::clock_t start = std::clock();
-        EventSub s(m_twitch, [](EventSubStandIn &server) { server.setCloseAfterWelcomeMs(300); });
+        EventSub s(m_twitch, [](LiveEventsStandIn &server) { server.setCloseAfterWelcomeMs(300); });
         QTest::qWait(8000);
         // Delays of 1, 2 and 4 seconds after the drops at about 0.3, 1.6 and
         // 3.9 seconds: four connections, five at most on a slow machine.

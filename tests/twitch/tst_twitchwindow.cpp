@@ -6,8 +6,8 @@
 // kept. The next start is linked from the credential store alone; a
 // subscription arrives over EventSub and the picture shows the tier's lens
 // until the timeout brings the lens before it back.
-#include "eventsubstandin.h"
 #include "lensserverprocess.h"
+#include "liveeventsstandin.h"
 #include "signinbrowser.h"
 #include "twitchstandin.h"
 
@@ -69,7 +69,7 @@ private:
     QTemporaryDir m_home;
     QString m_openedFile;
     TwitchStandIn m_twitch;
-    EventSubStandIn m_eventSub{&m_twitch};
+    LiveEventsStandIn m_live{&m_twitch};
     LensServerProcess m_lensServer;
 };
 
@@ -90,7 +90,7 @@ void TwitchWindowTest::initTestCase()
     opener.close();
     opener.setPermissions(opener.permissions() | QFileDevice::ExeOwner);
 
-    QVERIFY(m_twitch.start() && m_eventSub.start() && m_lensServer.isReady());
+    QVERIFY(m_twitch.start() && m_live.start() && m_lensServer.isReady());
     QVERIFY(m_lensServer.import({QStringLiteral(GLINT_SAMPLE_LENSES "/film-noir")}));
     QVERIFY(m_lensServer.start(m_twitch.lensServerArguments()));
 }
@@ -102,7 +102,7 @@ QString TwitchWindowTest::start(ProgramUnderTest &app)
     app.setEnv("GLINT_TWITCH_CLIENT_ID", TwitchStandIn::kClientId);
     app.setEnv("GLINT_TWITCH_OAUTH_URL", m_twitch.oauthUrl());
     app.setEnv("GLINT_TWITCH_HELIX_URL", m_twitch.helixUrl());
-    app.setEnv("GLINT_TWITCH_EVENTSUB_URL", m_eventSub.url());
+    app.setEnv("GLINT_TWITCH_EVENTSUB_URL", m_live.eventSubUrl());
     app.setEnv("GLINT_LENS_VERIFICATION_KEY", m_lensServer.publicKey());
     app.start();
     return app.waitForWindow();
@@ -147,11 +147,10 @@ void TwitchWindowTest::subscriptionShowsTheTierLens()
     QVERIFY(app.logShows("TwitchUserAuthorized"));
     QVERIFY(!QFile::exists(m_openedFile));
     QVERIFY(waitFor(
-        [&] { return m_twitch.subscriptionsOf(m_eventSub.lastSessionId().toStdString()).size() == 3; },
-        20000));
+        [&] { return m_twitch.subscriptionsOf(m_live.lastSessionId().toStdString()).size() == 3; }, 20000));
     QVERIFY(waitFor([&] { return saturation(screenshot(window, "subscription-before")) > 40; }, 30000));
 
-    QVERIFY(m_eventSub.subscribe(QStringLiteral("1000")));
+    QVERIFY(m_live.subscribe(QStringLiteral("1000")));
     QVERIFY(app.logShows("Activate subscription Lens"));
     // The subscription lens: the picture turns black and white...
     QVERIFY(waitFor(
