@@ -1,9 +1,7 @@
 // The external events listener with real TCP clients on loopback: how TCP
-// really cuts messages, clients that misbehave, the command-line sender, and
-// an event that reaches the running lens (the sample lens that reacts to
-// stream events draws coins into the camera's frames).
+// really cuts messages, clients that misbehave, and an event that reaches the running lens (the sample lens
+// that reacts to stream events draws coins into the camera's frames).
 #include <QDir>
-#include <QProcess>
 #include <QSignalSpy>
 #include <QTcpServer>
 #include <QTcpSocket>
@@ -136,25 +134,6 @@ private slots:
                                        {"t", "null"},
                                        {"split", "{\"n\":7}"}}));
         QCOMPARE(listener->connectionCount(), 1);
-    }
-
-    void commandLineSender()
-    {
-        QProcess tool;
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert("GLINT_EVENT_PORT", QString::number(listener->port()));
-        tool.setProcessEnvironment(environment);
-        const auto run = [&](const QStringList &arguments) {
-            tool.start(GLINT_EVENT_TOOL, arguments);
-            const bool ended = QTest::qWaitFor([&] { return tool.state() == QProcess::NotRunning; }, 5000);
-            return ended ? tool.exitCode() : -1;
-        };
-        QCOMPARE(run({"subscribe", "ann"}), 0); // a plain word is sent as a string
-        QVERIFY(waitForEvents(1));
-        QCOMPARE(events, (QList<Event>{{"subscribe", "\"ann\""}}));
-        listener.reset(); // nobody listens: a clear failure
-        QCOMPARE(run({"trigger1"}), 1);
-        QVERIFY(tool.readAllStandardError().contains("not listening"));
     }
 
     void badMessagesAreDroppedAndTheConnectionStays()

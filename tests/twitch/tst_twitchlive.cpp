@@ -198,21 +198,19 @@ private slots:
     {
         auto rig = linkedRig();
         QVERIFY(rig && rig->subscribed());
-        QVERIFY(m_live.notify(QStringLiteral("channel.cheer"),
-                              {{"user_login", "cool_user"}, {"message", "Cheer300"}, {"bits", 300}}));
+        QVERIFY(m_live.notify(QStringLiteral("channel.cheer"), {{"user_login", "cool_user"}, {"bits", 300}}));
         rig->lens(ActionType::SetSecondaryLens, QString(), int(LensRole::Tier3));
         QVERIFY(m_live.subscribe(QStringLiteral("3000")));
         QTRY_COMPARE(rig->externalEvents().size(), 2);
         QCOMPARE(rig->current(), kMainLens);
-        const QJsonObject donation = QJsonDocument::fromJson(rig->externalEvents().at(0).data).object();
+        const auto data = [&](int i) {
+            return QJsonDocument::fromJson(rig->externalEvents().at(i).data).object();
+        };
         QCOMPARE(rig->externalEvents().at(0).type, QByteArray("donate"));
-        QCOMPARE(donation.value("amount").toInt(), 300);
-        QCOMPARE(donation.value("user_name").toString(), QStringLiteral("cool_user"));
-        QCOMPARE(donation.value("extra").toObject().value("data").toObject().value("chat_message").toString(),
-                 QStringLiteral("Cheer300"));
-        const QJsonObject subscription = QJsonDocument::fromJson(rig->externalEvents().at(1).data).object();
+        QCOMPARE(data(0).value("amount").toInt(), 300);
+        QCOMPARE(data(0).value("user_name").toString(), QStringLiteral("cool_user"));
         QCOMPARE(rig->externalEvents().at(1).type, QByteArray("subscribe"));
-        QCOMPARE(subscription.value("extra").toObject().value("sub_plan").toString(), QStringLiteral("3000"));
+        QCOMPARE(data(1).value("extra").toObject().value("sub_plan").toString(), QStringLiteral("3000"));
         // With the reaction off even an assigned tier goes to the lens.
         rig->send(ActionType::setTwitchSubscriptionReactionEnabled, false);
         QVERIFY(m_live.subscribe(QStringLiteral("1000")));
