@@ -1,29 +1,21 @@
 #include "signinbrowser.h"
 
-#include <QCoreApplication>
 #include <QDesktopServices>
-#include <QElapsedTimer>
 #include <QNetworkReply>
+#include <QTest>
 
-BrowserTab::BrowserTab(const QUrl &url, const QByteArray &method)
-{
-    const QByteArray target = url.toEncoded(QUrl::RemoveScheme | QUrl::RemoveAuthority);
-    open(static_cast<quint16>(url.port(80)),
-         method + ' ' + (target.isEmpty() ? QByteArray("/") : target) +
-             " HTTP/1.1\r\nHost: " + url.host().toUtf8() + ':' + QByteArray::number(url.port(80)) +
-             "\r\nUser-Agent: Mozilla/5.0 (X11; Linux x86_64)\r\nAccept: text/html\r\n\r\n");
-}
+BrowserTab::BrowserTab(const QUrl &url)
+    : BrowserTab(quint16(url.port(80)), "GET " + url.toEncoded(QUrl::RemoveScheme | QUrl::RemoveAuthority) +
+                                            " HTTP/1.1\r\nHost: " + url.host().toUtf8() + ':' +
+                                            QByteArray::number(url.port(80)) +
+                                            "\r\nUser-Agent: Mozilla/5.0 (X11; Linux x86_64)\r\n\r\n")
+{}
 
 BrowserTab::BrowserTab(quint16 port, const QByteArray &rawRequest)
 {
-    open(port, rawRequest);
-}
-
-void BrowserTab::open(quint16 port, const QByteArray &request)
-{
-    connect(&m_socket, &QTcpSocket::connected, this, [this, request] {
+    connect(&m_socket, &QTcpSocket::connected, this, [this, rawRequest] {
         m_connected = true;
-        m_socket.write(request);
+        m_socket.write(rawRequest);
     });
     connect(&m_socket, &QTcpSocket::readyRead, this, [this] { m_answer += m_socket.readAll(); });
     const auto closed = [this] {
@@ -38,11 +30,7 @@ void BrowserTab::open(quint16 port, const QByteArray &request)
 
 bool BrowserTab::waitClosed(int ms)
 {
-    QElapsedTimer timer;
-    timer.start();
-    while (!m_closed && timer.elapsed() < ms)
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 50);
-    return m_closed;
+    return QTest::qWaitFor([this] { return m_closed; }, ms);
 }
 
 QByteArray BrowserTab::body() const
@@ -70,14 +58,11 @@ void SignInBrowser::open(const QUrl &url)
     QNetworkReply *reply = m_network.get(QNetworkRequest(url));
     connect(reply, &QNetworkReply::finished, this, [this, reply] {
         reply->deleteLater();
-        const QUrl location = reply->header(QNetworkRequest::LocationHeader).toUrl();
-        if (location.isEmpty())
-            return;
-        redirect = location;
+        redirect = reply->header(QNetworkRequest::LocationHeader).toUrl();
         // The browser resolves "localhost" to the loopback address.
-        QUrl target = location;
+        QUrl target = redirect;
         target.setHost(QStringLiteral("127.0.0.1"));
-        tab = std::make_unique<BrowserTab>(target);
-        emit redirected();
+        if (!redirect.isEmpty())
+            tab = std::make_unique<BrowserTab>(target);
     });
 }

@@ -14,8 +14,8 @@ class BrowserTab : public QObject
 {
     Q_OBJECT
 public:
-    BrowserTab(const QUrl &url, const QByteArray &method = "GET");
-    // A request line of the caller's own making, sent as it is.
+    explicit BrowserTab(const QUrl &url);
+    // A request of the caller's own making, sent as it is.
     BrowserTab(quint16 port, const QByteArray &rawRequest);
 
     bool isClosed() const { return m_closed; }
@@ -26,8 +26,6 @@ public:
     bool waitClosed(int ms);
 
 private:
-    void open(quint16 port, const QByteArray &request);
-
     QTcpSocket m_socket;
     QByteArray m_answer;
     bool m_closed = false;
@@ -51,9 +49,6 @@ public:
 
 public slots:
     void open(const QUrl &url);
-
-signals:
-    void redirected();
 
 private:
     QNetworkAccessManager m_network;

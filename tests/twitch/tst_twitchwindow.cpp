@@ -6,8 +6,8 @@
 // kept. The next start is linked from the credential store alone; a
 // subscription arrives over EventSub and the picture shows the tier's lens
 // until the timeout brings the lens before it back.
-#include "eventsubstandin.h"
 #include "lensserverprocess.h"
+#include "liveeventsstandin.h"
 #include "signinbrowser.h"
 #include "twitchstandin.h"
 
@@ -20,9 +20,7 @@ using namespace XWindowDriver;
 
 namespace {
 
-const QString kArtifacts = QStringLiteral(GLINT_ARTIFACTS_DIR);
-const QRgb kAccent = qRgb(0x7c, 0x5c, 0xff);
-const QRgb kAccentBright = qRgb(0x9b, 0x82, 0xff);
+const QRgb kAccent = qRgb(0x7c, 0x5c, 0xff), kAccentBright = qRgb(0x9b, 0x82, 0xff);
 
 // Where on the page a primary (accent-filled) button sits: the middle of
 // the accent pixels right of the navigation bar, when there are enough of
@@ -33,8 +31,8 @@ QPoint accentButton(const QImage &image)
     int count = 0;
     for (int y = 0; y < image.height(); ++y)
         for (int x = 90; x < image.width(); ++x) {
-            const QRgb pixel = image.pixel(x, y) & 0xffffff;
-            if (pixel == (kAccent & 0xffffff) || pixel == (kAccentBright & 0xffffff)) {
+            const QRgb pixel = image.pixel(x, y) | 0xff000000;
+            if (pixel == kAccent || pixel == kAccentBright) {
                 box |= QRect(x, y, 1, 1);
                 ++count;
             }
@@ -55,7 +53,11 @@ private slots:
 private:
     // Starts the program against the stand-ins; its window id, or empty.
     QString start(ProgramUnderTest &app);
-    QImage screenshot(const QString &window, const QString &name);
+    QImage screenshot(const QString &window, const QString &name)
+    {
+        QTest::qWait(600); // the page has settled
+        return grab(window, GLINT_ARTIFACTS_DIR "/" + name + ".png");
+    }
     ProgramUnderTest program()
     {
         return ProgramUnderTest(
@@ -67,7 +69,7 @@ private:
     QTemporaryDir m_home;
     QString m_openedFile;
     TwitchStandIn m_twitch;
-    EventSubStandIn m_eventSub{&m_twitch};
+    LiveEventsStandIn m_live{&m_twitch};
     LensServerProcess m_lensServer;
 };
 
@@ -75,13 +77,12 @@ void TwitchWindowTest::initTestCase()
 {
     if (const QString missing = ProgramUnderTest::missingDisplay(); !missing.isEmpty())
         QSKIP(qPrintable(missing));
-    QVERIFY(m_home.isValid());
+    QVERIFY(m_home.isValid() && QDir().mkpath(GLINT_ARTIFACTS_DIR) && QDir().mkpath(m_home.filePath("bin")));
     // Tier 1 subscriptions show the black-and-white lens for four seconds.
     QVERIFY(program().writeSettings(R"({"settings": {"show_onboarding": false},
                        "twitch": {"secondaryLensIdTier1": "film-noir", "secondaryLensTimeout": 4000}})"));
 
     // The desktop's way to open a URL: this xdg-open only writes it down.
-    QDir().mkpath(m_home.filePath("bin"));
     m_openedFile = m_home.filePath("opened.txt");
     QFile opener(m_home.filePath("bin/xdg-open"));
     QVERIFY(opener.open(QIODevice::WriteOnly));
@@ -89,9 +90,7 @@ void TwitchWindowTest::initTestCase()
     opener.close();
     opener.setPermissions(opener.permissions() | QFileDevice::ExeOwner);
 
-    QVERIFY(m_twitch.start());
-    QVERIFY(m_eventSub.start());
-    QVERIFY(m_lensServer.isReady());
+    QVERIFY(m_twitch.start() && m_live.start() && m_lensServer.isReady());
     QVERIFY(m_lensServer.import({QStringLiteral(GLINT_SAMPLE_LENSES "/film-noir")}));
     QVERIFY(m_lensServer.start(m_twitch.lensServerArguments()));
 }
@@ -103,17 +102,10 @@ QString TwitchWindowTest::start(ProgramUnderTest &app)
     app.setEnv("GLINT_TWITCH_CLIENT_ID", TwitchStandIn::kClientId);
     app.setEnv("GLINT_TWITCH_OAUTH_URL", m_twitch.oauthUrl());
     app.setEnv("GLINT_TWITCH_HELIX_URL", m_twitch.helixUrl());
-    app.setEnv("GLINT_TWITCH_EVENTSUB_URL", m_eventSub.url());
+    app.setEnv("GLINT_TWITCH_EVENTSUB_URL", m_live.eventSubUrl());
     app.setEnv("GLINT_LENS_VERIFICATION_KEY", m_lensServer.publicKey());
     app.start();
     return app.waitForWindow();
-}
-
-QImage TwitchWindowTest::screenshot(const QString &window, const QString &name)
-{
-    QDir().mkpath(kArtifacts);
-    QTest::qWait(600); // the page has settled
-    return grab(window, kArtifacts + "/" + name + ".png");
 }
 
 void TwitchWindowTest::linksAccountFromTheStreamPage()
@@ -136,12 +128,11 @@ void TwitchWindowTest::linksAccountFromTheStreamPage()
     SignInBrowser browser;
     browser.open(QUrl(readFile(m_openedFile).trimmed()));
     QVERIFY(waitFor([&] { return browser.tab != nullptr; }));
-    QVERIFY(browser.tab->waitClosed(15000));
-    QVERIFY(browser.tab->body().contains("Authorization Succeeded"));
+    QVERIFY(browser.tab->waitClosed(15000) && browser.tab->body().contains("Authorization Succeeded"));
     QVERIFY(app.logShows("TwitchUserAuthorized"));
     QTest::qWait(1500); // the account name arrives from Helix
     const QImage linked = screenshot(window, "twitch-page-linked");
-    QVERIFY((linked.pixel(link) & 0xffffff) != (kAccent & 0xffffff)); // "Link Twitch" is gone
+    QVERIFY((linked.pixel(link) | 0xff000000) != kAccent); // "Link Twitch" is gone
     QVERIFY(app.quit(window));
 }
 
@@ -156,11 +147,10 @@ void TwitchWindowTest::subscriptionShowsTheTierLens()
     QVERIFY(app.logShows("TwitchUserAuthorized"));
     QVERIFY(!QFile::exists(m_openedFile));
     QVERIFY(waitFor(
-        [&] { return m_twitch.subscriptionsOf(m_eventSub.lastSessionId().toStdString()).size() == 3; },
-        20000));
+        [&] { return m_twitch.subscriptionsOf(m_live.lastSessionId().toStdString()).size() == 3; }, 20000));
     QVERIFY(waitFor([&] { return saturation(screenshot(window, "subscription-before")) > 40; }, 30000));
 
-    QVERIFY(m_eventSub.subscribe(QStringLiteral("1000")));
+    QVERIFY(m_live.subscribe(QStringLiteral("1000")));
     QVERIFY(app.logShows("Activate subscription Lens"));
     // The subscription lens: the picture turns black and white...
     QVERIFY(waitFor(
