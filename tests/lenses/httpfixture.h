@@ -32,7 +32,7 @@ public:
     {
         QByteArray target;                    // path and query
         QMap<QByteArray, QByteArray> headers; // lower-case names
-        QByteArray body;
+        QByteArray body;                      // of a form, its parts' contents one after another
     };
 
     HttpFixture()
@@ -98,6 +98,8 @@ private:
         Received got{QByteArray::fromStdString(request.target), {}, QByteArray::fromStdString(request.body)};
         for (const auto &[name, value] : request.headers)
             got.headers[QByteArray::fromStdString(name).toLower()] = QByteArray::fromStdString(value);
+        for (const auto &part : request.files)
+            got.body += QByteArray::fromStdString(part.second.content);
         Response canned{404, "{}"};
         locked([&] {
             m_received << got;
