@@ -4,10 +4,10 @@
 
 #include <JlCompress.h>
 #include <QDir>
-#include <QDirIterator>
 #include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QProcess>
 #include <QRandomGenerator>
 #include <QTemporaryDir>
 #include <quazip.h>
@@ -16,27 +16,12 @@
 
 namespace TestLenses {
 
-QString vectorDir()
-{
-    return QStringLiteral(GLINT_TEST_DATA "/signatures");
-}
-
-static void copyTree(const QString &from, const QString &to)
-{
-    QDir().mkpath(to);
-    QDirIterator it(from, QDir::Files, QDirIterator::Subdirectories);
-    while (it.hasNext()) {
-        const QString file = it.next();
-        const QString target = to + file.mid(from.size());
-        QDir().mkpath(QFileInfo(target).path());
-        QFile::copy(file, target);
-    }
-}
-
 QString makeLensFolder(const QString &parent, const QString &id, qint64 extraBytes)
 {
     const QString folder = parent + QLatin1Char('/') + id;
-    copyTree(vectorDir() + QStringLiteral("/lens"), folder);
+    QDir().mkpath(parent);
+    QProcess::execute(QStringLiteral("cp"),
+                      {QStringLiteral("-r"), vectorDir() + QStringLiteral("/lens"), folder});
     QFile manifest(folder + QStringLiteral("/lens.json"));
     manifest.open(QIODevice::ReadOnly);
     QJsonObject json = QJsonDocument::fromJson(manifest.readAll()).object();

@@ -8,7 +8,10 @@
 // vector lens.
 namespace TestLenses {
 
-QString vectorDir(); // tests/data/signatures
+inline QString vectorDir()
+{
+    return QStringLiteral(GLINT_TEST_DATA "/signatures");
+}
 
 // Copies the vector lens to <parent>/<id> with the manifest's id set to id;
 // extraBytes of random data are added as "blob.bin" when asked.

@@ -1,7 +1,11 @@
+// The backend client and the catalogue requests of the lens provider,
+// against a fixture for answers the lens server would never give.
 #include "httpfixture.h"
+#include "networklensprovider.h"
 #include "networkmanager.h"
 
 #include <QSignalSpy>
+#include <QTemporaryDir>
 #include <QtTest>
 
 using namespace VCam;
@@ -10,7 +14,6 @@ namespace {
 
 struct Answer
 {
-    bool called = false;
     int calls = 0;
     int status = -1;
     QByteArray body;
@@ -20,11 +23,7 @@ struct Answer
 NetworkManager::Completion recorder(Answer &answer)
 {
     return [&answer](int status, const QByteArray &body, const QString &error) {
-        answer.called = true;
-        ++answer.calls;
-        answer.status = status;
-        answer.body = body;
-        answer.error = error;
+        answer = {answer.calls + 1, status, body, error};
     };
 }
 
@@ -33,6 +32,8 @@ NetworkManager::Completion recorder(Answer &answer)
 class TestNetworkManager : public QObject
 {
     Q_OBJECT
+    QScopedPointer<HttpFixture> m_fixture;
+    std::unique_ptr<NetworkManager> m_network;
 
 private slots:
     void init()
@@ -43,48 +44,47 @@ private slots:
     }
 
     // Archives come from plain addresses: the installation id and origin
-    // stay with the backend. (Backend calls carry them; the real server
-    // refuses any without, as the store and acquisition tests show.)
-    void plainDownloadsCarryNoBackendHeaders()
+    // stay with the backend. Oversized answers fail.
+    void plainDownloadsAreBounded()
     {
         m_fixture->route("/files/a.zip", 200, "archive bytes");
         Answer answer;
         m_network->download(QUrl(m_fixture->url("/files/a.zip")), recorder(answer));
-        QTRY_VERIFY(answer.called);
-        QCOMPARE(answer.status, 200);
+        QTRY_COMPARE(answer.calls, 1);
         QCOMPARE(answer.body, QByteArray("archive bytes"));
         QVERIFY(answer.error.isEmpty());
         QVERIFY(!m_fixture->received().first().headers.contains("x-installation-id"));
         QVERIFY(!m_fixture->received().first().headers.contains("origin"));
+
+        m_network->setMaxDownloadBytes(1000);
+        m_fixture->route("/big", 200, QByteArray(200000, 'x'));
+        Answer big;
+        m_network->download(QUrl(m_fixture->url("/big")), recorder(big));
+        QTRY_COMPARE(big.calls, 1);
+        QVERIFY(big.body.isNull());
+        QCOMPARE(big.error, QString("The answer is larger than allowed"));
         QCOMPARE(m_network->pendingCount(), 0);
     }
 
     void failuresReachTheCompletion()
     {
         m_fixture->route("/vc/v1/explorer/scheduled", 500, "{\"error\":\"boom\"}");
-        Answer serverError;
-        m_network->requestScheduledLenses(recorder(serverError));
-        QTRY_VERIFY(serverError.called);
-        QCOMPARE(serverError.status, 500);
-        QVERIFY(!serverError.error.isEmpty());
-        QVERIFY(serverError.body.isNull());
-
-        NetworkManager unreachable("http://127.0.0.1:1/vc/v1", {});
-        Answer refused;
-        QTest::ignoreMessage(QtCriticalMsg, QRegularExpression("ConnectionRefusedError"));
-        unreachable.requestScheduledLenses(recorder(refused));
-        QTRY_VERIFY(refused.called);
-        QCOMPARE(refused.status, 0);
-        QVERIFY(!refused.error.isEmpty());
-
         HttpFixture::Response silent;
         silent.silent = true;
         m_fixture->route("/vc/v1/explorer/top", silent);
-        Answer unanswered;
+        NetworkManager unreachable("http://127.0.0.1:1/vc/v1", {});
+        Answer serverError, refused, unanswered;
+        QTest::ignoreMessage(QtCriticalMsg, QRegularExpression("ConnectionRefusedError"));
+        m_network->requestScheduledLenses(recorder(serverError));
+        unreachable.requestScheduledLenses(recorder(refused));
         m_network->requestTopLenses(0, 50, recorder(unanswered));
-        QTRY_VERIFY_WITH_TIMEOUT(unanswered.called, 15000);
+        QTRY_VERIFY_WITH_TIMEOUT(serverError.calls && refused.calls && unanswered.calls, 15000);
+        QCOMPARE(serverError.status, 500);
+        QVERIFY(serverError.body.isNull());
+        for (const Answer &answer : {serverError, refused, unanswered})
+            QVERIFY(!answer.error.isEmpty());
+        QCOMPARE(refused.status, 0);
         QCOMPARE(unanswered.status, 0);
-        QVERIFY(!unanswered.error.isEmpty());
     }
 
     void tooManyRequestsIsOneErrorAndNoAnswer()
@@ -97,52 +97,25 @@ private slots:
         QCOMPARE(errors.first().first().toString(), QString("Too many requests, please try again later"));
         QTest::qWait(100);
         QCOMPARE(errors.count(), 1);
-        QVERIFY(!answer.called);
+        QCOMPARE(answer.calls, 0);
         QCOMPARE(m_network->pendingCount(), 0);
     }
 
-    void oversizedAnswersFail()
+    // A record of the wrong shape fails the request with its reason.
+    void malformedLensRecordsFailTheRequest()
     {
-        m_network->setMaxDownloadBytes(1000);
-        m_fixture->route("/big", 200, QByteArray(200000, 'x'));
-        Answer answer;
-        m_network->download(QUrl(m_fixture->url("/big")), recorder(answer));
-        QTRY_VERIFY(answer.called);
-        QVERIFY(answer.body.isNull());
-        QCOMPARE(answer.error, QString("The answer is larger than allowed"));
+        m_fixture->route("/vc/v1/explorer/lenses", 200,
+                         "{\"lenses\":[{\"image_sequence\":{\"size\":\"3\"}}]}");
+        QTemporaryDir cache;
+        NetworkLensProvider provider(m_network.get(), cache.path(), QString());
+        QSignalSpy succeeded(&provider, &LensProvider::lensesInfoSuccess);
+        QSignalSpy failed(&provider, &LensProvider::lensesInfoFailure);
+        provider.requestLensesInfo({"a", "b"});
+        QTRY_COMPARE(failed.count(), 1);
+        QCOMPARE(failed.at(0).at(0).value<std::vector<LensId>>(), (std::vector<LensId>{"a", "b"}));
+        QVERIFY(failed.at(0).at(1).toString().startsWith("Unexpected LensInfo format: "));
+        QCOMPARE(succeeded.count(), 0);
     }
-
-    // Going offline and back is announced once each way; failed checks are
-    // repeated by the re-check timer until one succeeds.
-    void onlineStateFollowsChecks()
-    {
-        m_fixture->route("/vc/v1/update/latest", 503, "{}");
-        m_network->setRecheckInterval(100);
-        QSignalSpy state(m_network.get(), &NetworkManager::networkStateChanged);
-        QSignalSpy failed(m_network.get(), &NetworkManager::networkCheckFailed);
-        QSignalSpy ok(m_network.get(), &NetworkManager::networkCheckOk);
-        QVERIFY(m_network->isOnline());
-        m_network->updateNetworkStatus();
-        QTRY_COMPARE(failed.count(), 3);
-        QVERIFY(!m_network->isOnline());
-        QCOMPARE(state.count(), 1);
-        QCOMPARE(state.first().first().toBool(), false);
-        QVERIFY(m_network->failedChecks() >= 3);
-
-        m_fixture->route("/vc/v1/update/latest", 200, "{}");
-        QTRY_COMPARE(ok.count(), 1);
-        QVERIFY(m_network->isOnline());
-        QCOMPARE(m_network->failedChecks(), 0);
-        QCOMPARE(state.count(), 2);
-        QCOMPARE(state.last().first().toBool(), true);
-        const int checks = m_fixture->count("/vc/v1/update/latest");
-        QTest::qWait(300);
-        QCOMPARE(m_fixture->count("/vc/v1/update/latest"), checks); // timer stopped
-    }
-
-private:
-    QScopedPointer<HttpFixture> m_fixture;
-    std::unique_ptr<NetworkManager> m_network;
 };
 
 QTEST_GUILESS_MAIN(TestNetworkManager)

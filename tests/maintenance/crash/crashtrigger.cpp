@@ -1,6 +1,7 @@
 #include "crashtrigger.h"
 
 #include <QDir>
+#include <QHash>
 #include <QLoggingCategory>
 #include <QSocketNotifier>
 #include <atomic>
@@ -120,22 +121,17 @@ void run(const QByteArray &command)
         startIdleThreads(words[1].toInt());
         return;
     }
-    if (verb != "null" && verb != "abort" && verb != "exception" && verb != "divide" && verb != "stack" &&
-        verb != "double")
-        return;
     if (verb == "exception")
         return throwOnThread();
-    announceFault();
-    if (verb == "null")
-        dereferenceNull();
-    else if (verb == "abort")
-        abortOnPurpose();
-    else if (verb == "divide")
-        divideByZero();
-    else if (verb == "stack")
-        g_sink = int(overflowStack(0));
-    else
-        crashTwice();
+    static const QHash<QByteArray, void (*)()> crashes{{"null", dereferenceNull},
+                                                       {"abort", abortOnPurpose},
+                                                       {"divide", divideByZero},
+                                                       {"stack", [] { g_sink = int(overflowStack(0)); }},
+                                                       {"double", crashTwice}};
+    if (const auto crash = crashes.value(verb)) {
+        announceFault();
+        crash();
+    }
 }
 
 } // namespace
