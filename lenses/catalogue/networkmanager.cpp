@@ -258,6 +258,14 @@ void NetworkManager::requestTwitchUserId()
     QNetworkRequest request(QUrl(joined(deploymentText(glint::kTwitchOAuthUrl), QStringLiteral("validate"))));
     request.setRawHeader("Authorization", "OAuth " + m_accessToken.toLatin1());
     auto done = [this](int status, const QByteArray &body, const QString &) {
+        if (status == 401) {
+            // Twitch no longer accepts the token (revoked on Twitch's side,
+            // for one): the link is over.
+            qCWarning(lcNetwork) << "Twitch refused the access token on validation";
+            m_accessToken.clear();
+            emit authorizationLost();
+            return;
+        }
         const auto json =
             nlohmann::json::parse(body.constData(), body.constData() + body.size(), nullptr, false);
         if (status / 100 != 2 || !json.is_object())

@@ -244,24 +244,28 @@ private slots:
         QVERIFY(p->popups().isEmpty());
     }
 
-    // A refresh Twitch refuses and the user's unlink both end the login, say
-    // so once and leave nothing in the credential store; the unlink revokes.
+    // A refresh Twitch refuses, a token Twitch refuses when the program
+    // validates it at start, and the user's unlink all end the login, say so
+    // once and leave nothing in the credential store; the unlink revokes.
     void logOut_data()
     {
-        QTest::addColumn<bool>("refreshFails");
-        QTest::newRow("refresh refused") << true;
-        QTest::newRow("unlink") << false;
+        QTest::addColumn<QString>("ending");
+        for (const char *ending : {"refresh refused", "token refused", "unlink"})
+            QTest::newRow(ending) << QString::fromLatin1(ending);
     }
     void logOut()
     {
-        QFETCH(bool, refreshFails);
+        QFETCH(QString, ending);
+        const bool refreshFails = ending == "refresh refused", unlink = ending == "unlink";
         const auto issued = m_twitch.issueTokens();
         QVERIFY(storeTokens(storedForm(issued, refreshFails ? -60 : 3600)));
         if (refreshFails)
             m_twitch.forgetRefreshTokens();
-        const int revocations = m_twitch.revocations() + (refreshFails ? 0 : 1);
+        if (ending == "token refused")
+            m_twitch.invalidateAccessToken(issued.first);
+        const int revocations = m_twitch.revocations() + (unlink ? 1 : 0);
         auto p = program();
-        if (!refreshFails) {
+        if (unlink) {
             QTRY_COMPARE_WITH_TIMEOUT(p->store->currentUserName(), QStringLiteral("GlintStreamer"), 10000);
             p->send(ActionType::DeauthorizeTwitch);
         }
