@@ -7,6 +7,8 @@
 //     start on the main thread: installing the handlers, starting the
 //     handler program and collecting the system report's GUI part. Each
 //     sample is a fresh process (one handler per process).
+#include "benchsupport.h"
+
 #include <QCoreApplication>
 #include <QCryptographicHash>
 #include <QElapsedTimer>
@@ -19,7 +21,6 @@
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTemporaryDir>
-#include <algorithm>
 #include <crashreporter.h>
 #include <cstdio>
 #include <ctime>
@@ -34,15 +35,19 @@ qint64 realtimeNs()
     return qint64(now.tv_sec) * 1000000000LL + now.tv_nsec;
 }
 
-void printStats(const char *what, std::vector<double> values, const char *unit)
+void printStats(const char *what, const std::vector<double> &values)
 {
-    if (values.empty()) {
-        std::printf("%-44s no samples\n", what);
-        return;
-    }
-    std::sort(values.begin(), values.end());
-    std::printf("%-44s median %8.2f %s  min %8.2f  max %8.2f  (n=%zu)\n", what, values[values.size() / 2],
-                unit, values.front(), values.back(), values.size());
+    std::printf("%-40s %s\n", what, Bench::summary(values).c_str());
+}
+
+// A fresh home for one run of a program, drawing off-screen.
+QProcessEnvironment environmentIn(const QTemporaryDir &home)
+{
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    for (const char *folder : {"CONFIG", "DATA", "CACHE"})
+        env.insert(QStringLiteral("XDG_%1_HOME").arg(folder), home.filePath(QString(folder).toLower()));
+    env.insert("QT_QPA_PLATFORM", "offscreen");
+    return env;
 }
 
 bool waitUntil(const std::function<bool()> &condition, int timeoutMs)
@@ -103,11 +108,7 @@ void faultToUpload(int runs)
     for (int run = 0; run < runs; ++run) {
         QTemporaryDir home;
         QProcess app;
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert("XDG_CONFIG_HOME", home.filePath("config"));
-        env.insert("XDG_DATA_HOME", home.filePath("data"));
-        env.insert("XDG_CACHE_HOME", home.filePath("cache"));
-        env.insert("QT_QPA_PLATFORM", "offscreen");
+        QProcessEnvironment env = environmentIn(home);
         env.insert("QT_QUICK_BACKEND", "software");
         env.insert("GLINT_CRASH_TRIGGER", "stdin");
         env.insert("GLINT_CRASH_URL", QStringLiteral("http://127.0.0.1:%1/crash").arg(receiver.serverPort()));
@@ -157,10 +158,10 @@ void faultToUpload(int runs)
             dumped.push_back(handler.captured(1).toDouble());
     }
     std::printf("fault to upload, application with %d threads:\n", threadsSeen);
-    printStats("  fault -> first byte of the upload", firstByte, "ms");
-    printStats("  fault -> upload complete", complete, "ms");
-    printStats("  fault -> process ended (exit code 1)", exited, "ms");
-    printStats("  attach + unwind + symbolise (handler)", dumped, "ms");
+    printStats("  fault -> first byte of the upload", firstByte);
+    printStats("  fault -> upload complete", complete);
+    printStats("  fault -> process ended (exit code 1)", exited);
+    printStats("  attach + unwind + symbolise (handler)", dumped);
 }
 
 // One sample, in a process of its own: what the reporter costs the main
@@ -195,11 +196,7 @@ void startupCost(const QString &self, int runs)
     for (int run = 0; run < runs; ++run) {
         QTemporaryDir home;
         QProcess child;
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert("XDG_CONFIG_HOME", home.filePath("config"));
-        env.insert("XDG_DATA_HOME", home.filePath("data"));
-        env.insert("QT_QPA_PLATFORM", "offscreen");
-        child.setProcessEnvironment(env);
+        child.setProcessEnvironment(environmentIn(home));
         child.start(self, {"--startup-once"});
         child.waitForFinished(30000);
         const QList<QByteArray> values = child.readAllStandardOutput().trimmed().split(' ');
@@ -211,10 +208,10 @@ void startupCost(const QString &self, int runs)
         total.push_back(install.back() + start.back() + collect.back());
     }
     std::printf("start-up cost on the main thread:\n");
-    printStats("  install the handlers", install, "ms");
-    printStats("  start the handler program", start, "ms");
-    printStats("  system report (screens, cameras, OS)", collect, "ms");
-    printStats("  total", total, "ms");
+    printStats("  install the handlers", install);
+    printStats("  start the handler program", start);
+    printStats("  system report (screens, cameras, OS)", collect);
+    printStats("  total", total);
 }
 
 } // namespace
@@ -226,13 +223,7 @@ int main(int argc, char **argv)
     QCoreApplication app(argc, argv);
     const int runs =
         qEnvironmentVariableIntValue("BENCH_RUNS") > 0 ? qEnvironmentVariableIntValue("BENCH_RUNS") : 5;
-    std::printf("crash reports (load %s)\n",
-                []() {
-                    QFile loadavg("/proc/loadavg");
-                    return loadavg.open(QIODevice::ReadOnly) ? loadavg.readAll().trimmed().toStdString()
-                                                             : std::string("?");
-                }()
-                    .c_str());
+    std::printf("crash reports (load %s)\n", Bench::loadAverage().constData());
     startupCost(QCoreApplication::applicationFilePath(), runs * 4);
     faultToUpload(runs);
     return 0;

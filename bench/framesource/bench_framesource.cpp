@@ -4,6 +4,7 @@
 //
 // Two figures each: wall-clock frames per second, and frames per CPU second
 // (user + system time), which holds still when other work shares the cores.
+#include "benchsupport.h"
 #include "cameralist.h"
 #include "ffmpegfileframestream.h"
 
@@ -15,7 +16,6 @@
 #include <QTemporaryDir>
 #include <algorithm>
 #include <cstdio>
-#include <sys/resource.h>
 
 namespace {
 
@@ -38,10 +38,7 @@ struct Throughput
 
 double processCpuSeconds()
 {
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    const auto seconds = [](const timeval &t) { return double(t.tv_sec) + t.tv_usec / 1e6; };
-    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+    return Bench::cpuSeconds(QCoreApplication::applicationPid());
 }
 
 // Runs ffmpeg with -benchmark and reads its own user and system time.
@@ -132,15 +129,10 @@ void report(const char *name, const QString &path, int rounds)
         commandOneThread.keepBest(frames - 1, timing);
     }
     std::printf("%s, %d frames\n", name, frames);
-    std::printf(
-        "  frame stream            %7.1f fps wall (%4.1fx real time at 30 fps)  %7.1f fps per CPU second\n",
-        ours.wallFps, ours.wallFps / 30.0, ours.cpuFps);
-    std::printf(
-        "  ffmpeg command          %7.1f fps wall                             %7.1f fps per CPU second\n",
-        command.wallFps, command.cpuFps);
-    std::printf(
-        "  ffmpeg, single thread   %7.1f fps wall                             %7.1f fps per CPU second\n",
-        commandOneThread.wallFps, commandOneThread.cpuFps);
+    for (const auto &[what, figures] : {std::pair{"frame stream", ours}, std::pair{"ffmpeg command", command},
+                                        std::pair{"ffmpeg, single thread", commandOneThread}})
+        std::printf("  %-22s %7.1f fps wall (%4.1fx real time at 30 fps)  %7.1f fps per CPU second\n", what,
+                    figures.wallFps, figures.wallFps / 30.0, figures.cpuFps);
     std::printf("  frame stream / command: %5.1f%% wall, %5.1f%% per CPU second\n",
                 100.0 * ours.wallFps / command.wallFps, 100.0 * ours.cpuFps / command.cpuFps);
     std::fflush(stdout);

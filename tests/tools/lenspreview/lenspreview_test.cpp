@@ -9,27 +9,8 @@
 #include <unistd.h>
 
 namespace {
-struct Result
-{
-    int code = -1;
-    std::string output;
-};
 
-// Runs the tool with the given arguments and collects its exit code and
-// everything it printed.
-Result runTool(const std::string &arguments)
-{
-    Result r;
-    const std::string command = std::string(LENSPREVIEW) + " " + arguments + " 2>&1";
-    FILE *pipe = popen(command.c_str(), "r");
-    char buffer[512];
-    while (pipe && fgets(buffer, sizeof buffer, pipe))
-        r.output += buffer;
-    const int status = pipe ? pclose(pipe) : -1;
-    r.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return r;
-}
-
+// The tool run on sample lenses and the portrait, in a folder of its own.
 class LensPreview : public ::testing::Test
 {
 protected:
@@ -40,18 +21,29 @@ protected:
     }
     void TearDown() override { std::system(("rm -rf '" + dir + "'").c_str()); }
 
-    std::string dir;
+    // Runs the tool; its exit code, and everything it printed in output.
+    int run(const std::string &arguments)
+    {
+        output.clear();
+        FILE *pipe = popen((std::string(LENSPREVIEW) + " " + arguments + " 2>&1").c_str(), "r");
+        char buffer[512];
+        while (pipe && fgets(buffer, sizeof buffer, pipe))
+            output += buffer;
+        const int status = pipe ? pclose(pipe) : -1;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+
+    std::string dir, output;
     const std::string lenses = std::string(TEST_DATA) + "/lenses/";
     const std::string portrait = std::string(TEST_DATA) + "/testdata/astronaut.png";
-    std::string portraitPath() const { return portrait; }
 };
+
 } // namespace
 
 TEST_F(LensPreview, WritesTheLensAppliedToAnImage)
 {
     const std::string out = dir + "/out.png";
-    const Result r = runTool("--canvas 1280x720 " + lenses + "sunglasses " + portrait + " " + out);
-    ASSERT_EQ(r.code, 0) << r.output;
+    ASSERT_EQ(run("--canvas 1280x720 " + lenses + "sunglasses " + portrait + " " + out), 0) << output;
     const cv::Mat image = cv::imread(out);
     ASSERT_FALSE(image.empty());
     EXPECT_EQ(image.size(), cv::Size(1280, 720));
@@ -63,9 +55,10 @@ TEST_F(LensPreview, WritesTheLensAppliedToAnImage)
 TEST_F(LensPreview, WritesNumberedPreviewFramesAtTheRequestedSize)
 {
     const std::string out = dir + "/preview";
-    const Result r = runTool("--frames 3 --interval 100 --size 64x64 --event trigger1@0.1 " + lenses +
-                             "fireworks " + portrait + " " + out);
-    ASSERT_EQ(r.code, 0) << r.output;
+    ASSERT_EQ(run("--frames 3 --interval 100 --size 64x64 --event trigger1@0.1 " + lenses + "fireworks " +
+                  portrait + " " + out),
+              0)
+        << output;
     for (const char *name : {"/00.png", "/01.png", "/02.png"}) {
         const cv::Mat frame = cv::imread(out + name);
         ASSERT_FALSE(frame.empty()) << name;
@@ -79,16 +72,15 @@ TEST_F(LensPreview, AppliesTheLensToEveryFrameOfAVideo)
     const std::string in = dir + "/in.mp4", out = dir + "/out.mp4";
     cv::VideoWriter writer(in, cv::VideoWriter::fourcc('m', 'p', '4', 'v'), 15, cv::Size(640, 360));
     ASSERT_TRUE(writer.isOpened());
-    cv::Mat portrait = cv::imread(portraitPath()), frame(360, 640, CV_8UC3, cv::Scalar(90, 90, 90));
-    cv::resize(portrait, portrait, cv::Size(360, 360));
+    cv::Mat face = cv::imread(portrait), frame(360, 640, CV_8UC3);
+    cv::resize(face, face, cv::Size(360, 360));
     for (int i = 0; i < 12; ++i) {
         frame.setTo(cv::Scalar(90, 90, 90));
-        portrait.copyTo(frame(cv::Rect(100 + i * 10, 0, 360, 360)));
+        face.copyTo(frame(cv::Rect(100 + i * 10, 0, 360, 360)));
         writer.write(frame);
     }
     writer.release();
-    const Result r = runTool(lenses + "film-noir " + in + " " + out);
-    ASSERT_EQ(r.code, 0) << r.output;
+    ASSERT_EQ(run(lenses + "film-noir " + in + " " + out), 0) << output;
     cv::VideoCapture result(out);
     ASSERT_TRUE(result.isOpened());
     int frames = 0;
@@ -105,17 +97,14 @@ TEST_F(LensPreview, AppliesTheLensToEveryFrameOfAVideo)
 
 TEST_F(LensPreview, ReportsBrokenLensesAndBadArguments)
 {
-    const Result broken = runTool(dir + " " + portrait + " " + dir + "/x.png");
-    EXPECT_EQ(broken.code, 2);
-    EXPECT_NE(broken.output.find("lens does not load: " + dir + "/lens.json: file not found"),
-              std::string::npos)
-        << broken.output;
-
-    const Result usage = runTool("--size nonsense a b c");
-    EXPECT_EQ(usage.code, 64);
-    EXPECT_NE(usage.output.find("bad --size"), std::string::npos);
-
-    const Result missing = runTool(lenses + "sunglasses " + dir + "/none.png " + dir + "/x.png");
-    EXPECT_EQ(missing.code, 1);
-    EXPECT_NE(missing.output.find("cannot read image"), std::string::npos);
+    const std::vector<std::tuple<std::string, int, std::string>> cases = {
+        {dir + " " + portrait + " " + dir + "/x.png", 2,
+         "lens does not load: " + dir + "/lens.json: file not found"},
+        {"--size nonsense a b c", 64, "bad --size"},
+        {lenses + "sunglasses " + dir + "/none.png " + dir + "/x.png", 1, "cannot read image"},
+    };
+    for (const auto &[arguments, code, message] : cases) {
+        EXPECT_EQ(run(arguments), code) << arguments;
+        EXPECT_NE(output.find(message), std::string::npos) << output;
+    }
 }
