@@ -142,33 +142,6 @@ TEST(LensIndex, TopFollowsPopularityAndPagesWithoutGapsOrRepeats)
     EXPECT_TRUE(ids(index.topJson(25, 7)).empty());
 }
 
-TEST(LensIndex, RecordCarriesEveryBackendFieldAndLookupMarksInvalidIds)
-{
-    auto index = makeIndex();
-    auto record = lens("shades", "Cool Shades", "Glint Studio", 0);
-    record.previewCount = 3;
-    record.previewIntervalMs = 120;
-    index.rebuild({record, lens("plain", "Plain", "", 0)});
-    const json shades = json::parse(index.lensJson("shades"));
-    const std::string media = "http://example.test:1/vc/v1/media/shades/";
-    EXPECT_EQ(shades["unlockable_id"], "shades");
-    EXPECT_EQ(shades["lens_name"], "Cool Shades");
-    EXPECT_EQ(shades["user_display_name"], "Glint Studio");
-    EXPECT_EQ(shades["deeplink"], "https://glint.test/unlock/?uid=shades");
-    EXPECT_EQ(shades["glintcode_url"], media + "glintcode.png");
-    EXPECT_EQ(shades["icon_url"], media + "icon.png");
-    EXPECT_EQ(shades["image_sequence"],
-              (json{{"url_pattern", media + "preview/%1.png"}, {"size", 3}, {"frame_interval_ms", 120}}));
-    // Without preview frames the media fall back to the icon.
-    const json plain = json::parse(index.lensJson("plain"));
-    EXPECT_EQ(plain["media_url"], plain["icon_url"]);
-    EXPECT_EQ(plain["image_sequence"]["size"], 0);
-
-    const json lookup = json::parse(index.lookupJson({"plain", "gone", "-1", "shades"}));
-    EXPECT_EQ(ids(lookup.dump()), (std::vector<std::string>{"plain", "shades"}));
-    EXPECT_EQ(lookup["invalid_ids"], (json{"gone", "-1"}));
-}
-
 TEST(RateLimiter, AllowsABurstThenTheSustainedRatePerClient)
 {
     RateLimiter limiter(2.0, 3);

@@ -87,11 +87,7 @@ TEST(Checksum, DependsOnContentNotOnNamesOrLayout)
     std::string manifest = readFile(temp / "lens/lens.json");
     manifest.back() ^= 1;
     writeFile(temp / "lens/lens.json", manifest);
-    const std::string changed = LensSigner::directoryChecksum(temp / "lens");
-    EXPECT_NE(changed, original);
-    EXPECT_FALSE(LensSigner::verify(changed, "signature-vector",
-                                    trimmed(readFile(kVectors + "/signature.b64")),
-                                    trimmed(readFile(kVectors + "/public_key.b64"))));
+    EXPECT_NE(LensSigner::directoryChecksum(temp / "lens"), original);
 
     EXPECT_EQ(LensSigner::directoryChecksum(temp / "missing"), "");
 }
@@ -146,12 +142,6 @@ TEST(Signer, BadKeysSignaturesAndTextAreRefusedWithoutCrashing)
     EXPECT_FALSE(verifies("", publicKey));
     EXPECT_FALSE(verifies(good, "AAAA"));
     EXPECT_FALSE(LensSigner::verify(checksum, "signature-vector", "@@not base64@@", publicKey));
-
-    for (const std::string bytes : {"", "\xf0", "\xf0\xf1", "\xf0\xf1\xf2\xf3\xf4"})
-        EXPECT_EQ(Base64::decode(Base64::encode(bytes)), bytes);
-    EXPECT_EQ(Base64::encode("glint"), "Z2xpbnQ=");
-    for (const char *bad : {"Z2xpbnQ", "Z2x*bnQ=", "Z=xpbnQ="}) // length, alphabet, padding in the middle
-        EXPECT_FALSE(Base64::decode(bad)) << bad;
 }
 
 TEST(Packer, ArchiveUnpacksToTheSignedFilesAndIsReproducible)
