@@ -51,21 +51,6 @@ TEST_F(LensPreview, WritesTheLensAppliedToAnImage)
     EXPECT_LT(eyes[0] + eyes[1] + eyes[2], 200.0);
 }
 
-TEST_F(LensPreview, WritesNumberedPreviewFramesAtTheRequestedSize)
-{
-    const std::string out = dir + "/preview";
-    ASSERT_EQ(run("--frames 3 --interval 100 --size 64x64 --event trigger1@0.1 " + lenses + "fireworks " +
-                  portrait + " " + out),
-              0)
-        << output;
-    for (const char *name : {"/00.png", "/01.png", "/02.png"}) {
-        const cv::Mat frame = cv::imread(out + name);
-        ASSERT_FALSE(frame.empty()) << name;
-        EXPECT_EQ(frame.size(), cv::Size(64, 64));
-    }
-    EXPECT_TRUE(cv::imread(out + "/03.png").empty());
-}
-
 TEST_F(LensPreview, ReportsBrokenLensesAndBadArguments)
 {
     const std::vector<std::tuple<std::string, int, std::string>> cases = {
