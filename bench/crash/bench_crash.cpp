@@ -10,13 +10,11 @@
 #include "benchsupport.h"
 
 #include <QCoreApplication>
-#include <QCryptographicHash>
+#include <QDir>
 #include <QElapsedTimer>
-#include <QFileInfo>
 #include <QGuiApplication>
 #include <QProcess>
 #include <QRegularExpression>
-#include <QSharedMemory>
 #include <QStandardPaths>
 #include <QTcpServer>
 #include <QTcpSocket>
@@ -47,6 +45,10 @@ QProcessEnvironment environmentIn(const QTemporaryDir &home)
     for (const char *folder : {"CONFIG", "DATA", "CACHE"})
         env.insert(QStringLiteral("XDG_%1_HOME").arg(folder), home.filePath(QString(folder).toLower()));
     env.insert("QT_QPA_PLATFORM", "offscreen");
+    // A runtime folder of its own keeps the single-instance lock apart.
+    QDir().mkpath(home.filePath("runtime"));
+    QFile::setPermissions(home.filePath("runtime"), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    env.insert("XDG_RUNTIME_DIR", home.filePath("runtime"));
     return env;
 }
 
@@ -113,14 +115,9 @@ void faultToUpload(int runs)
         env.insert("GLINT_CRASH_TRIGGER", "stdin");
         env.insert("GLINT_CRASH_URL", QStringLiteral("http://127.0.0.1:%1/crash").arg(receiver.serverPort()));
         app.setProcessEnvironment(env);
-        // A name of its own per run: a crashed run leaves its single-instance
-        // segment behind, which would refuse the next start under one name.
-        const QString program = home.filePath(QStringLiteral("glint-camera-bench-%1").arg(run));
-        QFile::link(QStringLiteral(GLINT_CRASH_APP), program);
-        app.start(program, QStringList());
-        const QString log = home.filePath("config/Glint/Glint Camera/Log.txt");
+        app.start(QStringLiteral(GLINT_CRASH_APP), QStringList());
         const auto logHas = [&](const char *text) {
-            QFile file(log);
+            QFile file(home.filePath("config/Glint/Glint Camera/Log.txt"));
             return file.open(QIODevice::ReadOnly) && file.readAll().contains(text);
         };
         QByteArray out;
@@ -136,12 +133,6 @@ void faultToUpload(int runs)
         const auto fault = QRegularExpression("fault (\\d+) (\\d+)").match(QString::fromLatin1(out));
         waitUntil([&] { return app.state() == QProcess::NotRunning; }, 15000);
         const qint64 endNs = realtimeNs();
-        QSharedMemory stale(
-            QString::fromLatin1(QCryptographicHash::hash(QFileInfo(program).fileName().toUtf8() + "sharedMem",
-                                                         QCryptographicHash::Sha1)
-                                    .toHex()));
-        if (stale.attach())
-            stale.detach();
         if (!fault.hasMatch() || receiver.arrivals.size() != before + 1) {
             std::printf("run %d: no report arrived\n", run);
             continue;
@@ -221,8 +212,7 @@ int main(int argc, char **argv)
     if (argc > 1 && QByteArray(argv[1]) == "--startup-once")
         return startupOnce(argc, argv);
     QCoreApplication app(argc, argv);
-    const int runs =
-        qEnvironmentVariableIntValue("BENCH_RUNS") > 0 ? qEnvironmentVariableIntValue("BENCH_RUNS") : 5;
+    const int runs = qEnvironmentVariableIsSet("BENCH_RUNS") ? qEnvironmentVariableIntValue("BENCH_RUNS") : 5;
     std::printf("crash reports (load %s)\n", Bench::loadAverage().constData());
     startupCost(QCoreApplication::applicationFilePath(), runs * 4);
     faultToUpload(runs);

@@ -82,7 +82,7 @@ using MakeRequest = std::function<httplib::Result(httplib::Client &, std::mt1993
 // given time; prints the rate and the latencies.
 void load(const char *name, int port, int clients, double seconds, const MakeRequest &request)
 {
-    std::vector<std::vector<double>> latencies(size_t(clients));
+    std::vector<std::vector<double>> latencies(static_cast<size_t>(clients));
     std::atomic<long> failures{0};
     const auto start = Clock::now();
     const auto end =

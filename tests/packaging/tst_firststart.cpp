@@ -1,9 +1,15 @@
-// The virtual camera set-up as the user meets it: the real application on
-// the X display of the test run, with no "Glint Camera" device. pkexec is
-// replaced (GLINT_PKEXEC) by a stand-in script that records what it was
-// asked to run and then does what the helper would: makes the labelled
-// device appear, or refuses like a dismissed password dialog.
+// A first start as the user meets it: the real application in the test
+// process on the X display, with no "Glint Camera" device and its backend
+// address pointing at a closed port.
+// The virtual camera set-up: pkexec is replaced (GLINT_PKEXEC) by a
+// stand-in script that records what it was asked to run and then does what
+// the helper would: makes the labelled device appear, or refuses like a
+// dismissed password dialog.
+// Without the catalogue, the featured list offers the sample lenses that
+// ship with the program, marked as bundled, and putting one on installs it
+// from its signed archive into the lens cache, checked like a download.
 #include <QQmlApplicationEngine>
+#include <QQmlContext>
 #include <QQuickItem>
 #include <QQuickWindow>
 #include <QtTest>
@@ -56,6 +62,7 @@ void prepareEnvironment()
     qputenv("GLINT_VIDEO4LINUX_SYSFS", path("sysfs").toUtf8());
     qputenv("GLINT_KERNEL_MODULES_DEP", path("modules.dep").toUtf8());
     qputenv("GLINT_CAMERA_SINK", GLINT_SINK_BINARY);
+    qunsetenv("GLINT_BUNDLED_LENSES");
 }
 
 QStringList calls()
@@ -67,19 +74,22 @@ QStringList calls()
 
 } // namespace
 
-class TestCameraSetUpFlow : public QObject
+class TestFirstStart : public QObject
 {
     Q_OBJECT
 public:
-    explicit TestCameraSetUpFlow(VCam::Application *app) : m_app(app) {}
+    explicit TestFirstStart(VCam::Application *app) : m_app(app) {}
 
 private:
-    QQuickItem *item(const char *name) const
+    // By object name; delegates made by views are found in the visual tree.
+    QQuickItem *item(const QString &name) const
     {
         const auto roots = m_app->engine()->rootObjects();
-        return roots.isEmpty() ? nullptr : roots.first()->findChild<QQuickItem *>(QLatin1String(name));
+        auto *window = roots.isEmpty() ? nullptr : qobject_cast<QQuickWindow *>(roots.first());
+        QQuickItem *found = window ? window->findChild<QQuickItem *>(name) : nullptr;
+        return found || !window ? found : findQuickItem(window->contentItem(), name);
     }
-    bool shown(const char *name) const
+    bool shown(const QString &name) const
     {
         QQuickItem *found = item(name);
         return found && found->isVisible();
@@ -89,7 +99,7 @@ private:
         QQuickItem *text = item("virtualCameraMessage");
         return text ? text->property("text").toString() : QString();
     }
-    void click(const char *name)
+    void click(const QString &name)
     {
         QQuickItem *button = item(name);
         QVERIFY(button && button->isVisible());
@@ -157,14 +167,26 @@ private slots:
         QTest::qWait(2500);
         QCOMPARE(calls().size(), 4);
     }
+
+    void bundledLensesAreOfferedAndOneIsPutOn()
+    {
+        QVERIFY(XWindowDriver::waitFor([this] { return shown("lensTile_sunglasses"); }, 20000));
+        QVERIFY(shown("bundledBadge_sunglasses"));
+        QVERIFY(shown("lensTile_party-hat"));
+        click("lensTile_sunglasses");
+        QObject *store = m_app->engine()->rootContext()->contextProperty("coreStore").value<QObject *>();
+        QVERIFY(
+            XWindowDriver::waitFor([&] { return store->property("currentLensId").toString() == "sunglasses"; }, 20000));
+        QVERIFY(QFile::exists(path("data/Glint/Glint Camera/lenses/sunglasses/lens/lens.json")));
+    }
 };
 
 int main(int argc, char **argv)
 {
     prepareEnvironment();
-    const int result = runInApplication<TestCameraSetUpFlow>(argc, argv);
+    const int result = runInApplication<TestFirstStart>(argc, argv);
     delete g_dir;
     return result;
 }
 
-#include "tst_camerasetupflow.moc"
+#include "tst_firststart.moc"
