@@ -124,19 +124,23 @@ struct SinkRun
     }
 };
 
-// Frames flow writer -> FIFO -> sink -> stdout pipe -> this process. A write
-// the reader did not take in time is dropped (and reported as not written):
-// every frame that arrives must be whole and newer than the one before, and
-// every frame reported written must arrive.
-void benchVerifiedStream(const std::string &program, const std::string &directory, uint32_t frames)
+// Frames flow writer -> FIFO -> sink. Verified, the sink passes them on
+// through its standard output to this process, which checks every byte: a
+// write the reader did not take in time is dropped (and reported as not
+// written), every frame that arrives must be whole and newer than the one
+// before, and every frame reported written must arrive. Otherwise the sink
+// converts to YUYV and writes a file, as it does for a device.
+void benchStream(const std::string &program, const std::string &directory, uint32_t frames, bool verified)
 {
-    SinkRun sink(program, directory, "rgb", "-");
+    SinkRun sink(program, directory, verified ? "rgb" : "yuyv", verified ? "-" : "/dev/null");
     if (!sink.connected())
         return void(std::printf("stream: the sink did not connect\n"));
     std::atomic<uint32_t> received{0}, torn{0}, written{0};
     std::atomic<bool> writing{true};
-    std::thread reader(
-        [&] { sink.read([&] { return writing || received < written; }, true, received, torn); });
+    std::thread reader([&] {
+        if (verified)
+            sink.read([&] { return writing || received < written; }, true, received, torn);
+    });
     std::vector<uint8_t> frame(kFrameBytes);
     qint64 sinkRssEarly = 0, selfRssEarly = 0;
     const auto start = Clock::now();
@@ -149,39 +153,20 @@ void benchVerifiedStream(const std::string &program, const std::string &director
         }
     }
     writing = false;
-    for (int wait = 0; wait < 5000 && received < written; ++wait)
+    for (int wait = 0; verified && wait < 5000 && received < written; ++wait)
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     const double elapsed = msSince(start);
     const qint64 sinkRss = residentKb(sink.pid), selfRss = residentKb(::getpid());
     sink.stop();
     reader.join(); // the sink's end of the stream ends it
-    std::printf(
-        "stream RGB, verified: %u frames offered in %.0f ms, %u written = %.1f fps (%.0f MB/s); dropped %u, "
-        "received %u, torn or out of order %u\n",
-        frames, elapsed, written.load(), written * 1000.0 / elapsed, written * 2.7648 * 1000.0 / elapsed,
-        frames - written, received.load(), torn.load());
-    std::printf("memory (RSS) at frame 1000 -> end: sink %lld -> %lld kB, writer process %lld -> %lld kB; "
+    std::printf("stream %s: %u frames offered in %.0f ms, %u written = %.1f fps (%.0f MB/s); dropped %u, "
+                "received %u, torn or out of order %u\n",
+                verified ? "RGB, verified" : "to YUYV file (/dev/null)", frames, elapsed, written.load(),
+                written * 1000.0 / elapsed, written * 2.7648 * 1000.0 / elapsed, frames - written,
+                received.load(), torn.load());
+    std::printf("  memory (RSS) at frame 1000 -> end: sink %lld -> %lld kB, writer process %lld -> %lld kB; "
                 "writes given up (reader took nothing in time) %llu\n",
                 sinkRssEarly, sinkRss, selfRssEarly, selfRss, (unsigned long long)sink.writer.timeouts());
-}
-
-// The sink converting to YUYV and writing a file, as it does for a device.
-void benchConvertedStream(const std::string &program, const std::string &directory, uint32_t frames)
-{
-    SinkRun sink(program, directory, "yuyv", "/dev/null");
-    if (!sink.connected())
-        return void(std::printf("stream: the sink did not connect\n"));
-    std::vector<uint8_t> frame(kFrameBytes);
-    uint32_t dropped = 0;
-    const auto start = Clock::now();
-    for (uint32_t i = 0; i < frames; ++i) {
-        fillFrame(frame, i);
-        dropped += !sink.write(frame);
-    }
-    const double elapsed = msSince(start);
-    std::printf(
-        "stream to YUYV file (/dev/null): %u frames in %.0f ms = %.1f fps; dropped %u; sink RSS %lld kB\n",
-        frames, elapsed, frames * 1000.0 / elapsed, dropped, residentKb(sink.pid));
 }
 
 // A reader that stops for 2 s (SIGSTOP) and resumes, while the writer runs
@@ -254,8 +239,8 @@ int main(int argc, char **argv)
     const std::string directory = std::string(runtime) + "/glint-camera";
     std::printf("load average %s\n", Bench::loadAverage().constData());
     benchConversion();
-    benchVerifiedStream(program, directory, frames);
-    benchConvertedStream(program, directory, std::max(1u, frames / 5));
+    benchStream(program, directory, frames, true);
+    benchStream(program, directory, std::max(1u, frames / 5), false);
     benchStoppedReader(program, directory);
     std::filesystem::remove_all(runtime);
     return 0;
