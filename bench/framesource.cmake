@@ -2,5 +2,5 @@
 # raw clips, beside the ffmpeg command doing the same work.
 if(TARGET video)
   add_executable(bench_framesource ${CMAKE_CURRENT_LIST_DIR}/framesource/bench_framesource.cpp)
-  target_link_libraries(bench_framesource PRIVATE video bench_support)
+  target_link_libraries(bench_framesource PRIVATE video)
 endif()
