@@ -119,11 +119,11 @@ public:
         }
         if (request == VIDIOC_S_PARM)
             return device.loopback ? 0 : -ENOTTY;
-        if (request == VIDIOC_STREAMON && device.formatSet)
-            return device.streaming = true, 0;
-        if (request == VIDIOC_STREAMOFF)
-            return device.streaming = false, 0;
-        return request == VIDIOC_STREAMON ? -EINVAL : -ENOTTY;
+        if (request == VIDIOC_STREAMON || request == VIDIOC_STREAMOFF) {
+            device.streaming = request == VIDIOC_STREAMON && device.formatSet;
+            return request == VIDIOC_STREAMOFF || device.streaming ? 0 : -EINVAL;
+        }
+        return -ENOTTY;
     }
     ssize_t write(int fd, const void *data, size_t size) override
     {
