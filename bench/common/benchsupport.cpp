@@ -3,6 +3,8 @@
 #include <QDir>
 #include <QFile>
 #include <algorithm>
+#include <cstdio>
+#include <thread>
 #include <unistd.h>
 
 namespace Bench {
@@ -21,6 +23,29 @@ double percentile(std::vector<double> values, double p)
         return 0;
     std::sort(values.begin(), values.end());
     return values[std::min(values.size() - 1, size_t(p * values.size()))];
+}
+
+std::string summary(const std::vector<double> &values, const char *unit)
+{
+    char line[160];
+    std::snprintf(line, sizeof line, "median %7.2f  p90 %7.2f  p99 %7.2f  max %7.2f %s (n=%zu)",
+                  percentile(values, 0.5), percentile(values, 0.9), percentile(values, 0.99),
+                  percentile(values, 1.0), unit, values.size());
+    return line;
+}
+
+double msSince(std::chrono::steady_clock::time_point start)
+{
+    return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+}
+
+void inParallel(int count, const std::function<void(int)> &work)
+{
+    std::vector<std::thread> threads;
+    for (int i = 0; i < count; ++i)
+        threads.emplace_back(work, i);
+    for (auto &thread : threads)
+        thread.join();
 }
 
 double cpuSeconds(qint64 pid)

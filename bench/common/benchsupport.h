@@ -5,6 +5,9 @@
 #include <QProcess>
 #include <QStringList>
 #include <QTemporaryDir>
+#include <chrono>
+#include <functional>
+#include <string>
 #include <vector>
 
 // What the benchmarks share: figures from /proc and the application started
@@ -15,6 +18,12 @@ namespace Bench {
 QByteArray loadAverage();
 // The value below which a share p (0..1) of the values lie.
 double percentile(std::vector<double> values, double p);
+// "median .. p90 .. p99 .. max .. <unit> (n=..)" for a list of samples.
+std::string summary(const std::vector<double> &values, const char *unit = "ms");
+// Milliseconds since a steady-clock time.
+double msSince(std::chrono::steady_clock::time_point start);
+// Runs work(i) for i < count on threads of their own and waits for all.
+void inParallel(int count, const std::function<void(int)> &work);
 // User and system time of a process so far, in seconds.
 double cpuSeconds(qint64 pid);
 // Resident memory of a process, in kB (0 once it is gone).

@@ -7,19 +7,18 @@
 //     start on the main thread: installing the handlers, starting the
 //     handler program and collecting the system report's GUI part. Each
 //     sample is a fresh process (one handler per process).
+#include "benchsupport.h"
+
 #include <QCoreApplication>
-#include <QCryptographicHash>
+#include <QDir>
 #include <QElapsedTimer>
-#include <QFileInfo>
 #include <QGuiApplication>
 #include <QProcess>
 #include <QRegularExpression>
-#include <QSharedMemory>
 #include <QStandardPaths>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTemporaryDir>
-#include <algorithm>
 #include <crashreporter.h>
 #include <cstdio>
 #include <ctime>
@@ -34,15 +33,23 @@ qint64 realtimeNs()
     return qint64(now.tv_sec) * 1000000000LL + now.tv_nsec;
 }
 
-void printStats(const char *what, std::vector<double> values, const char *unit)
+void printStats(const char *what, const std::vector<double> &values)
 {
-    if (values.empty()) {
-        std::printf("%-44s no samples\n", what);
-        return;
-    }
-    std::sort(values.begin(), values.end());
-    std::printf("%-44s median %8.2f %s  min %8.2f  max %8.2f  (n=%zu)\n", what, values[values.size() / 2],
-                unit, values.front(), values.back(), values.size());
+    std::printf("%-40s %s\n", what, Bench::summary(values).c_str());
+}
+
+// A fresh home for one run of a program, drawing off-screen.
+QProcessEnvironment environmentIn(const QTemporaryDir &home)
+{
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    for (const char *folder : {"CONFIG", "DATA", "CACHE"})
+        env.insert(QStringLiteral("XDG_%1_HOME").arg(folder), home.filePath(QString(folder).toLower()));
+    env.insert("QT_QPA_PLATFORM", "offscreen");
+    // A runtime folder of its own keeps the single-instance lock apart.
+    QDir().mkpath(home.filePath("runtime"));
+    QFile::setPermissions(home.filePath("runtime"), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    env.insert("XDG_RUNTIME_DIR", home.filePath("runtime"));
+    return env;
 }
 
 bool waitUntil(const std::function<bool()> &condition, int timeoutMs)
@@ -103,23 +110,14 @@ void faultToUpload(int runs)
     for (int run = 0; run < runs; ++run) {
         QTemporaryDir home;
         QProcess app;
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert("XDG_CONFIG_HOME", home.filePath("config"));
-        env.insert("XDG_DATA_HOME", home.filePath("data"));
-        env.insert("XDG_CACHE_HOME", home.filePath("cache"));
-        env.insert("QT_QPA_PLATFORM", "offscreen");
+        QProcessEnvironment env = environmentIn(home);
         env.insert("QT_QUICK_BACKEND", "software");
         env.insert("GLINT_CRASH_TRIGGER", "stdin");
         env.insert("GLINT_CRASH_URL", QStringLiteral("http://127.0.0.1:%1/crash").arg(receiver.serverPort()));
         app.setProcessEnvironment(env);
-        // A name of its own per run: a crashed run leaves its single-instance
-        // segment behind, which would refuse the next start under one name.
-        const QString program = home.filePath(QStringLiteral("glint-camera-bench-%1").arg(run));
-        QFile::link(QStringLiteral(GLINT_CRASH_APP), program);
-        app.start(program, QStringList());
-        const QString log = home.filePath("config/Glint/Glint Camera/Log.txt");
+        app.start(QStringLiteral(GLINT_CRASH_APP), QStringList());
         const auto logHas = [&](const char *text) {
-            QFile file(log);
+            QFile file(home.filePath("config/Glint/Glint Camera/Log.txt"));
             return file.open(QIODevice::ReadOnly) && file.readAll().contains(text);
         };
         QByteArray out;
@@ -135,12 +133,6 @@ void faultToUpload(int runs)
         const auto fault = QRegularExpression("fault (\\d+) (\\d+)").match(QString::fromLatin1(out));
         waitUntil([&] { return app.state() == QProcess::NotRunning; }, 15000);
         const qint64 endNs = realtimeNs();
-        QSharedMemory stale(
-            QString::fromLatin1(QCryptographicHash::hash(QFileInfo(program).fileName().toUtf8() + "sharedMem",
-                                                         QCryptographicHash::Sha1)
-                                    .toHex()));
-        if (stale.attach())
-            stale.detach();
         if (!fault.hasMatch() || receiver.arrivals.size() != before + 1) {
             std::printf("run %d: no report arrived\n", run);
             continue;
@@ -157,10 +149,10 @@ void faultToUpload(int runs)
             dumped.push_back(handler.captured(1).toDouble());
     }
     std::printf("fault to upload, application with %d threads:\n", threadsSeen);
-    printStats("  fault -> first byte of the upload", firstByte, "ms");
-    printStats("  fault -> upload complete", complete, "ms");
-    printStats("  fault -> process ended (exit code 1)", exited, "ms");
-    printStats("  attach + unwind + symbolise (handler)", dumped, "ms");
+    printStats("  fault -> first byte of the upload", firstByte);
+    printStats("  fault -> upload complete", complete);
+    printStats("  fault -> process ended (exit code 1)", exited);
+    printStats("  attach + unwind + symbolise (handler)", dumped);
 }
 
 // One sample, in a process of its own: what the reporter costs the main
@@ -195,11 +187,7 @@ void startupCost(const QString &self, int runs)
     for (int run = 0; run < runs; ++run) {
         QTemporaryDir home;
         QProcess child;
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert("XDG_CONFIG_HOME", home.filePath("config"));
-        env.insert("XDG_DATA_HOME", home.filePath("data"));
-        env.insert("QT_QPA_PLATFORM", "offscreen");
-        child.setProcessEnvironment(env);
+        child.setProcessEnvironment(environmentIn(home));
         child.start(self, {"--startup-once"});
         child.waitForFinished(30000);
         const QList<QByteArray> values = child.readAllStandardOutput().trimmed().split(' ');
@@ -211,10 +199,10 @@ void startupCost(const QString &self, int runs)
         total.push_back(install.back() + start.back() + collect.back());
     }
     std::printf("start-up cost on the main thread:\n");
-    printStats("  install the handlers", install, "ms");
-    printStats("  start the handler program", start, "ms");
-    printStats("  system report (screens, cameras, OS)", collect, "ms");
-    printStats("  total", total, "ms");
+    printStats("  install the handlers", install);
+    printStats("  start the handler program", start);
+    printStats("  system report (screens, cameras, OS)", collect);
+    printStats("  total", total);
 }
 
 } // namespace
@@ -224,15 +212,8 @@ int main(int argc, char **argv)
     if (argc > 1 && QByteArray(argv[1]) == "--startup-once")
         return startupOnce(argc, argv);
     QCoreApplication app(argc, argv);
-    const int runs =
-        qEnvironmentVariableIntValue("BENCH_RUNS") > 0 ? qEnvironmentVariableIntValue("BENCH_RUNS") : 5;
-    std::printf("crash reports (load %s)\n",
-                []() {
-                    QFile loadavg("/proc/loadavg");
-                    return loadavg.open(QIODevice::ReadOnly) ? loadavg.readAll().trimmed().toStdString()
-                                                             : std::string("?");
-                }()
-                    .c_str());
+    const int runs = qEnvironmentVariableIsSet("BENCH_RUNS") ? qEnvironmentVariableIntValue("BENCH_RUNS") : 5;
+    std::printf("crash reports (load %s)\n", Bench::loadAverage().constData());
     startupCost(QCoreApplication::applicationFilePath(), runs * 4);
     faultToUpload(runs);
     return 0;

@@ -12,18 +12,17 @@
 //    printed.
 // Resident memory, and the frame rate with and without the flood, are
 // printed too.
-#include <QFile>
+#include "benchsupport.h"
+
 #include <QGuiApplication>
 #include <QTcpServer>
 #include <QThread>
-#include <QTimer>
 #include <action.h>
 #include <actionprovider.h>
 #include <actiontypes.h>
 #include <arpa/inet.h>
 #include <atomic>
 #include <cameralist.h>
-#include <chrono>
 #include <coreservice.h>
 #include <corestore.h>
 #include <cstdio>
@@ -35,11 +34,9 @@
 #include <metatypes.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <string>
 #include <sys/socket.h>
 #include <thread>
 #include <unistd.h>
-#include <vector>
 
 using namespace VCam;
 using Clock = std::chrono::steady_clock;
@@ -47,48 +44,12 @@ using Clock = std::chrono::steady_clock;
 namespace {
 
 constexpr int kClients = 4;
-constexpr int kEventsPerClient = 50000;
-constexpr int kLatencySamples = 500;
-
 std::atomic<long> g_received{0};
 std::atomic<long long> g_lastArrivalNs{0};
 
 long residentKiB()
 {
-    QFile status("/proc/self/status");
-    status.open(QIODevice::ReadOnly);
-    for (const QByteArray &line : status.readAll().split('\n'))
-        if (line.startsWith("VmRSS:"))
-            return line.mid(6).trimmed().split(' ').first().toLong();
-    return 0;
-}
-
-int connectTo(quint16 port)
-{
-    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (::connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0) {
-        ::close(fd);
-        return -1;
-    }
-    const int one = 1;
-    ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
-    return fd;
-}
-
-bool sendAll(int fd, const std::string &bytes)
-{
-    size_t sent = 0;
-    while (sent < bytes.size()) {
-        const ssize_t n = ::send(fd, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
-        if (n <= 0)
-            return false;
-        sent += size_t(n);
-    }
-    return true;
+    return long(Bench::residentKb(QCoreApplication::applicationPid()));
 }
 
 void waitUntil(const std::function<bool()> &done, int timeoutMs)
@@ -96,6 +57,67 @@ void waitUntil(const std::function<bool()> &done, int timeoutMs)
     const auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
     while (!done() && Clock::now() < deadline)
         QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
+}
+
+// A client of the listener without Nagle's delay, as event senders are.
+struct Client
+{
+    int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    explicit Client(quint16 port)
+    {
+        sockaddr_in address{AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
+        const int one = 1;
+        ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
+        if (::connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0) {
+            ::close(fd);
+            fd = -1;
+        }
+    }
+    ~Client() { ::close(fd); }
+    bool send(const std::string &bytes) const
+    {
+        for (size_t sent = 0; fd >= 0 && sent < bytes.size();) {
+            const ssize_t n = ::send(fd, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
+            if (n <= 0)
+                return false;
+            sent += size_t(n);
+        }
+        return fd >= 0;
+    }
+};
+
+// kClients clients on threads of their own, each sending `ticks` batches
+// of `perTick` events, one batch every `spacing` (0: back to back), while
+// the main thread runs the event loop until every event has arrived.
+// Returns the seconds until the last one arrived and the frames meanwhile.
+std::pair<double, long> flood(quint16 port, int ticks, int perTick, std::chrono::milliseconds spacing,
+                              std::atomic<long> &frames, std::atomic<int> &failures)
+{
+    std::string batch;
+    for (int i = 0; i < perTick; ++i)
+        batch += "{\"type\":\"donate\",\"data\":{\"user_name\":\"ann\",\"amount\":100}}\n";
+    const long expected = g_received + long(kClients) * ticks * perTick;
+    frames = 0;
+    const auto start = Clock::now();
+    std::thread senders([&] {
+        Bench::inParallel(kClients, [&](int) {
+            Client client(port);
+            for (int tick = 0; tick < ticks; ++tick) {
+                std::this_thread::sleep_until(start + spacing * tick);
+                if (!client.send(batch)) {
+                    ++failures;
+                    break;
+                }
+            }
+        });
+    });
+    waitUntil([&] { return g_received >= expected; }, 120000);
+    const double seconds = std::chrono::duration<double>(std::chrono::nanoseconds(g_lastArrivalNs.load()) -
+                                                         start.time_since_epoch())
+                               .count();
+    const long framesSeen = frames;
+    senders.join();
+    return {seconds, framesSeen};
 }
 
 } // namespace
@@ -126,10 +148,8 @@ int main(int argc, char **argv)
         Qt::DirectConnection);
     std::atomic<long> frames{0};
     QObject::connect(core.get(), &CoreStore::frameReady, core.get(), [&frames] { ++frames; });
-    bool started = false;
-    QObject::connect(dispatcher.get(), &Bureau::Dispatcher::started, [&started] { started = true; });
     dispatcher->start();
-    waitUntil([&] { return started || dispatcher->state() == Bureau::Dispatcher::Started; }, 20000);
+    waitUntil([&] { return dispatcher->state() == Bureau::Dispatcher::Started; }, 20000);
     provider->notifyStarted();
     provider->setCamera(CameraList::demoCameraName());
     LensCommand lens;
@@ -142,101 +162,44 @@ int main(int argc, char **argv)
         std::fprintf(stderr, "listener or lens did not start\n");
         return 1;
     }
+    std::printf("load average %s\n", Bench::loadAverage().constData());
     // Frame rate at rest.
     waitUntil([] { return false; }, 2000);
     frames = 0;
-    auto restStart = Clock::now();
+    const auto restStart = Clock::now();
     waitUntil([] { return false; }, 3000);
-    const double restFps = frames / std::chrono::duration<double>(Clock::now() - restStart).count();
+    const double restFps = frames * 1000.0 / Bench::msSince(restStart);
 
-    const long memoryBefore = residentKiB();
-    // Throughput.
-    const std::string event = "{\"type\":\"donate\",\"data\":{\"user_name\":\"ann\",\"amount\":100}}\n";
-    std::vector<std::thread> clients;
+    // Throughput: 4 clients sending 50,000 events each back to back.
     std::atomic<int> failures{0};
-    frames = 0;
-    const auto start = Clock::now();
-    for (int c = 0; c < kClients; ++c) {
-        clients.emplace_back([&] {
-            const int fd = connectTo(port);
-            if (fd < 0) {
-                ++failures;
-                return;
-            }
-            std::string batch;
-            for (int i = 0; i < 100; ++i)
-                batch += event;
-            for (int i = 0; i < kEventsPerClient / 100; ++i)
-                if (!sendAll(fd, batch)) {
-                    ++failures;
-                    break;
-                }
-            ::close(fd);
-        });
-    }
-    const long expected = long(kClients) * kEventsPerClient;
-    waitUntil([&] { return g_received >= expected; }, 120000);
-    const double seconds = std::chrono::duration<double>(std::chrono::nanoseconds(g_lastArrivalNs.load()) -
-                                                         start.time_since_epoch())
-                               .count();
-    const double floodFps = frames / std::chrono::duration<double>(Clock::now() - start).count();
-    for (auto &client : clients)
-        client.join();
-    const long memoryAfterThroughput = residentKiB();
+    const long memoryBefore = residentKiB();
+    const long before = g_received;
+    const auto [seconds, floodFrames] = flood(port, 500, 100, {}, frames, failures);
     std::printf(
-        "throughput: %ld of %ld events from %d clients in %.3f s = %.0f events/s (client failures %d)\n",
-        g_received.load(), expected, kClients, seconds, g_received / seconds, failures.load());
+        "throughput: %ld of %d events from %d clients in %.3f s = %.0f events/s (client failures %d); "
+        "%.1f frames per second meanwhile, %.1f at rest\n",
+        g_received - before, kClients * 50000, kClients, seconds, (g_received - before) / seconds,
+        failures.load(), floodFrames / seconds, restFps);
 
     // The goal rate, 10,000 events/s from 4 clients for 10 s: memory before
     // and after, and the frame rate meanwhile.
-    {
-        const long memoryPacedBefore = residentKiB();
-        const long receivedBefore = g_received;
-        constexpr int kPacedSeconds = 10;
-        constexpr int kPerClientPerTick = 25; // every 10 ms: 2,500 events/s per client
-        std::vector<std::thread> paced;
-        frames = 0;
-        const auto pacedStart = Clock::now();
-        for (int c = 0; c < kClients; ++c) {
-            paced.emplace_back([&] {
-                const int fd = connectTo(port);
-                if (fd < 0) {
-                    ++failures;
-                    return;
-                }
-                std::string batch;
-                for (int i = 0; i < kPerClientPerTick; ++i)
-                    batch += event;
-                for (int tick = 0; tick < kPacedSeconds * 100; ++tick) {
-                    std::this_thread::sleep_until(pacedStart + std::chrono::milliseconds(10 * tick));
-                    if (!sendAll(fd, batch)) {
-                        ++failures;
-                        break;
-                    }
-                }
-                ::close(fd);
-            });
-        }
-        const long pacedExpected = long(kClients) * kPerClientPerTick * kPacedSeconds * 100;
-        waitUntil([&] { return g_received - receivedBefore >= pacedExpected; }, (kPacedSeconds + 30) * 1000);
-        const double pacedSeconds = std::chrono::duration<double>(Clock::now() - pacedStart).count();
-        for (auto &client : paced)
-            client.join();
-        std::printf("paced: %ld of %ld events in %.2f s (%.0f events/s offered); %.1f frames per second; "
-                    "memory %ld KiB before, %ld KiB after\n",
-                    g_received - receivedBefore, pacedExpected, pacedSeconds,
-                    pacedExpected / double(kPacedSeconds), frames / pacedSeconds, memoryPacedBefore,
-                    residentKiB());
-    }
+    const long memoryPacedBefore = residentKiB();
+    const long pacedBefore = g_received;
+    const auto [pacedSeconds, pacedFrames] =
+        flood(port, 1000, 25, std::chrono::milliseconds(10), frames, failures);
+    std::printf("paced: %ld of 100000 events in %.2f s (10000 events/s offered); %.1f frames per second; "
+                "memory %ld KiB before, %ld KiB after\n",
+                g_received - pacedBefore, pacedSeconds, pacedFrames / pacedSeconds, memoryPacedBefore,
+                residentKiB());
 
-    // Latency: send to the stores.
-    const int fd = connectTo(port);
+    // Latency: one event at a time, from the send to the stores.
+    Client client(port);
     std::vector<double> latencies;
-    for (int i = 0; i < kLatencySamples && fd >= 0; ++i) {
-        const long before = g_received;
+    for (int i = 0; i < 500 && client.fd >= 0; ++i) {
+        const long received = g_received;
         const auto sent = Clock::now();
-        sendAll(fd, "{\"type\":\"trigger1\"}\n");
-        while (g_received == before && Clock::now() - sent < std::chrono::seconds(2))
+        client.send("{\"type\":\"trigger1\"}\n");
+        while (g_received == received && Clock::now() - sent < std::chrono::seconds(2))
             QCoreApplication::processEvents(QEventLoop::AllEvents);
         latencies.push_back(std::chrono::duration<double, std::milli>(
                                 std::chrono::nanoseconds(g_lastArrivalNs.load()) - sent.time_since_epoch())
@@ -244,19 +207,8 @@ int main(int argc, char **argv)
         QThread::msleep(2);
         QCoreApplication::processEvents();
     }
-    if (fd >= 0)
-        ::close(fd);
-    std::sort(latencies.begin(), latencies.end());
-    const auto at = [&](double q) {
-        return latencies.empty() ? 0.0 : latencies[size_t(q * (latencies.size() - 1))];
-    };
-    std::printf("frames: %.1f per second at rest, %.1f during the flood\n", restFps, floodFps);
-    std::printf("latency send -> handed to the lens's thread over %zu events: median %.3f ms, p95 %.3f ms, "
-                "p99 %.3f ms, max %.3f ms\n",
-                latencies.size(), at(0.5), at(0.95), at(0.99), at(1.0));
-    std::printf("resident memory: %ld KiB before, %ld KiB after throughput, %ld KiB at end\n", memoryBefore,
-                memoryAfterThroughput, residentKiB());
-
+    std::printf("latency send -> handed to the lens's thread: %s\n", Bench::summary(latencies).c_str());
+    std::printf("resident memory: %ld KiB before, %ld KiB at end\n", memoryBefore, residentKiB());
     dispatcher->stop();
     waitUntil([] { return false; }, 200);
     return 0;

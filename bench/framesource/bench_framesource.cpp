@@ -36,6 +36,7 @@ struct Throughput
     }
 };
 
+// User and system time of this process, at microsecond resolution.
 double processCpuSeconds()
 {
     rusage usage{};
@@ -132,15 +133,10 @@ void report(const char *name, const QString &path, int rounds)
         commandOneThread.keepBest(frames - 1, timing);
     }
     std::printf("%s, %d frames\n", name, frames);
-    std::printf(
-        "  frame stream            %7.1f fps wall (%4.1fx real time at 30 fps)  %7.1f fps per CPU second\n",
-        ours.wallFps, ours.wallFps / 30.0, ours.cpuFps);
-    std::printf(
-        "  ffmpeg command          %7.1f fps wall                             %7.1f fps per CPU second\n",
-        command.wallFps, command.cpuFps);
-    std::printf(
-        "  ffmpeg, single thread   %7.1f fps wall                             %7.1f fps per CPU second\n",
-        commandOneThread.wallFps, commandOneThread.cpuFps);
+    for (const auto &[what, figures] : {std::pair{"frame stream", ours}, std::pair{"ffmpeg command", command},
+                                        std::pair{"ffmpeg, single thread", commandOneThread}})
+        std::printf("  %-22s %7.1f fps wall (%4.1fx real time at 30 fps)  %7.1f fps per CPU second\n", what,
+                    figures.wallFps, figures.wallFps / 30.0, figures.cpuFps);
     std::printf("  frame stream / command: %5.1f%% wall, %5.1f%% per CPU second\n",
                 100.0 * ours.wallFps / command.wallFps, 100.0 * ours.cpuFps / command.cpuFps);
     std::fflush(stdout);

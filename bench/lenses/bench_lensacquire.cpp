@@ -1,5 +1,6 @@
 // Times lens acquisition against a real lens server on loopback: the whole
 // network path for a 5 MiB lens, and the cached path that only verifies.
+#include "benchsupport.h"
 #include "lensserverprocess.h"
 #include "networklensacquirehelper.h"
 #include "networklensprovider.h"
@@ -10,24 +11,12 @@
 #include <QElapsedTimer>
 #include <QEventLoop>
 #include <QTemporaryDir>
-#include <algorithm>
 #include <cstdio>
 #include <vector>
 
 using namespace VCam;
 
 namespace {
-
-struct Figures
-{
-    double min = 0, median = 0, max = 0;
-};
-
-Figures summarise(std::vector<double> samples)
-{
-    std::sort(samples.begin(), samples.end());
-    return {samples.front(), samples[samples.size() / 2], samples.back()};
-}
 
 // One acquisition, run to its outcome; milliseconds, or -1 on failure.
 double timeAcquisition(NetworkLensProvider &provider, const LensId &id)
@@ -85,14 +74,11 @@ int main(int argc, char **argv)
         downloads.push_back(download);
         cached.push_back(hit);
     }
-    const Figures d = summarise(downloads);
-    const Figures c = summarise(cached);
-    std::printf("lens of %.1f MiB, %d rounds\n", lensBytes / 1048576.0, rounds);
-    std::printf("acquire from server (link, download, unpack, verify): median %.1f ms  min %.1f  max %.1f  "
-                "(goal < 150)\n",
-                d.median, d.min, d.max);
-    std::printf("acquire cached (verify):                             median %.1f ms  min %.1f  max %.1f  "
-                "(goal < 20)\n",
-                c.median, c.min, c.max);
+    std::printf("lens of %.1f MiB, %d rounds; load average %s\n", lensBytes / 1048576.0, rounds,
+                Bench::loadAverage().constData());
+    std::printf("acquire from server (link, download, unpack, verify), goal < 150 ms: %s\n",
+                Bench::summary(downloads).c_str());
+    std::printf("acquire cached (verify), goal < 20 ms:                             %s\n",
+                Bench::summary(cached).c_str());
     return 0;
 }

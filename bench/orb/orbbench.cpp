@@ -2,6 +2,8 @@
 // processing worker runs (upload, tracking, lens, read-back), with no lens,
 // with face tracking alone, and with each sample lens.
 // Usage: orb_bench [frames] [lens ids...]
+#include "benchsupport.h"
+
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -26,28 +28,22 @@ namespace {
 
 const std::string kData = ORB_BENCH_DATA;
 
-std::vector<uint8_t> portraitFrame(int &width, int &height)
-{
-    cv::Mat portrait = cv::imread(kData + "/testdata/astronaut.png", cv::IMREAD_COLOR);
-    cv::Mat canvas(720, 1280, CV_8UC3, cv::Scalar(128, 128, 128)), scaled, rgba;
-    cv::resize(portrait, scaled, cv::Size(), 1.4, 1.4, cv::INTER_AREA);
-    const int rows = std::min(scaled.rows, 720);
-    scaled(cv::Rect(0, 0, scaled.cols, rows)).copyTo(canvas(cv::Rect(384, 0, scaled.cols, rows)));
-    cv::cvtColor(canvas, rgba, cv::COLOR_BGR2RGBA);
-    width = rgba.cols;
-    height = rgba.rows;
-    return std::vector<uint8_t>(rgba.data, rgba.data + rgba.total() * 4);
-}
-
-// Four tiles of 640x360, each with the portrait's face at the size the
-// four-face clip shows it.
-std::vector<uint8_t> fourFacesFrame()
+// A 1280x720 RGBA frame: the portrait's face once, large, or four times in
+// tiles of 640x360 at the size the four-face clip shows it.
+std::vector<uint8_t> portraitFrame(bool four)
 {
     cv::Mat portrait = cv::imread(kData + "/testdata/astronaut.png", cv::IMREAD_COLOR), scaled, rgba;
-    cv::resize(portrait, scaled, cv::Size(640, 640), 0, 0, cv::INTER_AREA);
-    cv::Mat canvas(720, 1280, CV_8UC3);
-    for (int tile = 0; tile < 4; ++tile)
-        scaled(cv::Rect(0, 0, 640, 360)).copyTo(canvas(cv::Rect(tile % 2 * 640, tile / 2 * 360, 640, 360)));
+    cv::Mat canvas(720, 1280, CV_8UC3, cv::Scalar(128, 128, 128));
+    if (four) {
+        cv::resize(portrait, scaled, cv::Size(640, 640), 0, 0, cv::INTER_AREA);
+        for (int tile = 0; tile < 4; ++tile)
+            scaled(cv::Rect(0, 0, 640, 360))
+                .copyTo(canvas(cv::Rect(tile % 2 * 640, tile / 2 * 360, 640, 360)));
+    } else {
+        cv::resize(portrait, scaled, cv::Size(), 1.4, 1.4, cv::INTER_AREA);
+        const int rows = std::min(scaled.rows, 720);
+        scaled(cv::Rect(0, 0, scaled.cols, rows)).copyTo(canvas(cv::Rect(384, 0, scaled.cols, rows)));
+    }
     cv::cvtColor(canvas, rgba, cv::COLOR_BGR2RGBA);
     return std::vector<uint8_t>(rgba.data, rgba.data + rgba.total() * 4);
 }
@@ -55,12 +51,6 @@ std::vector<uint8_t> fourFacesFrame()
 // Wall-clock and process CPU milliseconds of each measured frame. The CPU
 // time (all threads, the software renderer's included) shows the cost of a
 // frame even when other programs compete for the cores.
-struct Timings
-{
-    std::vector<double> wall;
-    std::vector<double> cpu;
-};
-
 double processCpuMs()
 {
     timespec t{};
@@ -68,39 +58,30 @@ double processCpuMs()
     return t.tv_sec * 1e3 + t.tv_nsec / 1e6;
 }
 
-double percentile(std::vector<double> v, double p)
-{
-    std::sort(v.begin(), v.end());
-    return v[std::min(v.size() - 1, static_cast<size_t>(v.size() * p))];
-}
-
-void report(const std::string &name, const Timings &t)
-{
-    std::printf("%-16s median %6.2f ms   p99 %6.2f ms   max %6.2f ms   cpu median %6.2f ms\n", name.c_str(),
-                percentile(t.wall, 0.5), percentile(t.wall, 0.99), percentile(t.wall, 1.0),
-                percentile(t.cpu, 0.5));
-}
-
 // Runs `step` until `ready` says so (for up to a second), so that figures
-// are taken with the face already found, then measures `frames` steps.
-Timings measure(
-    int frames, const std::function<void(int)> &step,
+// are taken with the face already found, then measures `frames` steps and
+// prints their wall-clock times and the median process CPU time. The CPU
+// time (all threads, the software renderer's included) shows the cost of a
+// frame even when other programs compete for the cores.
+void measure(
+    const std::string &name, int frames, const std::function<void(int)> &step,
     const std::function<bool()> &ready = [] { return true; })
 {
     for (int i = 0; i < 10 || (!ready() && i < 100); ++i) {
         step(i); // warm-up: shader compilation, first detection
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
-    Timings t;
+    std::vector<double> wall, cpu;
     for (int i = 0; i < frames; ++i) {
         const auto start = std::chrono::steady_clock::now();
-        const double cpu = processCpuMs();
+        const double cpuStart = processCpuMs();
         step(i + 10);
-        t.cpu.push_back(processCpuMs() - cpu);
-        t.wall.push_back(
+        cpu.push_back(processCpuMs() - cpuStart);
+        wall.push_back(
             std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count());
     }
-    return t;
+    std::printf("%-16s %s   cpu median %6.2f ms\n", name.c_str(), Bench::summary(wall).c_str(),
+                Bench::percentile(cpu, 0.5));
 }
 
 } // namespace
@@ -112,10 +93,12 @@ int main(int argc, char **argv)
                                        "confetti",   "fireworks", "color-pop", "heart-eyes"};
     if (argc > 2)
         lenses.assign(argv + 2, argv + argc);
-    int width = 0, height = 0;
-    std::vector<uint8_t> pixels = portraitFrame(width, height);
+    const int width = 1280, height = 720;
+    std::vector<uint8_t> pixels = portraitFrame(false), four = portraitFrame(true);
     Orb::ImageBase image(pixels.data(), width, height, width * 4, Orb::ColorSpace::RGBA,
                          Orb::ImageBase::doNothingDeallocator);
+    Orb::ImageBase fourImage(four.data(), width, height, width * 4, Orb::ColorSpace::RGBA,
+                             Orb::ImageBase::doNothingDeallocator);
 
     Orb::CoreManager core(nullptr, false, nullptr, nullptr);
     Orb::TextureReader reader;
@@ -123,28 +106,22 @@ int main(int argc, char **argv)
         auto texture = core.processFrameToTexture(image, Orb::Timestamp::fromSeconds(i / 30.0), false, {});
         reader.readTextureToImage(texture.buildNormalizedTexture());
     };
-    report("no lens", measure(frames, frame));
+    measure("no lens", frames, frame);
     std::printf("renderer: %s, %d frames of %dx%d\n", core.getRendererName().c_str(), frames, width, height);
 
-    Orb::FaceTracker tracker;
-    std::string error;
-    if (!tracker.initialize(Orb::LandmarkModel::path(), error)) {
-        std::fprintf(stderr, "%s\n", error.c_str());
-        return 1;
+    for (const auto &[name, picture, faces] :
+         {std::tuple{"tracking alone", &image, 1}, std::tuple{"tracking 4 faces", &fourImage, 4}}) {
+        Orb::FaceTracker tracker;
+        std::string error;
+        if (!tracker.initialize(Orb::LandmarkModel::path(), error)) {
+            std::fprintf(stderr, "%s\n", error.c_str());
+            return 1;
+        }
+        measure(
+            name, frames, [&](int i) { tracker.process(*picture, i / 30.0, false); },
+            [&] { return int(tracker.faces().size()) == faces; });
+        std::printf("                 (%zu faces tracked)\n", tracker.faces().size());
     }
-    report("tracking alone", measure(
-                                 frames, [&](int i) { tracker.process(image, i / 30.0, false); },
-                                 [&] { return !tracker.faces().empty(); }));
-    std::printf("                 (%zu face tracked)\n", tracker.faces().size());
-    std::vector<uint8_t> four = fourFacesFrame();
-    Orb::ImageBase fourImage(four.data(), width, height, width * 4, Orb::ColorSpace::RGBA,
-                             Orb::ImageBase::doNothingDeallocator);
-    Orb::FaceTracker fourTracker;
-    fourTracker.initialize(Orb::LandmarkModel::path(), error);
-    report("tracking 4 faces", measure(
-                                   frames, [&](int i) { fourTracker.process(fourImage, i / 30.0, false); },
-                                   [&] { return fourTracker.faces().size() == 4; }));
-    std::printf("                 (%zu faces tracked)\n", fourTracker.faces().size());
 
     for (const auto &id : lenses) {
         if (!core.useComplexEffect(
@@ -155,16 +132,15 @@ int main(int argc, char **argv)
         auto scene = core.getEffectsManager()->getComplexEffect()->getScene();
         // Show what the lens hides at first, so its effect is what is measured.
         scene->getExternalEventSystem()->triggerEvents("trigger1", "");
-        report(id, measure(
-                       frames,
-                       [&](int i) {
-                           if (i % 90 == 0 && id != "party-hat" && id != "heart-eyes")
-                               core.processTouchEvent({Orb::TouchEvent::Type::Tap, 0.5f, 0.5f});
-                           if (i == 0 && id == "heart-eyes")
-                               core.processTouchEvent({Orb::TouchEvent::Type::Tap, 0.5f, 0.5f});
-                           frame(i);
-                       },
-                       [&] { return !core.getTrackedFaces().empty(); }));
+        measure(
+            id, frames,
+            [&](int i) {
+                if ((i % 90 == 0 && id != "party-hat" && id != "heart-eyes") ||
+                    (i == 0 && id == "heart-eyes"))
+                    core.processTouchEvent({Orb::TouchEvent::Type::Tap, 0.5f, 0.5f});
+                frame(i);
+            },
+            [&] { return !core.getTrackedFaces().empty(); });
     }
     return 0;
 }

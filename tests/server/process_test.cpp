@@ -1,29 +1,44 @@
-// The server and packer programs as a user runs them.
+// The server program as a user runs it: alone, and scaled out with nginx
+// (the shipped configuration, started as an unprivileged process on
+// loopback) in front of two server processes sharing one data folder.
 #include "lenssigner.h"
+#include "rawclient.h"
 #include "serverprocess.h"
 #include "testlens.h"
 
 #include <SQLiteCpp/Database.h>
+#include <arpa/inet.h>
+#include <csignal>
 #include <filesystem>
+#include <grp.h>
 #include <gtest/gtest.h>
 #include <httplib.h>
+#include <netinet/in.h>
 #include <nlohmann/json.hpp>
+#include <sys/socket.h>
+#include <sys/wait.h>
 #include <thread>
+#include <unistd.h>
 
 namespace fs = std::filesystem;
 using namespace glint::server;
 using nlohmann::json;
+using Ids = std::vector<std::string>;
 
 namespace {
 
 const std::string kServer = GLINT_TEST_SERVER_BIN;
-const std::string kPack = GLINT_TEST_PACK_BIN; // empty when the packer is not built
 
-json getJson(int port, const std::string &path)
+httplib::Result request(int port, const std::string &path, const std::string &body = "")
 {
     httplib::Client client("127.0.0.1", port);
     client.set_default_headers({{"X-Installation-Id", "process-test"}});
-    const auto res = client.Get(path.c_str());
+    return body.empty() ? client.Get(path.c_str()) : client.Post(path.c_str(), body, "application/json");
+}
+
+json getJson(int port, const std::string &path)
+{
+    const auto res = request(port, path);
     if (!res || res->status != 200) {
         ADD_FAILURE() << path << ": " << (res ? res->body : "no answer");
         return json::object();
@@ -31,63 +46,127 @@ json getJson(int port, const std::string &path)
     return json::parse(res->body);
 }
 
-std::string firstId(const json &answer)
+Ids lensIds(int port, const std::string &path)
 {
-    return answer.contains("lenses") && !answer["lenses"].empty() ? answer["lenses"][0]["unlockable_id"] : "";
+    Ids ids;
+    for (const auto &lens : getJson(port, path).value("lenses", json::array()))
+        ids.push_back(lens["unlockable_id"]);
+    return ids;
 }
+
+// Polls for up to 15 s: the server notices catalogue changes by itself.
+bool eventually(const std::function<bool()> &condition)
+{
+    for (int i = 0; i < 150 && !condition(); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    return condition();
+}
+
+constexpr uid_t kNobody = 65534;
+
+int freePort()
+{
+    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
+    socklen_t length = sizeof address;
+    ::bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof address);
+    ::getsockname(fd, reinterpret_cast<sockaddr *>(&address), &length);
+    ::close(fd);
+    return ntohs(address.sin_port);
+}
+
+// nginx with the shipped configuration; as root it drops to nobody first.
+struct Nginx
+{
+    std::string runtime;
+    pid_t pid = -1;
+
+    Nginx(const std::string &runtimeDir, int port, const std::string &dataDir,
+          const std::vector<int> &upstreams)
+        : runtime(runtimeDir)
+    {
+        std::string servers;
+        for (const int upstream : upstreams)
+            servers += "server 127.0.0.1:" + std::to_string(upstream) + ";\n        ";
+        std::string config = readFile(GLINT_SOURCE_DIR "/scripts/nginx/glint-lens-server.conf");
+        for (const auto &[from, to] : std::vector<std::pair<std::string, std::string>>{
+                 {"{{listen}}", "127.0.0.1:" + std::to_string(port)},
+                 {"{{data_dir}}", dataDir},
+                 {"{{runtime}}", runtime},
+                 {"{{upstreams}}", servers},
+                 {"{{workers}}", "1"}})
+            for (size_t at = config.find(from); at != std::string::npos;
+                 at = config.find(from, at + to.size()))
+                config.replace(at, from.size(), to);
+        writeFile(runtime + "/nginx.conf", config);
+        fs::copy_file(GLINT_SOURCE_DIR "/scripts/nginx/glint-proxy.conf", runtime + "/glint-proxy.conf");
+        if (geteuid() == 0)
+            ::chown(runtime.c_str(), kNobody, kNobody);
+        pid = fork();
+        if (pid == 0) {
+            if (geteuid() == 0 &&
+                (setgroups(0, nullptr) != 0 || setgid(kNobody) != 0 || setuid(kNobody) != 0))
+                _exit(126);
+            execlp("nginx", "nginx", "-p", runtime.c_str(), "-c", (runtime + "/nginx.conf").c_str(), "-e",
+                   (runtime + "/error.log").c_str(), "-g", "daemon off;", static_cast<char *>(nullptr));
+            _exit(127);
+        }
+        // Accepting connections within five seconds, or ended.
+        for (int i = 0; i < 100 && !RawClient(port).connected() && waitpid(pid, nullptr, WNOHANG) != pid; ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    ~Nginx()
+    {
+        kill(pid, SIGQUIT);
+        waitpid(pid, nullptr, 0);
+    }
+    std::string errors() const { return readFile(runtime + "/error.log"); }
+};
 
 } // namespace
 
-TEST(ServerProgram, HelpSucceedsAndBadOptionsFail)
-{
-    ASSERT_EQ(runCommand(kServer + " --help >/dev/null"), 0);
-    EXPECT_EQ(runCommand(kServer + " --port 70000 2>&1"), 2);
-    EXPECT_EQ(runCommand(kServer + " --colour blue 2>&1"), 2);
-    EXPECT_EQ(runCommand(kServer + " --config /nonexistent.json 2>&1"), 2);
-}
-
 TEST(ServerProgram, RestartKeepsCatalogueArchivesAndRecords)
 {
+    for (const auto &[options, status] :
+         std::vector<std::pair<std::string, int>>{{"--help >/dev/null", 0},
+                                                  {"--port 70000", 2},
+                                                  {"--colour blue", 2},
+                                                  {"--config /nonexistent.json", 2}})
+        EXPECT_EQ(runCommand(kServer + " " + options + " 2>&1"), status) << options;
+
     TempDir dir;
     writeLens(dir / "bundled", {"sun", "Sun", "Sky", "", 1});
     writeLens(dir / "bundled", {"moon", "Moon", "Sky", "lens_hint_open_your_mouth", 1});
-    const std::string key = makeKey(dir.path());
-    const std::vector<std::string> common = {"--data-dir", dir / "data", "--key", key, "--rate-limit", "0"};
-
+    const std::vector<std::string> common = {"--data-dir",        dir / "data",   "--key",
+                                             makeKey(dir.path()), "--rate-limit", "0"};
     std::string archive;
     {
         auto args = common;
         args.insert(args.end(), {"--bundled-lenses", dir / "bundled"});
         ServerProcess first(args);
         ASSERT_TRUE(first.started()) << first.output();
-        EXPECT_EQ(getJson(first.port(), "/vc/v1/explorer/scheduled")["lenses"].size(), 2u);
+        EXPECT_EQ(lensIds(first.port(), "/vc/v1/explorer/scheduled").size(), 2u);
         getJson(first.port(), "/vc/v1/explorer/unlock?uid=moon");
-        const json unlock = getJson(first.port(), "/vc/v1/explorer/unlock?uid=moon");
-        EXPECT_EQ(firstId(getJson(first.port(), "/vc/v1/explorer/top?offset=0&limit=1")), "moon");
-        httplib::Client client("127.0.0.1", first.port());
-        client.set_default_headers({{"X-Installation-Id", "process-test"}});
-        ASSERT_EQ(client
-                      .Post("/vc/v1/reporting/lens", R"({"lens_id":"sun","reason_id":"r","context":"c"})",
-                            "application/json")
+        getJson(first.port(), "/vc/v1/explorer/unlock?uid=moon");
+        ASSERT_EQ(request(first.port(), "/vc/v1/reporting/lens",
+                          R"({"lens_id":"sun","reason_id":"r","context":"c"})")
                       ->status,
                   200);
-        archive = httplib::Client("127.0.0.1", first.port()).Get("/vc/v1/archives/moon.zip")->body;
+        archive = request(first.port(), "/vc/v1/archives/moon.zip")->body;
         ASSERT_FALSE(archive.empty());
         EXPECT_EQ(first.stop(), 0);
         // One log line per request.
-        const std::string log = first.output();
-        EXPECT_NE(log.find("\"GET /vc/v1/explorer/unlock\" 200"), std::string::npos) << log;
-        EXPECT_NE(log.find("\"POST /vc/v1/reporting/lens\" 200"), std::string::npos) << log;
-        EXPECT_NE(log.find("\"GET /vc/v1/archives/moon.zip\" 200"), std::string::npos) << log;
+        EXPECT_NE(first.output().find("\"GET /vc/v1/archives/moon.zip\" 200"), std::string::npos)
+            << first.output();
     }
     fs::remove_all(dir / "bundled");
     {
         ServerProcess second(common);
         ASSERT_TRUE(second.started()) << second.output();
         EXPECT_EQ(second.output().find("Imported"), std::string::npos);
-        EXPECT_EQ(getJson(second.port(), "/vc/v1/explorer/scheduled")["lenses"].size(), 2u);
-        EXPECT_EQ(firstId(getJson(second.port(), "/vc/v1/explorer/top?offset=0&limit=1")), "moon");
-        EXPECT_EQ(httplib::Client("127.0.0.1", second.port()).Get("/vc/v1/archives/moon.zip")->body, archive);
+        EXPECT_EQ(lensIds(second.port(), "/vc/v1/explorer/scheduled").size(), 2u);
+        EXPECT_EQ(lensIds(second.port(), "/vc/v1/explorer/top?offset=0&limit=1"), Ids{"moon"});
+        EXPECT_EQ(request(second.port(), "/vc/v1/archives/moon.zip")->body, archive);
         const json unlock = getJson(second.port(), "/vc/v1/explorer/unlock?uid=moon");
         EXPECT_EQ(unlock["hint_id"], "lens_hint_open_your_mouth");
         // Links follow the new port.
@@ -98,86 +177,37 @@ TEST(ServerProgram, RestartKeepsCatalogueArchivesAndRecords)
     EXPECT_EQ(db.execAndGet("SELECT popularity FROM lenses WHERE id = 'moon'").getInt(), 3);
 }
 
-TEST(ServerProgram, ConfigurationFileIsReadAndTheCommandLineWins)
-{
-    TempDir dir;
-    writeFile(dir / "server.json", json{{"update-version", "9.9.9.9"},
-                                        {"update-notes", "from the file"},
-                                        {"no-bundled-import", true},
-                                        {"public-url", "http://lenses.example.test:1234"},
-                                        {"rate-limit", 0}}
-                                       .dump());
-    writeLens(dir / "lenses", {"sun", "Sun", "Sky", "", 1});
-    const std::string key = makeKey(dir.path());
-    ASSERT_EQ(runCommand(kServer + " import --data-dir " + (dir / "data") + " --key " + key + " --featured " +
-                         (dir / "lenses/sun") + " 2>&1"),
-              0);
-    ServerProcess server({"--config", dir / "server.json", "--update-notes", "from the command line",
-                          "--data-dir", dir / "data", "--key", key});
-    ASSERT_TRUE(server.started()) << server.output();
-    const json latest = getJson(server.port(), "/vc/v1/update/latest?platform=windows");
-    EXPECT_EQ(latest["version"], "9.9.9.9");
-    EXPECT_EQ(latest["notes"], "from the command line");
-    const json featured = getJson(server.port(), "/vc/v1/explorer/scheduled");
-    EXPECT_EQ(firstId(featured), "sun");
-    EXPECT_EQ(featured["lenses"][0]["icon_url"], "http://lenses.example.test:1234/vc/v1/media/sun/icon.png");
-}
-
 TEST(ServerProgram, CatalogueIsEditedWhileTheServerRuns)
 {
     TempDir dir;
     writeLens(dir / "lenses", {"a", "Alpha", "Sky", "", 1});
     writeLens(dir / "lenses", {"b", "Beta", "Sky", "", 1});
-    const std::string options = " --data-dir " + (dir / "data") + " --key " + makeKey(dir.path());
-    ASSERT_EQ(runCommand(kServer + " import" + options + " " + (dir / "lenses/a") + " " + (dir / "lenses/b")),
-              0);
+    const std::string options = " --data-dir " + (dir / "data") + " --key " + makeKey(dir.path()) + " ";
+    ASSERT_EQ(runCommand(kServer + " import" + options + (dir / "lenses/a") + " " + (dir / "lenses/b")), 0);
     ServerProcess server({"--data-dir", dir / "data", "--rate-limit", "0"});
     ASSERT_TRUE(server.started()) << server.output();
-    auto featured = [&] {
-        std::vector<std::string> ids;
-        const json answer = getJson(server.port(), "/vc/v1/explorer/scheduled");
-        for (const auto &lens : answer["lenses"])
-            ids.push_back(lens["unlockable_id"]);
-        return ids;
-    };
-    EXPECT_TRUE(featured().empty());
-
-    EXPECT_EQ(runCommand(kServer + " feature" + options + " a"), 0);
-    EXPECT_EQ(runCommand(kServer + " feature" + options + " --position 0 b"), 0);
-    EXPECT_EQ(featured(), (std::vector<std::string>{"b", "a"}));
-    const std::string future = std::to_string(time(nullptr) + 3600);
-    EXPECT_EQ(runCommand(kServer + " feature" + options + " --from " + future + " a"), 0);
-    EXPECT_EQ(featured(), std::vector<std::string>{"b"});
-    EXPECT_EQ(runCommand(kServer + " unfeature" + options + " b"), 0);
+    auto featured = [&] { return lensIds(server.port(), "/vc/v1/explorer/scheduled"); };
     EXPECT_TRUE(featured().empty());
 
     // A lens imported while the server runs shows up within a few seconds.
     writeLens(dir / "lenses", {"c", "Gamma", "Sky", "", 1});
-    ASSERT_EQ(runCommand(kServer + " import" + options + " --featured " + (dir / "lenses/c")), 0);
-    for (int i = 0; i < 150 && featured().empty(); ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    EXPECT_EQ(featured(), std::vector<std::string>{"c"});
+    ASSERT_EQ(runCommand(kServer + " import" + options + "--featured " + (dir / "lenses/c")), 0);
+    EXPECT_TRUE(eventually([&] { return featured() == Ids{"c"}; }));
 
     // Removing a lens: gone from lists, lookups mark it invalid, files go.
-    EXPECT_EQ(runCommand(kServer + " remove" + options + " c"), 0);
+    EXPECT_EQ(runCommand(kServer + " remove" + options + "c"), 0);
     EXPECT_TRUE(featured().empty());
-    httplib::Client client("127.0.0.1", server.port());
-    client.set_default_headers({{"X-Installation-Id", "process-test"}});
-    json invalid;
-    for (int i = 0; i < 150 && invalid != json{"c"}; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        const auto lookup =
-            client.Post("/vc/v1/explorer/lenses", R"({"lenses":["a","c"]})", "application/json");
-        ASSERT_TRUE(lookup);
-        invalid = json::parse(lookup->body)["invalid_ids"];
-    }
-    EXPECT_EQ(invalid, json{"c"});
-    EXPECT_EQ(client.Get("/vc/v1/explorer/unlock?uid=c")->status, 404);
-    EXPECT_EQ(client.Get("/vc/v1/archives/c.zip")->status, 404);
-    EXPECT_EQ(runCommand(kServer + " remove" + options + " c 2>&1"), 1);
-
-    EXPECT_EQ(runCommand(kServer + " feature" + options + " no-such-lens 2>&1"), 1);
-    EXPECT_EQ(runCommand(kServer + " feature" + options + " --from soon a 2>&1"), 2);
+    EXPECT_TRUE(eventually([&] {
+        const auto lookup = request(server.port(), "/vc/v1/explorer/lenses", R"({"lenses":["a","c"]})");
+        return lookup && json::parse(lookup->body)["invalid_ids"] == json{"c"};
+    }));
+    EXPECT_EQ(request(server.port(), "/vc/v1/explorer/unlock?uid=c")->status, 404);
+    EXPECT_EQ(request(server.port(), "/vc/v1/archives/c.zip")->status, 404);
+    for (const auto &[what, status] :
+         std::vector<std::pair<std::string, int>>{{"remove" + options + "c", 1},
+                                                  {"feature" + options + "c", 1},
+                                                  {"feature" + options + "--from soon a", 2}})
+        EXPECT_EQ(runCommand(kServer + " " + what + " 2>&1"), status) << what;
 }
 
 TEST(ServerProgram, LensesAreSignedAgainWhenTheKeyChanges)
@@ -197,83 +227,60 @@ TEST(ServerProgram, LensesAreSignedAgainWhenTheKeyChanges)
     EXPECT_FALSE(LensSigner::verify(checksum, "sun", signature, LensSigner(oldKey).publicKeyBase64()));
 }
 
-TEST(PackProgram, KeysPackingVerifyingAndRegistering)
+TEST(FrontServer, NginxServesTheCatalogueAndArchivesFromTwoServerProcesses)
 {
-    if (kPack.empty())
-        GTEST_SKIP() << "glint-lens-pack is not part of this build";
     TempDir dir;
-    std::string publicKey;
-    ASSERT_EQ(runCommand(kPack + " keygen " + (dir / "key.pem"), &publicKey), 0);
-    publicKey.pop_back();
-    EXPECT_EQ(publicKey.size(), 160u);
-    std::string again;
-    runCommand(kPack + " pubkey --key " + (dir / "key.pem"), &again);
-    EXPECT_EQ(again, publicKey + "\n");
-
-    const std::string lens = writeLens(dir.path(), {"shades", "Shades", "Glint", "", 2});
-    std::string output;
-    ASSERT_EQ(runCommand(kPack + " pack " + lens + " " + (dir / "shades.zip") + " --key " + (dir / "key.pem"),
-                         &output),
-              0);
-    const json packed = json::parse(output);
-    EXPECT_EQ(packed["id"], "shades");
-    EXPECT_EQ(packed["checksum"], LensSigner::directoryChecksum(lens));
-    EXPECT_TRUE(fs::file_size(dir / "shades.zip") > 0);
-
-    const std::string verify = kPack + " verify " + lens + " ";
-    const std::string signature = packed["signature"];
-    EXPECT_EQ(runCommand(verify + "shades " + signature + " --public-key " + publicKey), 0);
-    EXPECT_EQ(runCommand(verify + "other " + signature + " --public-key " + publicKey), 1);
-    writeFile(lens + "/shaders/effect.frag", "changed");
-    EXPECT_EQ(runCommand(verify + "shades " + signature + " --public-key " + publicKey), 1);
-
-    EXPECT_EQ(
-        runCommand(kPack + " pack " + (dir / "missing") + " x.zip --key " + (dir / "key.pem") + " 2>&1"), 1);
-    EXPECT_EQ(runCommand(kPack + " frobnicate 2>&1"), 2);
-
-    ASSERT_EQ(runCommand(kPack + " register --data-dir " + (dir / "data") + " --key " + (dir / "key.pem") +
-                             " " + lens,
-                         &output),
-              0);
-    SQLite::Database db(dir / "data/lenses.db");
-    EXPECT_EQ(db.execAndGet("SELECT checksum FROM lenses WHERE id = 'shades'").getString(),
-              LensSigner::directoryChecksum(lens));
-    EXPECT_TRUE(fs::exists(dir / "data/archives/shades.zip"));
-    EXPECT_TRUE(fs::exists(dir / "data/media/shades/glintcode.png"));
-}
-
-TEST(ServerProgram, BundledSampleLensesImportAndVerify)
-{
-    const std::string bundled = GLINT_SERVER_DEFAULT_BUNDLED;
-    size_t folders = 0;
-    std::error_code ec;
-    for (fs::directory_iterator it(bundled, ec), end; !ec && it != end; it.increment(ec))
-        folders += fs::exists(it->path() / "lens.json") ? 1 : 0;
-    if (folders == 0)
-        GTEST_SKIP() << "no bundled lenses in " << bundled;
-
-    TempDir dir;
+    // nobody must read the shared data folder through the temporary one.
+    fs::permissions(dir.path(), fs::perms::owner_all | fs::perms::group_exec | fs::perms::others_exec);
+    writeLens(dir / "bundled", {"sun", "Sun", "Sky", "", 2});
+    writeLens(dir / "bundled", {"moon", "Moon", "Sky", "", 3});
     const std::string key = makeKey(dir.path());
-    ServerProcess server({"--data-dir", dir / "data", "--key", key, "--rate-limit", "0"});
-    ASSERT_TRUE(server.started()) << server.output();
-    EXPECT_NE(server.output().find("Imported " + std::to_string(folders) + " bundled lenses"),
-              std::string::npos)
-        << server.output();
-    const json featured = getJson(server.port(), "/vc/v1/explorer/scheduled");
-    ASSERT_EQ(featured["lenses"].size(), folders);
-    const std::string publicKey = LensSigner(key).publicKeyBase64();
-    fs::create_directories(dir / "unpacked");
-    for (const auto &lens : featured["lenses"]) {
-        const std::string id = lens["unlockable_id"];
-        const json unlock = getJson(server.port(), "/vc/v1/explorer/unlock?uid=" + id);
-        const auto archive =
-            httplib::Client("127.0.0.1", server.port()).Get("/vc/v1/archives/" + id + ".zip");
-        ASSERT_TRUE(archive && archive->status == 200) << id;
-        writeFile(dir / (id + ".zip"), archive->body);
-        ASSERT_EQ(runCommand("unzip -q " + (dir / (id + ".zip")) + " -d " + (dir / ("unpacked/" + id))), 0)
-            << id;
-        EXPECT_TRUE(LensSigner::verify(LensSigner::directoryChecksum(dir / ("unpacked/" + id)), id,
-                                       unlock["signature"], publicKey))
-            << id;
-    }
+    const int front = freePort();
+    const std::vector<std::string> common = {"--data-dir",      dir / "data",
+                                             "--key",           key,
+                                             "--public-url",    "http://127.0.0.1:" + std::to_string(front),
+                                             "--trusted-proxy", "127.0.0.1",
+                                             "--rate-by",       "address"};
+    auto first = common;
+    first.insert(first.end(), {"--bundled-lenses", dir / "bundled"});
+    ServerProcess one(first); // imports the bundled lenses before it listens
+    auto second = common;
+    second.push_back("--no-bundled-import");
+    ServerProcess two(second);
+    ASSERT_TRUE(one.started() && two.started()) << one.output() << two.output();
+
+    Nginx nginx(dir / "nginx", front, dir / "data", {one.port(), two.port()});
+
+    for (int i = 0; i < 6; ++i)
+        ASSERT_EQ(lensIds(front, "/vc/v1/explorer/scheduled").size(), 2u) << nginx.errors();
+    // Both processes answered: nginx takes turns.
+    EXPECT_NE(one.output().find("/vc/v1/explorer/scheduled"), std::string::npos);
+    EXPECT_NE(two.output().find("/vc/v1/explorer/scheduled"), std::string::npos);
+
+    // The archive the catalogue names comes from nginx, not a server process.
+    httplib::Client client("127.0.0.1", front);
+    client.set_default_headers({{"X-Installation-Id", "front-test"}});
+    const std::string url = getJson(front, "/vc/v1/explorer/unlock?uid=moon")["lens_url"];
+    const std::string prefix = "http://127.0.0.1:" + std::to_string(front);
+    ASSERT_EQ(url.rfind(prefix, 0), 0u) << url;
+    const auto archive = client.Get(url.substr(prefix.size()).c_str());
+    ASSERT_TRUE(archive);
+    EXPECT_EQ(archive->status, 200) << nginx.errors();
+    EXPECT_TRUE(archive->body == readFile(dir / "data/archives/moon.zip"));
+    EXPECT_EQ(archive->get_header_value("Content-Type"), "application/zip");
+    EXPECT_EQ(one.output().find("/vc/v1/archives/"), std::string::npos);
+    EXPECT_EQ(two.output().find("/vc/v1/archives/"), std::string::npos);
+
+    // nginx's own limits answer in the server's JSON form.
+    std::string ranges = "bytes=0-0";
+    for (int i = 0; i < 500; ++i)
+        ranges += ",0-0";
+    const auto many = client.Get(url.substr(prefix.size()).c_str(), {{"Range", ranges}});
+    const auto large = client.Post("/vc/v1/explorer/search", std::string(100000, ' '), "application/json");
+    const auto outside = client.Get("/vc/v1/archives/../lenses.db");
+    ASSERT_TRUE(many && large && outside);
+    EXPECT_LE(many->body.size(), archive->body.size());
+    EXPECT_EQ(large->status, 413);
+    EXPECT_EQ(json::parse(large->body, nullptr, false).value("error", ""), "body_too_large");
+    EXPECT_EQ(outside->status / 100, 4);
 }

@@ -3,7 +3,6 @@
 #include "lenspacker.h"
 #include "lenssigner.h"
 #include "testlens.h"
-#include "zipwriter.h"
 
 #include <filesystem>
 #include <functional>
@@ -88,11 +87,7 @@ TEST(Checksum, DependsOnContentNotOnNamesOrLayout)
     std::string manifest = readFile(temp / "lens/lens.json");
     manifest.back() ^= 1;
     writeFile(temp / "lens/lens.json", manifest);
-    const std::string changed = LensSigner::directoryChecksum(temp / "lens");
-    EXPECT_NE(changed, original);
-    EXPECT_FALSE(LensSigner::verify(changed, "signature-vector",
-                                    trimmed(readFile(kVectors + "/signature.b64")),
-                                    trimmed(readFile(kVectors + "/public_key.b64"))));
+    EXPECT_NE(LensSigner::directoryChecksum(temp / "lens"), original);
 
     EXPECT_EQ(LensSigner::directoryChecksum(temp / "missing"), "");
 }
@@ -123,7 +118,7 @@ TEST(Signer, GeneratedKeySignsWhatOpenSslAndTheClientRulesAccept)
                                     LensSigner(temp / "other.pem").publicKeyBase64()));
 }
 
-TEST(Signer, RejectsKeysThatAreNotP384)
+TEST(Signer, BadKeysSignaturesAndTextAreRefusedWithoutCrashing)
 {
     TempDir temp;
     writeFile(temp / "garbage.pem", "not a key");
@@ -132,41 +127,21 @@ TEST(Signer, RejectsKeysThatAreNotP384)
     ASSERT_EQ(
         runCommand("openssl ecparam -name prime256v1 -genkey -noout -out " + (temp / "p256.pem") + " 2>&1"),
         0);
-    LensSigner p256(temp / "p256.pem");
-    EXPECT_FALSE(p256.isValid());
-    EXPECT_NE(p256.error().find("P-384"), std::string::npos);
-}
+    EXPECT_NE(LensSigner(temp / "p256.pem").error().find("P-384"), std::string::npos);
 
-TEST(Signer, MalformedSignaturesFailWithoutCrashing)
-{
     const std::string checksum = trimmed(readFile(kVectors + "/checksum.txt"));
     const std::string publicKey = trimmed(readFile(kVectors + "/public_key.b64"));
     const std::string good = *Base64::decode(trimmed(readFile(kVectors + "/signature.b64")));
-    auto verifies = [&](const std::string &der) {
-        return LensSigner::verify(checksum, "signature-vector", Base64::encode(der), publicKey);
+    auto verifies = [&](const std::string &der, const std::string &key) {
+        return LensSigner::verify(checksum, "signature-vector", Base64::encode(der), key);
     };
-    ASSERT_TRUE(verifies(good));
-
+    ASSERT_TRUE(verifies(good, publicKey));
     std::string flipped = good;
     flipped[10] ^= 0x40;
-    EXPECT_FALSE(verifies(flipped));
-    EXPECT_FALSE(verifies(""));
+    EXPECT_FALSE(verifies(flipped, publicKey));
+    EXPECT_FALSE(verifies("", publicKey));
+    EXPECT_FALSE(verifies(good, "AAAA"));
     EXPECT_FALSE(LensSigner::verify(checksum, "signature-vector", "@@not base64@@", publicKey));
-    EXPECT_FALSE(LensSigner::verify(checksum, "signature-vector", Base64::encode(good), "AAAA"));
-}
-
-TEST(Base64, RoundTripsAndRejectsBadText)
-{
-    for (size_t size = 0; size < 8; ++size) {
-        std::string bytes;
-        for (size_t i = 0; i < size; ++i)
-            bytes.push_back(char(0xf0 + i));
-        EXPECT_EQ(Base64::decode(Base64::encode(bytes)), bytes);
-    }
-    EXPECT_EQ(Base64::encode("glint"), "Z2xpbnQ=");
-    EXPECT_FALSE(Base64::decode("Z2xpbnQ"));  // not a multiple of 4
-    EXPECT_FALSE(Base64::decode("Z2x*bnQ=")); // outside the alphabet
-    EXPECT_FALSE(Base64::decode("Z=xpbnQ=")); // padding in the middle
 }
 
 TEST(Packer, ArchiveUnpacksToTheSignedFilesAndIsReproducible)
@@ -193,15 +168,4 @@ TEST(Packer, ArchiveUnpacksToTheSignedFilesAndIsReproducible)
     writeFile(dir + "/lens.json", "{}");
     EXPECT_FALSE(LensPacker::pack(dir, signer, temp / "three.zip", nullptr, &error));
     EXPECT_FALSE(fs::exists(temp / "three.zip"));
-}
-
-TEST(Packer, ZipOfAnEmptyFolderIsValid)
-{
-    TempDir temp;
-    fs::create_directories(temp / "empty");
-    std::string error;
-    ASSERT_TRUE(ZipWriter::writeDirectory(temp / "empty", temp / "empty.zip", &error)) << error;
-    std::string listing;
-    runCommand("unzip -l " + (temp / "empty.zip") + " 2>&1", &listing);
-    EXPECT_NE(listing.find("zipfile is empty"), std::string::npos) << listing;
 }

@@ -1,16 +1,20 @@
-// The virtual camera set-up as the user meets it: the real application on
-// the X display of the test run, with no "Glint Camera" device. pkexec is
-// replaced (GLINT_PKEXEC) by a stand-in script that records what it was
-// asked to run and then does what the helper would: makes the labelled
-// device appear, or refuses like a dismissed password dialog.
-#include <QDir>
-#include <QFile>
+// A first start as the user meets it: the real application in the test
+// process on the X display, with no "Glint Camera" device and its backend
+// address pointing at a closed port.
+// The virtual camera set-up: pkexec is replaced (GLINT_PKEXEC) by a
+// stand-in script that records what it was asked to run and then does what
+// the helper would: makes the labelled device appear, or refuses like a
+// dismissed password dialog.
+// Without the catalogue, the featured list offers the sample lenses that
+// ship with the program, marked as bundled, and putting one on installs it
+// from its signed archive into the lens cache, checked like a download.
 #include <QQmlApplicationEngine>
+#include <QQmlContext>
 #include <QQuickItem>
 #include <QQuickWindow>
-#include <QTemporaryDir>
 #include <QtTest>
 #include <application.h>
+#include <applicationhome.h>
 #include <inprocessapplication.h>
 #include <messagecapture.h>
 #include <xwindowdriver.h>
@@ -24,11 +28,13 @@ QString path(const QString &name)
     return g_dir->filePath(name);
 }
 
-void writeFile(const QString &name, const QByteArray &content)
+void writeFile(const QString &name, const QByteArray &content, bool executable = false)
 {
     QFile file(path(name));
     QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
     file.write(content);
+    if (executable)
+        file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
 }
 
 // Records its arguments, one per line, then answers as the file "answer"
@@ -47,56 +53,43 @@ exit "$answer"
 
 void prepareEnvironment()
 {
-    g_dir = new QTemporaryDir;
-    for (const char *folder : {"config", "data", "runtime", "sysfs"})
-        QDir().mkpath(path(folder));
-    QFile::setPermissions(path("runtime"),
-                          QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
-    QFile standIn(path("pkexec"));
-    standIn.open(QIODevice::WriteOnly);
-    standIn.write(kStandIn);
-    standIn.close();
-    standIn.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
-    QFile(path("modules.dep")).open(QIODevice::WriteOnly);
-    // The first-start introduction would cover the page.
-    QDir().mkpath(path("config/Glint/Glint Camera"));
-    QFile settings(path("config/Glint/Glint Camera/settings.json"));
-    settings.open(QIODevice::WriteOnly);
-    settings.write(R"({"settings": {"show_onboarding": false}})");
-    settings.close();
+    // No first-start introduction: it would cover the page.
+    g_dir = prepareApplicationHome(R"({"settings": {"show_onboarding": false}})");
+    QDir().mkpath(path("sysfs"));
+    writeFile("pkexec", kStandIn, true);
+    writeFile("modules.dep", "");
     qputenv("GLINT_PKEXEC", path("pkexec").toUtf8());
     qputenv("GLINT_VIDEO4LINUX_SYSFS", path("sysfs").toUtf8());
     qputenv("GLINT_KERNEL_MODULES_DEP", path("modules.dep").toUtf8());
     qputenv("GLINT_CAMERA_SINK", GLINT_SINK_BINARY);
-    qputenv("GLINT_BACKEND_URL", "http://127.0.0.1:9/vc/v1");
-    qputenv("XDG_CONFIG_HOME", path("config").toUtf8());
-    qputenv("XDG_DATA_HOME", path("data").toUtf8());
-    qputenv("XDG_RUNTIME_DIR", path("runtime").toUtf8());
+    qunsetenv("GLINT_BUNDLED_LENSES");
 }
 
 QStringList calls()
 {
     QFile file(path("calls"));
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
-    return QString::fromUtf8(file.readAll()).split('\n', Qt::SkipEmptyParts);
+    return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()).split('\n', Qt::SkipEmptyParts)
+                                          : QStringList();
 }
 
 } // namespace
 
-class TestCameraSetUpFlow : public QObject
+class TestFirstStart : public QObject
 {
     Q_OBJECT
 public:
-    explicit TestCameraSetUpFlow(VCam::Application *app) : m_app(app) {}
+    explicit TestFirstStart(VCam::Application *app) : m_app(app) {}
 
 private:
-    QQuickItem *item(const char *name) const
+    // By object name; delegates made by views are found in the visual tree.
+    QQuickItem *item(const QString &name) const
     {
         const auto roots = m_app->engine()->rootObjects();
-        return roots.isEmpty() ? nullptr : roots.first()->findChild<QQuickItem *>(QLatin1String(name));
+        auto *window = roots.isEmpty() ? nullptr : qobject_cast<QQuickWindow *>(roots.first());
+        QQuickItem *found = window ? window->findChild<QQuickItem *>(name) : nullptr;
+        return found || !window ? found : findQuickItem(window->contentItem(), name);
     }
-    bool shown(const char *name) const
+    bool shown(const QString &name) const
     {
         QQuickItem *found = item(name);
         return found && found->isVisible();
@@ -106,7 +99,7 @@ private:
         QQuickItem *text = item("virtualCameraMessage");
         return text ? text->property("text").toString() : QString();
     }
-    void click(const char *name)
+    void click(const QString &name)
     {
         QQuickItem *button = item(name);
         QVERIFY(button && button->isVisible());
@@ -168,22 +161,32 @@ private slots:
         click("virtualCameraSetUp");
         QVERIFY(XWindowDriver::waitFor([this] { return calls().size() == 4; }, 5000));
         const QStringList recorded = calls();
-        QCOMPARE(recorded.at(2), QStringLiteral("1"));
-        QCOMPARE(recorded.at(3), QFileInfo(GLINT_SETUP_BINARY).canonicalFilePath());
-        QCOMPARE(recorded.at(0), QStringLiteral("1"));
-        QCOMPARE(recorded.at(1), recorded.at(3));
+        const QString helper = QFileInfo(GLINT_SETUP_BINARY).canonicalFilePath();
+        QCOMPARE(recorded, (QStringList{"1", helper, "1", helper}));
         QVERIFY(XWindowDriver::waitFor([this] { return !shown("virtualCameraNotice"); }, 5000));
         QTest::qWait(2500);
         QCOMPARE(calls().size(), 4);
+    }
+
+    void bundledLensesAreOfferedAndOneIsPutOn()
+    {
+        QVERIFY(XWindowDriver::waitFor([this] { return shown("lensTile_sunglasses"); }, 20000));
+        QVERIFY(shown("bundledBadge_sunglasses"));
+        QVERIFY(shown("lensTile_party-hat"));
+        click("lensTile_sunglasses");
+        QObject *store = m_app->engine()->rootContext()->contextProperty("coreStore").value<QObject *>();
+        QVERIFY(
+            XWindowDriver::waitFor([&] { return store->property("currentLensId").toString() == "sunglasses"; }, 20000));
+        QVERIFY(QFile::exists(path("data/Glint/Glint Camera/lenses/sunglasses/lens/lens.json")));
     }
 };
 
 int main(int argc, char **argv)
 {
     prepareEnvironment();
-    const int result = runInApplication<TestCameraSetUpFlow>(argc, argv);
+    const int result = runInApplication<TestFirstStart>(argc, argv);
     delete g_dir;
     return result;
 }
 
-#include "tst_camerasetupflow.moc"
+#include "tst_firststart.moc"
