@@ -16,8 +16,8 @@
 #include "texture.h"
 
 #include <chrono>
-#include <future>
 #include <opencv2/core/utility.hpp>
+#include <future>
 #include <stdexcept>
 
 namespace Orb {
@@ -187,11 +187,6 @@ TextureWithTransform CoreManager::processFrameToTexture(const ImageBase &image, 
     scene->update(m_faces, now - effect->startTime);
     Texture out = effect->renderer().render(source, *scene, m_faces, output, d->drawTrackingDebug);
     return TextureWithTransform(out, d->cameraInfo.transform);
-}
-
-bool CoreManager::leavesFramesUnchanged() const
-{
-    return !m_effects->getComplexEffect() && !d->background.isActive();
 }
 
 bool CoreManager::useComplexEffect(std::shared_ptr<ComplexEffectDescriptor> descriptor)

@@ -80,9 +80,6 @@ public:
 
     // The faces found in the last processed frame.
     const std::vector<Face> &getTrackedFaces() const { return m_faces; }
-    // True when neither a lens nor a background effect would change a frame:
-    // the caller may then use the frame as it is.
-    bool leavesFramesUnchanged() const;
     // The OpenGL renderer in use ("" before the context exists).
     std::string getRendererName() const;
 

@@ -43,10 +43,11 @@ Orb::TrackingRequestInfo unlimitedTracking()
 }
 
 // The camera as the core library sees it, described once from the first frame.
-Orb::CameraInfo cameraInfo(const QSize &frameSize)
+const Orb::CameraInfo &cameraInfo(const QSize &firstFrameSize)
 {
-    return Orb::CameraInfo(0, Orb::Size{frameSize.width(), frameSize.height()}, 24.45f, -1.0f,
-                           Orb::RectTransform());
+    static const Orb::CameraInfo info(0, Orb::Size{firstFrameSize.width(), firstFrameSize.height()}, 24.45f,
+                                      -1.0f, Orb::RectTransform());
+    return info;
 }
 
 void releaseImage(void *info)
@@ -194,8 +195,7 @@ int CoreServiceWorker::trackedFaceCount() const
 void CoreServiceWorker::onFrameReady(const QImage &frame, double timestamp)
 {
     QImage result;
-    // With no lens and no background effect the frame goes out as it came.
-    if (m_core && !m_core->leavesFramesUnchanged() && m_failCount < kMaxFailCount) {
+    if (m_failCount < kMaxFailCount) {
         try {
             result = runLens(frame, timestamp);
             m_failCount = 0;
