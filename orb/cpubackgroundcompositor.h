@@ -31,7 +31,7 @@ public:
 private:
     void blend(cv::Mat &rgba, const cv::Mat &background) const;
 
-    cv::Mat m_coefficients, m_scaled, m_gray, m_halfGray, m_halfMask, m_mask;
+    cv::Mat m_coefficients, m_scaled, m_half, m_halfGray, m_halfMask, m_mask;
     cv::Mat m_small, m_smallMask, m_blurred;
 };
 

@@ -10,6 +10,7 @@
 // a frame's cost even when other programs share the cores.
 // Usage: bench_segmentation [frames]
 #include <algorithm>
+#include <benchsupport.h>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -29,8 +30,7 @@ namespace {
 
 double nowMs()
 {
-    return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now().time_since_epoch())
-        .count();
+    return Bench::msSince({});
 }
 
 double cpuMs()
@@ -40,16 +40,10 @@ double cpuMs()
     return t.tv_sec * 1e3 + t.tv_nsec / 1e6;
 }
 
-double percentile(std::vector<double> v, double p)
-{
-    std::sort(v.begin(), v.end());
-    return v[std::min(v.size() - 1, static_cast<size_t>(p * (v.size() - 1) + 0.5))];
-}
-
 void report(const char *name, const std::vector<double> &wall, const std::vector<double> &cpu)
 {
-    std::printf("%-22s median %6.2f  p99 %6.2f  cpu median %6.2f ms\n", name, percentile(wall, 0.5),
-                percentile(wall, 0.99), percentile(cpu, 0.5));
+    std::printf("%-22s median %6.2f  p99 %6.2f  cpu median %6.2f ms\n", name, Bench::percentile(wall, 0.5),
+                Bench::percentile(wall, 0.99), Bench::percentile(cpu, 0.5));
 }
 
 } // namespace
@@ -69,7 +63,8 @@ int main(int argc, char **argv)
         std::fprintf(stderr, "cannot read %s\n", BENCH_DEMO_CLIP);
         return 1;
     }
-    std::printf("%d frames of %dx%d from the demo clip\n", frames, rgba[0].cols, rgba[0].rows);
+    std::printf("%d frames of %dx%d from the demo clip, load average %s\n", frames, rgba[0].cols,
+                rgba[0].rows, Bench::loadAverage().constData());
 
     // The core sets the process's OpenCV threading: make it first, as the
     // application does, so the mask is timed the way the worker runs it.
@@ -148,5 +143,6 @@ int main(int argc, char **argv)
         }
         report(c.name, wall, cpu);
     }
+    std::printf("load average at the end %s\n", Bench::loadAverage().constData());
     return 0;
 }
