@@ -38,6 +38,13 @@ bool SceneGraphBackend::isSoftwareRenderer(const QString &renderer)
 
 QString SceneGraphBackend::choose()
 {
+    // A window asked to repaint waits 5 ms by default before it paints: a
+    // third of a frame's time at 60 fps, more than half at 120, enough for
+    // the next camera frame to arrive first and the one before to be
+    // skipped. Animations are paced by their own timer, so painting at once
+    // does not spin.
+    if (!qEnvironmentVariableIsSet("QT_QPA_UPDATE_IDLE_TIME"))
+        qputenv("QT_QPA_UPDATE_IDLE_TIME", "0");
     const QString fromUser = qEnvironmentVariable("QT_QUICK_BACKEND");
     if (!fromUser.isEmpty()) {
         qCInfo(lcPreview).noquote() << "Qt Quick backend:" << fromUser << "(set by QT_QUICK_BACKEND)";
