@@ -235,9 +235,14 @@ Texture BackgroundStage::composeOnCpu(const ImageBase &image, Texture &camera,
                                                              : CV_8UC4;
     const cv::Mat view(image.height(), image.width(), type, const_cast<uint8_t *>(image.data()),
                        image.bytesPerLine());
+    // With no effect the frame is only read (for the mask) and goes up as
+    // it came; an effect works on a copy.
+    const bool readOnly =
+        m_effect.mode == BackgroundEffect::Mode::Off && image.colorSpace() == ColorSpace::RGBA;
     switch (image.colorSpace()) {
     case ColorSpace::RGBA:
-        view.copyTo(m_frameRgba);
+        if (!readOnly)
+            view.copyTo(m_frameRgba);
         break;
     case ColorSpace::BGRA:
         cv::cvtColor(view, m_frameRgba, cv::COLOR_BGRA2RGBA);
@@ -251,7 +256,7 @@ Texture BackgroundStage::composeOnCpu(const ImageBase &image, Texture &camera,
     }
     switch (m_effect.mode) {
     case BackgroundEffect::Mode::Off:
-        m_cpu->computeMask(m_frameRgba);
+        m_cpu->computeHalfMask(readOnly ? view : m_frameRgba);
         break;
     case BackgroundEffect::Mode::Blur:
         m_cpu->blur(m_frameRgba, m_effect.blurStrength);
@@ -263,17 +268,18 @@ Texture BackgroundStage::composeOnCpu(const ImageBase &image, Texture &camera,
         break;
     }
     if (maskReader) {
-        cv::Mat half;
-        cv::resize(m_cpu->mask(), half,
-                   cv::Size(std::max(1, image.width() / 2), std::max(1, image.height() / 2)), 0, 0,
-                   cv::INTER_AREA);
+        // Lenses read the mask at half the frame's size, as it is made.
+        const cv::Mat &half = m_cpu->halfMask();
         m_lensMask.upload(ImageBase(half.data, half.cols, half.rows, static_cast<int>(half.step),
                                     ColorSpace::Gray, ImageBase::doNothingDeallocator));
         maskReader->setSegmentation(m_lensMask);
     }
-    camera.upload(ImageBase(m_frameRgba.data, m_frameRgba.cols, m_frameRgba.rows,
-                            static_cast<int>(m_frameRgba.step), ColorSpace::RGBA,
-                            ImageBase::doNothingDeallocator));
+    if (readOnly)
+        camera.upload(image);
+    else
+        camera.upload(ImageBase(m_frameRgba.data, m_frameRgba.cols, m_frameRgba.rows,
+                                static_cast<int>(m_frameRgba.step), ColorSpace::RGBA,
+                                ImageBase::doNothingDeallocator));
     return camera;
 }
 

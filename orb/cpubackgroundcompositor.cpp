@@ -27,7 +27,7 @@ const uint8_t *edgeTable()
 // The mask is evaluated at half size and scaled up: the guided-filter
 // coefficients are smooth, so the half-size luma carries the edges, at a
 // quarter of the arithmetic. The half-size frame is kept for the blur.
-const cv::Mat &CpuBackgroundCompositor::computeMask(const cv::Mat &rgba)
+const cv::Mat &CpuBackgroundCompositor::computeHalfMask(const cv::Mat &rgba)
 {
     CV_Assert(rgba.type() == CV_8UC4 && !m_coefficients.empty());
     const cv::Size half((rgba.cols + 1) / 2, (rgba.rows + 1) / 2);
@@ -45,8 +45,12 @@ const cv::Mat &CpuBackgroundCompositor::computeMask(const cv::Mat &rgba)
             m[x] = edge[static_cast<int>(v * 255.0f + 0.5f)];
         }
     }
-    cv::resize(m_halfMask, m_mask, rgba.size(), 0, 0, cv::INTER_LINEAR);
-    return m_mask;
+    return m_halfMask;
+}
+
+void CpuBackgroundCompositor::scaleMask(cv::Size size)
+{
+    cv::resize(m_halfMask, m_mask, size, 0, 0, cv::INTER_LINEAR);
 }
 
 void CpuBackgroundCompositor::blur(cv::Mat &rgba, BackgroundEffect::BlurStrength strength)
@@ -54,7 +58,8 @@ void CpuBackgroundCompositor::blur(cv::Mat &rgba, BackgroundEffect::BlurStrength
     const bool strong = strength == BackgroundEffect::BlurStrength::Strong;
     const int factor = strong ? 8 : 4;
     const cv::Size small((rgba.cols + factor - 1) / factor, (rgba.rows + factor - 1) / factor);
-    computeMask(rgba);
+    computeHalfMask(rgba);
+    scaleMask(rgba.size());
     // Average down, weight the person out, blur colour and weight alike and
     // divide: the person's colours do not spread into the background.
     // Halving step by step from the half-size frame is the same average as
@@ -87,7 +92,8 @@ void CpuBackgroundCompositor::blur(cv::Mat &rgba, BackgroundEffect::BlurStrength
 void CpuBackgroundCompositor::replace(cv::Mat &rgba, const cv::Mat &background)
 {
     CV_Assert(background.size() == rgba.size() && background.type() == CV_8UC4);
-    computeMask(rgba);
+    computeHalfMask(rgba);
+    scaleMask(rgba.size());
     blend(rgba, background);
 }
 

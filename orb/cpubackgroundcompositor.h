@@ -18,17 +18,19 @@ public:
     void setCoefficients(const cv::Mat &coefficients) { m_coefficients = coefficients; }
     bool hasCoefficients() const { return !m_coefficients.empty(); }
 
-    // The person mask for an RGBA frame, 8-bit at the frame's size, kept
-    // until the next call.
-    const cv::Mat &computeMask(const cv::Mat &rgba);
-    // The mask of the last frame composited or computed.
-    const cv::Mat &mask() const { return m_mask; }
+    // The person mask for an RGBA frame, 8-bit at half the frame's size
+    // (rounded up), kept until the next call.
+    const cv::Mat &computeHalfMask(const cv::Mat &rgba);
+    // The half-size mask of the last frame composited or computed.
+    const cv::Mat &halfMask() const { return m_halfMask; }
     // Lays the blurred background under the person, in place (RGBA).
     void blur(cv::Mat &rgba, BackgroundEffect::BlurStrength strength);
     // Lays a picture of the frame's size (RGBA) under the person, in place.
     void replace(cv::Mat &rgba, const cv::Mat &background);
 
 private:
+    // The half-size mask scaled up to the frame's size, for blending.
+    void scaleMask(cv::Size size);
     void blend(cv::Mat &rgba, const cv::Mat &background) const;
 
     cv::Mat m_coefficients, m_scaled, m_half, m_halfGray, m_halfMask, m_mask;

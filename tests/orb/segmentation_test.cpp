@@ -7,6 +7,7 @@
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 #include <opencv2/videoio.hpp>
+#include <orb/complexeffectdescriptor.h>
 #include <orb/coremanager.h>
 #include <orb/personsegmenter.h>
 #include <orb/texturereader.h>
@@ -212,6 +213,28 @@ TEST(BackgroundEffects, ReplacementPutsThePictureBehindThePerson)
     EXPECT_NEAR(behind[0], 20, 12); // RGBA: the picture's blue-ish BGR(200,40,20)
     EXPECT_NEAR(behind[2], 200, 12);
     EXPECT_LT(meanDifference(out, original, person), 4.0);
+}
+
+// A lens that reads the person mask (Spotlight) keeps the person as it is
+// and dims the background: the mask reaches the lens's shader.
+TEST(BackgroundEffects, LensesReadThePersonMask)
+{
+    const KnownFrame f = knownFrame(CutOut(), 2);
+    const cv::Mat k = cv::getStructuringElement(cv::MORPH_ELLIPSE, cv::Size(41, 41));
+    cv::Mat person, back, gray, originalGray;
+    cv::erode(f.truth, person, k);
+    cv::erode(~f.truth, back, k);
+    Orb::CoreManager core(nullptr, false, nullptr, nullptr);
+    core.setSegmentationModelPath(kModel);
+    const cv::Mat original = composite(core, f.bgr);
+    ASSERT_TRUE(core.useComplexEffect(std::make_shared<Orb::ComplexEffectDescriptor>(
+        "spotlight", TestFrames::dataPath("lenses/spotlight"))))
+        << core.getLastError();
+    const cv::Mat out = composite(core, f.bgr);
+    EXPECT_LT(meanDifference(out, original, person), 6.0);
+    cv::cvtColor(out, gray, cv::COLOR_RGBA2GRAY);
+    cv::cvtColor(original, originalGray, cv::COLOR_RGBA2GRAY);
+    EXPECT_LT(cv::mean(gray, back)[0], 0.7 * cv::mean(originalGray, back)[0]);
 }
 
 // A missing, garbage or truncated model is refused with a message naming it,
