@@ -16,8 +16,8 @@
 #include "texture.h"
 
 #include <chrono>
-#include <opencv2/core/utility.hpp>
 #include <future>
+#include <opencv2/core/utility.hpp>
 #include <stdexcept>
 
 namespace Orb {

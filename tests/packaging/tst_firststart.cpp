@@ -175,8 +175,8 @@ private slots:
         QVERIFY(shown("lensTile_party-hat"));
         click("lensTile_sunglasses");
         QObject *store = m_app->engine()->rootContext()->contextProperty("coreStore").value<QObject *>();
-        QVERIFY(
-            XWindowDriver::waitFor([&] { return store->property("currentLensId").toString() == "sunglasses"; }, 20000));
+        QVERIFY(XWindowDriver::waitFor(
+            [&] { return store->property("currentLensId").toString() == "sunglasses"; }, 20000));
         QVERIFY(QFile::exists(path("data/Glint/Glint Camera/lenses/sunglasses/lens/lens.json")));
     }
 };
