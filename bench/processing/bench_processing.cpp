@@ -42,13 +42,14 @@ double cpuMs(clockid_t clock)
     return now.tv_sec * 1e3 + now.tv_nsec / 1e6;
 }
 
+// The whole process's CPU time, and the processing thread's own: what a
+// frame costs on the thread that carries it, little changed by other
+// programs' load.
 double processCpuMs()
 {
     return cpuMs(CLOCK_PROCESS_CPUTIME_ID);
 }
 
-// The processing thread's own CPU time: what a frame costs on the thread that
-// carries it, little changed by other programs' load.
 double threadCpuMs()
 {
     return cpuMs(CLOCK_THREAD_CPUTIME_ID);

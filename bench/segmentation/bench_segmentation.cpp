@@ -2,10 +2,10 @@
 // - mask: shrinking the frame, the network, temporal smoothing and the
 //   guided-filter fit, on one thread (what the segmentation worker does);
 // - frame: the whole per-frame path of the processing worker (upload,
-//   segmentation hand-over, compositing, lens, read-back) with no effect,
-//   light and strong blur, a replacement picture, and the Spotlight lens,
-//   the way the application runs it (segmentation on its worker thread, the
-//   mask one frame behind), with frames arriving at 30 fps.
+//   segmentation hand-over, compositing, read-back) with no effect, light
+//   and strong blur and a replacement picture, the way the application runs
+//   it (segmentation on its worker thread, the mask one frame behind), with
+//   frames arriving at 30 fps.
 // Wall-clock and process CPU time (all threads) are printed: CPU time shows
 // a frame's cost even when other programs share the cores.
 // Usage: bench_segmentation [frames]
@@ -18,7 +18,6 @@
 #include <memory>
 #include <opencv2/imgproc.hpp>
 #include <opencv2/videoio.hpp>
-#include <orb/complexeffectdescriptor.h>
 #include <orb/coremanager.h>
 #include <orb/personsegmenter.h>
 #include <orb/texturereader.h>
@@ -93,31 +92,20 @@ int main(int argc, char **argv)
     {
         const char *name;
         Orb::BackgroundEffect effect;
-        bool lens;
     };
     using Mode = Orb::BackgroundEffect::Mode;
     using Strength = Orb::BackgroundEffect::BlurStrength;
-    const Case cases[] = {{"frame, no effect", {}, false},
-                          {"frame, light blur", {Mode::Blur, Strength::Light, ""}, false},
-                          {"frame, strong blur", {Mode::Blur, Strength::Strong, ""}, false},
-                          {"frame, picture", {Mode::Image, Strength::Light, picture}, false},
-                          {"frame, Spotlight lens", {}, true},
-                          {"frame, blur + Spotlight", {Mode::Blur, Strength::Light, ""}, true}};
+    // Under lenses the same effects are measured end to end by
+    // bench_processing --background.
+    const Case cases[] = {{"frame, no effect", {}},
+                          {"frame, light blur", {Mode::Blur, Strength::Light, ""}},
+                          {"frame, strong blur", {Mode::Blur, Strength::Strong, ""}},
+                          {"frame, picture", {Mode::Image, Strength::Light, picture}}};
     double clock = 0.0;
     for (const Case &c : cases) {
         if (!core.setBackgroundEffect(c.effect)) {
             std::fprintf(stderr, "%s: %s\n", c.name, core.getLastError().c_str());
             return 1;
-        }
-        if (c.lens) {
-            auto lens = std::make_shared<Orb::ComplexEffectDescriptor>("spotlight", std::string(BENCH_DATA) +
-                                                                                        "/lenses/spotlight");
-            if (!core.useComplexEffect(lens)) {
-                std::fprintf(stderr, "%s\n", core.getLastError().c_str());
-                return 1;
-            }
-        } else {
-            core.clearComplexEffect();
         }
         std::vector<double> wall, cpu;
         double next = nowMs();

@@ -80,19 +80,6 @@ private slots:
         QCOMPARE(other->saveSettings(), saved);
     }
 
-    void unchangedValuesEmitNothing()
-    {
-        QSignalSpy mirror(store.get(), &ApplicationStore::mirrorPreviewChanged);
-        QSignalSpy page(store.get(), &ApplicationStore::currentPageChanged);
-        for (const auto type :
-             {ActionType::OpenMainPage, ActionType::OpenSettingsPage, ActionType::OpenSettingsPage})
-            send(type);
-        for (const bool mirrored : {true, false, false})
-            send(ActionType::SetMirrorPreview, mirrored);
-        QCOMPARE(mirror.count(), 1);
-        QCOMPARE(page.count(), 1);
-    }
-
     void crashShortcutCrashesTheProcess()
     {
         if (QCoreApplication::arguments().contains("--crash-child")) {

@@ -99,15 +99,6 @@ private slots:
         QCOMPARE(rig.log, Log({"a:1", "b:1", "a:2", "b:2", "a:7", "b:7"}));
     }
 
-    void emptyDispatcherStartsAndStopsInsideTheCalls()
-    {
-        Dispatcher dispatcher;
-        dispatcher.start();
-        QCOMPARE(dispatcher.state(), Dispatcher::Started);
-        dispatcher.stop();
-        QCOMPARE(dispatcher.state(), Dispatcher::Stopped);
-    }
-
     // Actions queue until every store has started; stop drains the queue and
     // nothing is processed after it.
     void startAndStopFrameTheQueue()

@@ -191,7 +191,7 @@ void LiveEventsStandIn::onPubSubText(QWebSocket *socket, const QString &text)
         socket->setProperty("topics", m_lastTopics);
     socket->sendTextMessage(
         compact({{"type", "RESPONSE"},
-                 {"nonce", m_foreignNonces ? QStringLiteral("someone0else0s0nonce") : m_lastNonce},
+                 {"nonce", m_lastNonce},
                  {"error", valid ? QString() : QStringLiteral("ERR_BADAUTH")}}));
 }
 

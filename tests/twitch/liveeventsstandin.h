@@ -58,8 +58,6 @@ public:
 
     // PubSub.
     void setPongsPaused(bool paused) { m_pongsPaused = paused; }
-    // RESPONSEs carry a nonce that is not the request's.
-    void setForeignNonces(bool foreign) { m_foreignNonces = foreign; }
     int listens() const { return m_listens; }
     int pings() const { return m_pings; }
     // Connections whose LISTEN for topic was accepted.
@@ -85,7 +83,6 @@ private:
     int m_closeAfterMs = 0;
     QString m_lastSessionId;
     bool m_pongsPaused = false;
-    bool m_foreignNonces = false;
     int m_listens = 0;
     int m_pings = 0;
     QStringList m_lastTopics;

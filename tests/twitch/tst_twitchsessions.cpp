@@ -267,17 +267,6 @@ private slots:
         QCOMPARE(refused.server.publish(kSubTopic, pubSubSubscription(QStringLiteral("1000"))), 0);
     }
 
-    void pubSubForeignNoncesCloseAfterThreeRetries()
-    {
-        PubSub s(m_twitch, [](LiveEventsStandIn &server) { server.setForeignNonces(true); });
-        // The first LISTEN and three more, then the socket is closed for good.
-        QTRY_COMPARE(s.server.listens(), 4);
-        QTRY_COMPARE(s.server.openSockets(), 0);
-        QTest::qWait(500);
-        QCOMPARE(s.server.connections(), 1);
-        QCOMPARE(s.helper->state(), QAbstractSocket::UnconnectedState);
-    }
-
     void pubSubMissingPongReconnects()
     {
         PubSub s(m_twitch);
